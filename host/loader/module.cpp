@@ -1,0 +1,278 @@
+#include "module.h"
+
+#include "services.h"
+
+#include "host/registry/registry.h"
+#include "host/system/configuration.h"
+#include "host/system/guard.h"
+#include "host/text/interned.h"
+#include "host/text/url.h"
+
+#include <dlfcn.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace velto::host
+{
+
+namespace
+{
+
+constexpr std::string_view kFrameworks[] = {
+    "net.velto.core.framework",
+    "net.velto.corenodes.framework",
+    "net.velto.image.framework",
+    "net.velto.math.framework",
+    "net.velto.velto.framework",
+    "net.velto.misc.framework",
+    "net.velto.nodes.framework",
+    "net.velto.render.framework",
+};
+
+// What the host writes into the link of a record that it has dealt with.
+char walkedMark = 0;
+
+Result Refuse(const Id& kind, std::string_view text)
+{
+    return MakeError(kind, text);
+}
+
+// A named thing that has an address for good.
+void* Initialize(const Id* registry, const Id* name)
+{
+    if (*registry == registry::kInternedIds)
+    {
+        static std::unordered_map<std::string, InternedId> interned;
+        static std::mutex mutex;
+        const std::lock_guard lock(mutex);
+        return &(interned[std::string(name->View())] = Intern(name->View()));
+    }
+    const Data* const found = FindEntry(registry->View(), name->View());
+    return found ? const_cast<void*>(found->Value()) : nullptr;
+}
+
+} // namespace
+
+Result Module::Load(const std::filesystem::path& file, std::shared_ptr<Module>& module)
+{
+    Services();
+    return Guarded(
+        [&]() -> Result
+        {
+            std::shared_ptr<Module> loading(new Module);
+            VELTO_TRY(loading->Open(file));
+            VELTO_TRY(loading->BindFrameworks());
+            VELTO_TRY(loading->WalkUnits());
+            module = std::move(loading);
+            return {};
+        });
+}
+
+Module::~Module()
+{
+    Unload();
+}
+
+Result Module::Open(const std::filesystem::path& file)
+{
+    file_ = std::filesystem::absolute(file);
+    if (!std::filesystem::exists(file_))
+        return Refuse(error::kUnresolved, fmt::format("There is no module file {}.", file.string()));
+    library_ = dlopen(file_.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!library_)
+        return Refuse(error::kIllegalArgument, fmt::format("{} cannot be loaded: {}", file.string(), dlerror()));
+    auto* const found = static_cast<ModuleExport*>(dlsym(library_, "g_velto"));
+    if (!found)
+        return Refuse(error::kIllegalArgument, fmt::format("{} has no symbol g_velto.", file.string()));
+    if (found->stamp != ModuleExport::kStamp)
+        return Refuse(error::kIllegalArgument,
+            fmt::format("{} has the stamp {}, this host takes {}.", file.string(), found->stamp, ModuleExport::kStamp));
+    export_ = found;
+    VELTO_TRY(Id::Create(file_.stem().string(), export_->moduleId));
+    VELTO_TRY(MakeUrl(file_.string(), export_->moduleUrl));
+    export_->initializer = &Initialize;
+    return {};
+}
+
+Result Module::BindFrameworks()
+{
+    for (ModuleRecord* record = export_->moduleRecords; record; record = record->nextModule)
+    {
+        for (UInt32 i = 0; i < record->requiredCount; ++i)
+        {
+            if (std::find(std::begin(kFrameworks), std::end(kFrameworks), record->required[i].View()) ==
+                std::end(kFrameworks))
+                return Refuse(error::kUnresolved, fmt::format("{} requires {}, which this host does not have.",
+                                                      record->id.View(), record->required[i].View()));
+        }
+        for (Record* unit = record->units; unit; unit = unit->next)
+        {
+            for (Record* inner = static_cast<TranslationUnitRecord*>(unit)->first; inner; inner = inner->next)
+            {
+                if (inner->kind == RecordKind::InterfaceBinding)
+                    VELTO_TRY(BindInterface(*static_cast<InterfaceBindingRecord*>(inner)));
+            }
+        }
+    }
+    return {};
+}
+
+Result Module::BindInterface(InterfaceBindingRecord& record)
+{
+    const Service* const service = FindService(record.interfaceId.View());
+    if (!service)
+        return Refuse(
+            error::kUnresolved, fmt::format("The module calls the interface {}, which this host does not have.",
+                                    record.interfaceId.View()));
+    std::unordered_map<std::string_view, void (*)()> offered;
+    const char* name = service->methodNames;
+    for (UInt32 i = 0; i < service->methodCount; ++i, name += std::strlen(name) + 1)
+        offered.emplace(name, service->functions[i]);
+    std::vector<void (*)()> functions(record.methodCount);
+    name = record.methodNames;
+    for (UInt32 i = 0; i < record.methodCount; ++i, name += std::strlen(name) + 1)
+    {
+        const auto found = offered.find(name);
+        if (found == offered.end())
+            return Refuse(error::kUnresolved,
+                fmt::format("The module calls {} of the interface {}, which this host does not have.", name,
+                    record.interfaceId.View()));
+        functions[i] = found->second;
+    }
+    record.binder(&record, functions.data());
+    record.link = &walkedMark;
+    return {};
+}
+
+Result Module::WalkUnits()
+{
+    for (ModuleRecord* record = export_->moduleRecords; record; record = record->nextModule)
+    {
+        for (Record* unit = record->units; unit; unit = unit->next)
+            VELTO_TRY(WalkUnit(*static_cast<TranslationUnitRecord*>(unit)));
+    }
+    return {};
+}
+
+// A unit's dependencies come before its own records.
+Result Module::WalkUnit(TranslationUnitRecord& unit)
+{
+    if (unit.link == &walkedMark)
+        return {};
+    if (std::find(walking_.begin(), walking_.end(), &unit) != walking_.end())
+    {
+        std::string circle;
+        for (const TranslationUnitRecord* const open : walking_)
+            circle += fmt::format("{} -> ", open->id.View());
+        return Refuse(
+            error::kIllegalState, fmt::format("The module's translation units depend on each other in a circle: {}{}.",
+                                      circle, unit.id.View()));
+    }
+    walking_.push_back(&unit);
+    for (const DependencyRecord* dependency = unit.dependencies; dependency; dependency = dependency->next)
+    {
+        TranslationUnitRecord* needed = nullptr;
+        if (dependency->target)
+            needed = static_cast<TranslationUnitRecord*>(dependency->target->owner);
+        else
+        {
+            needed = FindLabel(dependency->name.View().substr(1));
+            if (!needed)
+                return Refuse(error::kUnresolved, fmt::format("{} depends on the label {}, which no unit has.",
+                                                      unit.id.View(), dependency->name.View()));
+        }
+        if (needed && needed != &unit)
+            VELTO_TRY(WalkUnit(*needed));
+    }
+    for (Record* record = unit.first; record; record = record->next)
+        VELTO_TRY(WalkRecord(*record));
+    unit.link = &walkedMark;
+    walking_.pop_back();
+    return {};
+}
+
+Result Module::WalkRecord(Record& record)
+{
+    switch (record.kind)
+    {
+    case RecordKind::Declaration:
+    {
+        auto& declaration = static_cast<DeclarationRecord&>(record);
+        if (declaration.imported)
+        {
+            if (!(declaration.registry == registry::kInternedIds))
+                return Refuse(
+                    error::kUnresolved, fmt::format("Nothing can be imported from {}.", declaration.registry.View()));
+            *static_cast<InternedId*>(declaration.imported) = Intern(record.id.View());
+            break;
+        }
+        VELTO_TRY(declaration.registerEntry(&declaration));
+        done_.push_back(&record);
+        break;
+    }
+    case RecordKind::Step:
+    {
+        // Undone also when it fails half-way: its free function knows what there is to free.
+        done_.push_back(&record);
+        if (const auto& step = static_cast<StepRecord&>(record); step.initialize)
+            VELTO_TRY(step.initialize());
+        break;
+    }
+    default:
+        break;
+    }
+    record.link = &walkedMark;
+    return {};
+}
+
+TranslationUnitRecord* Module::FindLabel(std::string_view label) const
+{
+    for (ModuleRecord* module = export_->moduleRecords; module; module = module->nextModule)
+    {
+        for (Record* unit = module->units; unit; unit = unit->next)
+        {
+            for (Record* record = static_cast<TranslationUnitRecord*>(unit)->first; record; record = record->next)
+            {
+                if (record->kind == RecordKind::Label && record->id.View() == label)
+                    return static_cast<TranslationUnitRecord*>(record->owner);
+            }
+        }
+    }
+    return nullptr;
+}
+
+void Module::Unload()
+{
+    for (auto record = done_.rbegin(); record != done_.rend(); ++record)
+    {
+        if ((*record)->kind == RecordKind::Step)
+        {
+            if (const auto* step = static_cast<StepRecord*>(*record); step->free)
+                step->free();
+        }
+        else
+        {
+            auto* const declaration = static_cast<DeclarationRecord*>(*record);
+            declaration->unregisterEntry(declaration).Ignore(); // what is gone already need not go again
+        }
+    }
+    done_.clear();
+    if (export_)
+    {
+        // Switches that lie in the module go with it.
+        std::erase_if(Configuration(),
+            [this](const ConfigurationEntry* entry)
+            {
+                Dl_info info{};
+                return dladdr(entry, &info) != 0 && info.dli_fname && file_ == info.dli_fname;
+            });
+        export_ = nullptr;
+    }
+    if (library_)
+        dlclose(library_);
+    library_ = nullptr;
+}
+
+} // namespace velto::host

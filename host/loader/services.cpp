@@ -1,0 +1,67 @@
+#include "services.h"
+
+#include "host/registry/datatypes.h"
+#include "host/registry/dictionary.h"
+#include "host/registry/factory.h"
+#include "host/registry/registry.h"
+#include "host/runtime/group.h"
+#include "host/system/allocator.h"
+#include "host/system/configuration.h"
+#include "host/system/error.h"
+#include "host/system/jobqueue.h"
+#include "host/system/output.h"
+#include "host/text/string.h"
+#include "host/text/url.h"
+
+#include <vector>
+
+namespace velto::host
+{
+
+namespace
+{
+
+template <class Interface>
+Service Offer(const Interface& table)
+{
+    slots<Interface> = table; // the host calls itself through the same tables
+    return {Interface::kId.View(), kMethodNames<Interface>.data(), kSlotCount<Interface>,
+        reinterpret_cast<void (*const*)()>(&table)};
+}
+
+} // namespace
+
+std::span<const Service> Services()
+{
+    static const std::vector<Service> services{
+        Offer(SystemService()),
+        Offer(ErrorService()),
+        Offer(DataTypeService()),
+        Offer(RegistryService()),
+        Offer(FactoryService()),
+        Offer(DictionaryService()),
+        Offer(StringService()),
+        Offer(UrlService()),
+        Offer(ThreadService()),
+        Offer(JobQueueService()),
+        Offer(LoggerService()),
+        Offer(ConfigurationService()),
+        Offer(GroupService()),
+        Offer(MicroNodeService()),
+        Offer(CoreNodeInstanceService()),
+        Offer(CoreNodesLibService()),
+    };
+    return services;
+}
+
+const Service* FindService(std::string_view id)
+{
+    for (const Service& service : Services())
+    {
+        if (service.id == id)
+            return &service;
+    }
+    return nullptr;
+}
+
+} // namespace velto::host

@@ -1,0 +1,69 @@
+// A core node as the host keeps it: its ports and the micro node that runs.
+#pragma once
+
+#include "velto/corenodes.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velto
+{
+
+// The micro node that stands for a port while its group is built; it holds the port's marks.
+struct PortMicroNode : MicroNode
+{
+};
+
+} // namespace velto
+
+namespace velto::host
+{
+
+struct GroupPort
+{
+    std::string name;   // `.family#*` of a wildcard stands here as `family`
+    std::string family; // of an element of a variadic port, else empty
+    bool input = true;
+    bool wildcard = false;
+    UInt key = 0;
+    Ref<const DataType> type;
+    Int index = -1; // access index; -1: a wildcard
+    PortMicroNode micronode{};
+
+    Int32 Mark() const { return micronode.flags & port_mark::kMask; }
+    bool MayStayUnwritten() const { return (micronode.flags & port_mark::kMayStayUnwritten) != 0; }
+};
+
+struct HostGroup : MicroNodeGroup
+{
+    ~HostGroup();
+
+    const GroupPort* FindPort(std::string_view name) const;
+
+    Id id;
+    std::vector<GroupPort> ports; // in order of declaration
+    MicroNode* record = nullptr;
+    bool hasSideEffect = false;
+    bool isFinal = false;
+    Optimizer optimizer = nullptr;
+    std::vector<Int32> optimizerRows;
+
+    // By access index.
+    std::vector<const GroupPort*> access;
+};
+
+inline const HostGroup& AsHost(const Ref<MicroNodeGroup>& group)
+{
+    return *static_cast<const HostGroup*>(group.Get());
+}
+
+// Asks the group's optimizer, if it has one.
+Result Optimize(const HostGroup& group, const OptimizeRequest& request, Optimization& answer);
+
+const MicroNodeGroupInterface& GroupService();
+const MicroNodeInterface& MicroNodeService();
+const CoreNodeInstanceBaseInterface& CoreNodeInstanceService();
+const CoreNodesLibInterface& CoreNodesLibService();
+
+} // namespace velto::host

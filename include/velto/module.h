@@ -1,0 +1,82 @@
+// Makes a shared library a module: its record, the frameworks that it calls, and the one symbol that a host looks for.
+#pragma once
+
+#include "velto/corenodes.h"
+#include "velto/jobqueue.h"
+#include "velto/logger.h"
+#include "velto/record.h"
+
+namespace velto
+{
+
+using CoreFramework = Framework<"net.velto.core.framework", SystemInterface, ErrorInterface, DataTypeLibInterface,
+    RegistryInterface, FactoryInterface, DataDictionaryInterface, StringInterface, UrlInterface,
+    ThreadServicesInterface, JobQueueInterface, LoggerInterface, ConfigurationInterface>;
+using CoreNodesFramework = Framework<"net.velto.corenodes.framework", MicroNodeGroupInterface, MicroNodeInterface,
+    CoreNodeInstanceBaseInterface, CoreNodesLibInterface>;
+
+// The frameworks that every module requires, in this order.
+inline constexpr Id kRequiredFrameworks[] = {
+    "net.velto.core.framework",
+    "net.velto.corenodes.framework",
+    "net.velto.image.framework",
+    "net.velto.math.framework",
+    "net.velto.velto.framework",
+    "net.velto.misc.framework",
+    "net.velto.nodes.framework",
+    "net.velto.render.framework",
+};
+
+// Null until a host has loaded the module.
+inline void* (*GetInitializer(const ModuleExport& moduleExport))(const Id*, const Id*)
+{
+    if (!moduleExport.initializer)
+        std::fputs("Assertion failed: g_velto.GetInitializer()\n", stderr);
+    return moduleExport.initializer;
+}
+
+} // namespace velto
+
+extern "C" __attribute__((visibility("default"))) velto::ModuleExport g_velto;
+
+// Defines the library's export and its record; stands once, in the source `register`.
+#define VELTO_MODULE(id)                                                                                               \
+    constinit velto::ModuleExport g_velto;                                                                             \
+    constinit velto::ModuleRecord velto::thisModule;                                                                   \
+    VELTO_TRANSLATION_UNIT(::velto::record_flags::kRegisterUnit);                                                      \
+    static const bool moduleConstructed = (::velto::thisModule.ConstructModule(id, 0, ::velto::kRequiredFrameworks,    \
+                                               std::size(::velto::kRequiredFrameworks), g_velto),                      \
+        true);                                                                                                         \
+    static const ::velto::ConfigurationValue enableDebugBreak(                                                         \
+        "g_enableDebugBreak", "enable debug breaks (when debugger is attached)", &::velto::g_enableDebugBreak);        \
+    static const ::velto::ConfigurationValue enableParallelFor(                                                        \
+        "g_enableParallelFor", "enable parallel execution of all ParallelFor loops", &::velto::g_enableParallelFor);   \
+    static ::velto::StepRecord registerConfiguration(                                                                  \
+        thisUnit, "configuration", &::velto::RegisterConfiguration, nullptr)
+
+namespace velto
+{
+
+// One of the application's places, or the directory of this module's file.
+inline Result GetApplicationUrl(UrlKind kind, Url& url)
+{
+    const auto& urls = Bound<UrlInterface>();
+    if (kind == UrlKind::ModuleDirectory)
+        return urls.GetDirectory(g_velto.moduleUrl.Get(), url.Receive());
+    return urls.GetApplicationUrl(static_cast<Int32>(kind), url.Receive());
+}
+
+// Hands the module's values to the host, unless a module record in the chain says not to.
+inline Result RegisterConfiguration()
+{
+    for (const ModuleRecord* module = g_velto.moduleRecords; module; module = module->nextModule)
+    {
+        if (module->flags & record_flags::kNoConfiguration)
+            return {};
+    }
+    for (Int i = 0; i < configurationTable.count; ++i)
+        VELTO_TRY(Bound<ConfigurationInterface>().ConfigurationRegister(&configurationTable.entries[i]));
+    return {};
+}
+
+} // namespace velto

@@ -1,0 +1,10 @@
+// The host frameworks that this module calls.
+#include "velto/module.h"
+
+namespace velto
+{
+
+static CoreFramework coreFramework(g_velto);
+static CoreNodesFramework coreNodesFramework(g_velto);
+
+} // namespace velto
