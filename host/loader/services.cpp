@@ -4,6 +4,7 @@
 #include "host/registry/dictionary.h"
 #include "host/registry/factory.h"
 #include "host/registry/registry.h"
+#include "host/render/blend.h"
 #include "host/runtime/group.h"
 #include "host/system/allocator.h"
 #include "host/system/configuration.h"
@@ -29,6 +30,13 @@ Service Offer(const Interface& table)
         reinterpret_cast<void (*const*)()>(&table)};
 }
 
+// What the host itself puts into registries.
+bool PublishEntries()
+{
+    PublishBlendClasses();
+    return true;
+}
+
 } // namespace
 
 std::span<const Service> Services()
@@ -50,7 +58,10 @@ std::span<const Service> Services()
         Offer(MicroNodeService()),
         Offer(CoreNodeInstanceService()),
         Offer(CoreNodesLibService()),
+        Offer(ImagePixelBlendService()),
     };
+    static const bool published = PublishEntries();
+    static_cast<void>(published);
     return services;
 }
 

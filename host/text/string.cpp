@@ -28,8 +28,10 @@ struct HostString : StringObject
     // The byte at which the character `position` starts; the end for positions behind it.
     std::size_t ByteOf(Int position) const
     {
-        if (length == static_cast<Int>(bytes.size()) || position >= length)
-            return static_cast<std::size_t>(Min<Int>(position, static_cast<Int>(bytes.size())));
+        if (position >= length)
+            return bytes.size();
+        if (length == static_cast<Int>(bytes.size()))
+            return static_cast<std::size_t>(position);
         std::size_t byte = 0;
         for (Int seen = 0; byte < bytes.size(); ++byte)
         {

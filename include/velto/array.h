@@ -70,6 +70,14 @@ public:
         return {};
     }
 
+    // The same for plain values, but what is added is left for the caller to write.
+    Result ResizeForOverwrite(Int count) requires std::is_trivially_copyable_v<T>
+    {
+        VELTO_TRY(EnsureCapacity(count));
+        count_ = count;
+        return {};
+    }
+
     // Gives room that is not used back; on error the array is as it was.
     Result Shrink()
     {

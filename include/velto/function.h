@@ -12,8 +12,8 @@ struct FunctionInterface : Object
     // [any thread; sampling] Writes the function's value under `context`, which is borrowed for the call. `cache` is a
     // state port of the caller's, or null. On error `value` is as it was.
     Result (*invoke)(const FunctionInterface* self, void* value, const ShadingContext* context, Data* cache) = nullptr;
-    // [building] The value that every context gives, or null when contexts differ.
-    const void* (*constant)(const FunctionInterface* self) = nullptr;
+    // [building] Whether every context gives the same value.
+    Bool (*isConstant)(const FunctionInterface* self) = nullptr;
 };
 
 // The value of a function-valued port: a function that yields a `T`, or none.

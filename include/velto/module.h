@@ -2,6 +2,7 @@
 #pragma once
 
 #include "velto/corenodes.h"
+#include "velto/imagepixelblend.h"
 #include "velto/jobqueue.h"
 #include "velto/logger.h"
 #include "velto/record.h"
@@ -14,6 +15,7 @@ using CoreFramework = Framework<"net.velto.core.framework", SystemInterface, Err
     ThreadServicesInterface, JobQueueInterface, LoggerInterface, ConfigurationInterface>;
 using CoreNodesFramework = Framework<"net.velto.corenodes.framework", MicroNodeGroupInterface, MicroNodeInterface,
     CoreNodeInstanceBaseInterface, CoreNodesLibInterface>;
+using ImageFramework = Framework<"net.velto.image.framework", ImagePixelBlendInterface>;
 
 // The frameworks that every module requires, in this order.
 inline constexpr Id kRequiredFrameworks[] = {

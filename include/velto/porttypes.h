@@ -17,6 +17,7 @@ VELTO_HOST_DATA_TYPE(velto::Url, "net.velto.interface.url");
 VELTO_HOST_DATA_TYPE(velto::DataDictionary, "net.velto.interface.datadictionary");
 VELTO_HOST_DATA_TYPE(velto::ShadingContext, "net.velto.render.datatype.shadingcontext");
 VELTO_HOST_DATA_TYPE(velto::RenderMode, "net.velto.render.datatype.rendermode");
+VELTO_HOST_DATA_TYPE(velto::SearchPathsType, "net.velto.render.datatype.searchpathstype");
 VELTO_HOST_DATA_TYPE(velto::Data, "net.velto.datatype.data");
 VELTO_HOST_DATA_TYPE(velto::Ref<const velto::DataType>, "net.velto.datatype.datatype");
 

@@ -6,5 +6,6 @@ namespace velto
 
 static CoreFramework coreFramework(g_velto);
 static CoreNodesFramework coreNodesFramework(g_velto);
+static ImageFramework imageFramework(g_velto);
 
 } // namespace velto

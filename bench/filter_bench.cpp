@@ -1,0 +1,186 @@
+// What baking, blurring and looking up rasters costs, beside the plain copy and the plain sampling they are held
+// against.
+#include "host/loader/services.h"
+#include "module/source/pattern/2d/bakedimagedata.h"
+#include "module/source/pattern/2d/boxblur.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+
+using namespace velto;
+using namespace velto::pattern::twod;
+
+namespace
+{
+
+const bool servicesAreBound = !host::Services().empty();
+
+// An upstream of about the cost of a small generator, whose value is copied from a slot as graphs do it.
+struct Waves : FunctionInterface
+{
+    Waves()
+    {
+        invoke = [](const FunctionInterface*, void* value, const ShadingContext* context, Data*) -> Result
+        {
+            const Vector& uvw = context->uvw;
+            ColorA slot{std::sin(uvw.x * 40.0), std::cos(uvw.y * 50.0), uvw.x * uvw.y, 1.0};
+            benchmark::DoNotOptimize(slot);
+            std::memcpy(value, &slot, sizeof(slot));
+            return {};
+        };
+    }
+};
+
+struct Fixture
+{
+    Waves waves;
+    ColorAFunction function{Ref<const FunctionInterface>::Share(&waves)};
+    SearchPathsType searchPaths;
+    BakedImageData image;
+
+    explicit Fixture(UInt32 edge) { PrecomputePortData(searchPaths, function, image, edge, edge).Ignore(); }
+};
+
+// The loops run on all threads of the job queue, or on one.
+class Threads
+{
+public:
+    explicit Threads(bool all) { g_enableParallelFor = all; }
+    ~Threads() { g_enableParallelFor = true; }
+};
+
+void SetRates(benchmark::State& state, Int pixels)
+{
+    state.SetItemsProcessed(state.iterations() * pixels);
+    state.SetBytesProcessed(state.iterations() * pixels * Int(sizeof(ColorA)) * 2); // read and written
+}
+
+void Copy(benchmark::State& state)
+{
+    Fixture fixture(2048);
+    BaseArray<ColorA> target;
+    target.CopyFrom(fixture.image.pixels).Ignore();
+    for (auto _ : state)
+    {
+        std::memcpy(static_cast<void*>(target.Data()), fixture.image.pixels.Data(), target.Count() * sizeof(ColorA));
+        benchmark::ClobberMemory();
+    }
+    SetRates(state, target.Count());
+}
+BENCHMARK(Copy)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+template <auto Pass>
+void BoxPass(benchmark::State& state)
+{
+    Fixture fixture(2048);
+    BaseArray<ColorA> target;
+    target.CopyFrom(fixture.image.pixels).Ignore();
+    const Threads threads(state.range(1) != 0);
+    for (auto _ : state)
+        Pass(fixture.image.pixels, target, 2048, static_cast<Int32>(state.range(0)));
+    SetRates(state, target.Count());
+}
+BENCHMARK(BoxPass<BoxBlurH>)
+    ->ArgNames({"radius", "parallel"})
+    ->ArgsProduct({{0, 10, 100, 500}, {0, 1}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(BoxPass<BoxBlurT>)
+    ->ArgNames({"radius", "parallel"})
+    ->ArgsProduct({{0, 10, 100, 500}, {0, 1}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// All stages on a raster that is there already; items a second is pixels a second.
+void BlurStages(benchmark::State& state)
+{
+    const auto edge = static_cast<UInt32>(state.range(0));
+    Fixture fixture(edge);
+    const Threads threads(state.range(1) != 0);
+    for (auto _ : state)
+        BlurRaster(fixture.image.pixels, edge, 0.02).Ignore();
+    SetRates(state, fixture.image.pixels.Count());
+}
+BENCHMARK(BlurStages)
+    ->ArgNames({"edge", "parallel"})
+    ->ArgsProduct({{1024, 2048}, {0, 1}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// What the blur's pre node does, memory and all. The radius is in thousandths of the raster.
+void BakedBlur(benchmark::State& state)
+{
+    Fixture fixture(1);
+    const Threads threads(state.range(1) != 0);
+    for (auto _ : state)
+    {
+        BakedImageData image;
+        PrecomputePortData(fixture.searchPaths, fixture.function, image, 2048, 2048).Ignore();
+        BlurRaster(image.pixels, 2048, static_cast<Float>(state.range(0)) * 0.001).Ignore();
+        benchmark::DoNotOptimize(image.pixels.Data());
+    }
+    SetRates(state, 2048 * 2048);
+}
+BENCHMARK(BakedBlur)
+    ->ArgNames({"radius", "parallel"})
+    ->ArgsProduct({{0, 1, 10, 100, 500}, {0, 1}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+void Bake(benchmark::State& state)
+{
+    Fixture fixture(1);
+    const Threads threads(false);
+    for (auto _ : state)
+        PrecomputePortData(fixture.searchPaths, fixture.function, fixture.image, 1024, 1024).Ignore();
+    state.SetItemsProcessed(state.iterations() * 1024 * 1024);
+}
+BENCHMARK(Bake)->Unit(benchmark::kMillisecond);
+
+// The same samples the way an image is baked: row by row, with nothing kept but the row.
+void PlainSamples(benchmark::State& state)
+{
+    Fixture fixture(1);
+    UInt32 edge = 1024;
+    benchmark::DoNotOptimize(edge);
+    BaseArray<ColorA> row;
+    row.Resize(edge).Ignore();
+    ShadingContext context;
+    context.uvwValid = true;
+    for (auto _ : state)
+    {
+        for (UInt32 y = 0; y < edge; ++y)
+        {
+            for (UInt32 x = 0; x < edge; ++x)
+            {
+                MoveTo(context, {(x + 0.5) / edge, (y + 0.5) / edge, 0.0});
+                Sample(fixture.function, context, row[x]).Ignore();
+            }
+            benchmark::ClobberMemory();
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * edge * edge);
+}
+BENCHMARK(PlainSamples)->Unit(benchmark::kMillisecond);
+
+// Places in the order of an image's samples, the raster a little finer than the image.
+template <auto LookUp>
+void LookUpRaster(benchmark::State& state)
+{
+    const Fixture fixture(1024);
+    Float u = 0.0;
+    Float v = 0.0;
+    for (auto _ : state)
+    {
+        u += 1.0 / 1000.0;
+        v += 1.0 / 1000000.0;
+        const ColorA color =
+            LookUp(fixture.image, Fraction(static_cast<Float32>(u)), Fraction(static_cast<Float32>(v)));
+        benchmark::DoNotOptimize(color);
+    }
+}
+BENCHMARK(LookUpRaster<LookUpNearest>);
+BENCHMARK(LookUpRaster<LookUpLinear>);
+
+} // namespace

@@ -1,0 +1,326 @@
+#include "bake.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <csignal>
+#include <cstdlib>
+#include <map>
+#include <ostream>
+
+namespace velto::cli
+{
+
+using host::Json;
+
+namespace
+{
+
+std::atomic<bool> isInterrupted = false;
+
+// While it lives, an interrupt asks the bake to stop instead of ending the process. A second one ends it.
+class InterruptGuard
+{
+public:
+    InterruptGuard()
+    {
+        isInterrupted = false;
+        for (std::size_t i = 0; i < std::size(kSignals); ++i)
+            old_[i] = std::signal(kSignals[i], &OnSignal);
+    }
+    ~InterruptGuard()
+    {
+        for (std::size_t i = 0; i < std::size(kSignals); ++i)
+            std::signal(kSignals[i], old_[i]);
+    }
+
+private:
+    static void OnSignal(int signal)
+    {
+        isInterrupted = true;
+        std::signal(signal, SIG_DFL);
+    }
+
+    static constexpr int kSignals[] = {SIGINT, SIGTERM};
+    void (*old_[std::size(kSignals)])(int);
+};
+
+bool ParseInt(std::string_view& text, int& value)
+{
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (failure != std::errc())
+        return false;
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    return true;
+}
+
+bool Skip(std::string_view& text, char c)
+{
+    if (text.empty() || text.front() != c)
+        return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+// A bar with rate and time left, on one line of a terminal.
+class ProgressBar
+{
+public:
+    ProgressBar(const Streams& streams, bool isShown) : streams_(streams), isShown_(isShown) {}
+    ~ProgressBar()
+    {
+        if (wasShown_)
+            streams_.err << "\r\x1b[K" << std::flush;
+    }
+
+    void operator()(const host::BakeProgress& progress, const std::string& name)
+    {
+        // Not for what is done at once, and not more often than eyes follow.
+        const bool isTooSoon = progress.seconds < 0.3 || progress.seconds - last_ < 0.1;
+        if (!isShown_ || (isTooSoon && last_ <= progress.seconds))
+            return;
+        last_ = progress.seconds;
+        wasShown_ = true;
+        constexpr int kWidth = 30;
+        const int filled = static_cast<int>(progress.share * kWidth);
+        const double rate = progress.seconds > 0.0 ? static_cast<double>(progress.samples) / progress.seconds : 0.0;
+        const double left = progress.share > 0.0 ? progress.seconds / progress.share - progress.seconds : 0.0;
+        streams_.err << fmt::format("\r\x1b[K{} [{}{}] {:3.0f}%  {:.1f} M samples/s  {:.0f} s left", name,
+                            std::string(static_cast<std::size_t>(filled), '='),
+                            std::string(static_cast<std::size_t>(kWidth - filled), ' '), progress.share * 100.0,
+                            rate * 1e-6, left)
+                     << std::flush;
+    }
+
+private:
+    const Streams& streams_;
+    bool isShown_;
+    bool wasShown_ = false;
+    double last_ = 0.0;
+};
+
+template <class T>
+bool Choose(std::string_view what, const std::string& text, const std::map<std::string, T>& choices,
+    const Streams& streams, T& chosen)
+{
+    const auto found = choices.find(text);
+    if (found != choices.end())
+    {
+        chosen = found->second;
+        return true;
+    }
+    std::string names;
+    for (const auto& [name, value] : choices)
+    {
+        if (!name.empty())
+            names += (names.empty() ? "" : ", ") + name;
+    }
+    PrintError(streams, fmt::format("{} {}: expected one of {}", what, text, names));
+    return false;
+}
+
+bool ReadOptions(const BakeArguments& arguments, const Streams& streams, host::BakeOptions& options)
+{
+    using host::BakeColorSpace;
+    using host::BakeShape;
+    using host::PixelDepth;
+    if (!ParseSize(arguments.size, options.width, options.height))
+    {
+        PrintError(streams,
+            fmt::format("--size {}: expected N or WxH, each from 1 to {}", arguments.size, host::kMaxPictureSide));
+        return false;
+    }
+    if (!arguments.crop.empty() && !ParseCrop(arguments.crop, options.window))
+    {
+        PrintError(streams, fmt::format("--crop {}: expected X,Y,WxH in pixels", arguments.crop));
+        return false;
+    }
+    if (options.window.width > 0 && (static_cast<long>(options.window.x) + options.window.width > options.width ||
+                                        static_cast<long>(options.window.y) + options.window.height > options.height))
+    {
+        PrintError(
+            streams, fmt::format("--crop {} is not inside {}x{}", arguments.crop, options.width, options.height));
+        return false;
+    }
+    options.framesPerSecond = arguments.framesPerSecond;
+    options.threads = arguments.threads;
+    options.supersample = arguments.supersample;
+    return Choose("--depth", arguments.depth,
+               {{"", PixelDepth::Default}, {"uint8", PixelDepth::UInt8}, {"uint16", PixelDepth::UInt16},
+                   {"half", PixelDepth::Half}, {"float", PixelDepth::Float}},
+               streams, options.depth) &&
+           Choose("--colorspace", arguments.colorSpace,
+               {{"", BakeColorSpace::Default}, {"srgb", BakeColorSpace::Srgb}, {"linear", BakeColorSpace::Linear}},
+               streams, options.colorSpace) &&
+           Choose("--shape", arguments.shape, {{"plane", BakeShape::Plane}, {"sphere", BakeShape::Sphere}}, streams,
+               options.shape);
+}
+
+bool ChooseOutputs(const BakeArguments& arguments, const Streams& streams, const host::Program& program,
+    std::vector<std::size_t>& chosen)
+{
+    std::vector<std::string> names;
+    for (const host::OutputPlan& output : program.outputs)
+        names.push_back(output.name);
+    for (std::size_t i = 0; i < names.size() && arguments.outputs.empty(); ++i)
+        chosen.push_back(i);
+    for (const std::string& name : arguments.outputs)
+    {
+        const auto found = std::find(names.begin(), names.end(), name);
+        if (found == names.end())
+        {
+            PrintError(
+                streams, fmt::format("--output {}: there is no such output{}", name, host::Suggestion(name, names)));
+            return false;
+        }
+        if (const auto index = static_cast<std::size_t>(found - names.begin());
+            std::find(chosen.begin(), chosen.end(), index) == chosen.end())
+            chosen.push_back(index);
+    }
+    if (chosen.size() > 1 && arguments.file.find("{output}") == std::string::npos)
+    {
+        PrintError(streams,
+            fmt::format(
+                "{}: the graph has {} outputs ({}); name one with --output, or write {{output}} in the file's name",
+                arguments.file, chosen.size(), fmt::join(names, ", ")));
+        return false;
+    }
+    return true;
+}
+
+bool ChooseFrames(const BakeArguments& arguments, const Streams& streams, std::vector<std::optional<int>>& frames)
+{
+    if (arguments.frames.empty())
+    {
+        frames.push_back(arguments.frame);
+        return true;
+    }
+    int first = 0;
+    int last = 0;
+    if (!ParseFrames(arguments.frames, first, last))
+    {
+        PrintError(streams, fmt::format("--frames {}: expected A-B with A not above B", arguments.frames));
+        return false;
+    }
+    const bool hasPlace =
+        arguments.file.find("{frame}") != std::string::npos || arguments.file.find('#') != std::string::npos;
+    if (last > first && !hasPlace)
+    {
+        PrintError(
+            streams, fmt::format("{}: for several frames the file's name holds {{frame}} or ####", arguments.file));
+        return false;
+    }
+    for (int frame = first; frame <= last; ++frame)
+        frames.push_back(frame);
+    return true;
+}
+
+void PrintStatistics(const Streams& streams, const host::Graph& graph, const host::BakeStatistics& statistics)
+{
+    Json json = Json::Object();
+    json.Add("setupSeconds", statistics.setupSeconds);
+    json.Add("sampleSeconds", statistics.sampleSeconds);
+    json.Add("writeSeconds", statistics.writeSeconds);
+    json.Add("samples", Json(statistics.samples));
+    json.Add("samplesPerSecond",
+        statistics.sampleSeconds > 0.0 ? static_cast<double>(statistics.samples) / statistics.sampleSeconds : 0.0);
+    Json evaluations = Json::Object();
+    for (std::size_t i = 0; i < statistics.evaluations.size(); ++i)
+    {
+        const std::string& name = graph.program->nodeNames[i];
+        const Json* const before = evaluations.Find(name);
+        evaluations.Set(name, Json((before ? static_cast<UInt>(before->AsInteger()) : 0) + statistics.evaluations[i]));
+    }
+    json.Add("evaluations", std::move(evaluations));
+    streams.err << json.Write(true) << '\n';
+}
+
+} // namespace
+
+bool ParseSize(std::string_view text, int& width, int& height)
+{
+    if (!ParseInt(text, width))
+        return false;
+    height = width;
+    if (!text.empty() && (!Skip(text, 'x') || !ParseInt(text, height)))
+        return false;
+    const auto isSide = [](int side) { return side >= 1 && side <= host::kMaxPictureSide; };
+    return text.empty() && isSide(width) && isSide(height);
+}
+
+bool ParseCrop(std::string_view text, host::BakeWindow& window)
+{
+    return ParseInt(text, window.x) && Skip(text, ',') && ParseInt(text, window.y) && Skip(text, ',') &&
+           ParseInt(text, window.width) && Skip(text, 'x') && ParseInt(text, window.height) && text.empty() &&
+           window.x >= 0 && window.y >= 0 && window.width > 0 && window.height > 0;
+}
+
+bool ParseFrames(std::string_view text, int& first, int& last)
+{
+    return ParseInt(text, first) && Skip(text, '-') && ParseInt(text, last) && text.empty() && first <= last &&
+           static_cast<long>(last) - first < 1'000'000;
+}
+
+std::string FileName(std::string pattern, const std::string& output, std::optional<int> frame)
+{
+    const auto replace = [&pattern](std::string_view what, const std::string& with)
+    {
+        for (auto at = pattern.find(what); at != pattern.npos; at = pattern.find(what, at + with.size()))
+            pattern.replace(at, what.size(), with);
+    };
+    if (frame)
+    {
+        replace("{frame}", fmt::format("{}", *frame));
+        if (const auto first = pattern.find('#'); first != pattern.npos)
+        {
+            const auto end = std::min(pattern.find_first_not_of('#', first), pattern.size());
+            pattern.replace(first, end - first, fmt::format("{:0{}}", *frame, end - first));
+        }
+    }
+    replace("{output}", output);
+    return pattern;
+}
+
+int Bake(const BakeArguments& arguments, const Streams& streams)
+{
+    host::BakeOptions options;
+    std::vector<std::optional<int>> frames;
+    if (!ReadOptions(arguments, streams, options) || !ChooseFrames(arguments, streams, frames))
+        return kWrongInput;
+    std::shared_ptr<host::Module> module;
+    if (!LoadModule(arguments.module, streams, module))
+        return kFailed;
+
+    const InterruptGuard guard;
+    options.stop = &isInterrupted;
+    ProgressBar bar(streams, arguments.progress == "always" || (arguments.progress == "auto" && streams.isErrTerminal));
+    host::BakeStatistics statistics;
+    for (const std::optional<int>& frame : frames)
+    {
+        // Every frame starts from fresh state.
+        host::Graph graph;
+        if (!LoadGraph(arguments.graph, {}, module, streams, graph))
+            return kWrongInput;
+        std::vector<std::size_t> outputs;
+        if (!ChooseOutputs(arguments, streams, *graph.program, outputs))
+            return kWrongInput;
+        std::vector<host::BakeTarget> targets;
+        for (const std::size_t output : outputs)
+            targets.push_back({output, FileName(arguments.file, graph.program->outputs[output].name, frame)});
+        options.seconds = frame ? *frame / options.framesPerSecond : 0.0;
+        const std::string name = targets.empty() ? std::string() : targets.front().file;
+        options.progress = [&](const host::BakeProgress& progress) { bar(progress, name); };
+        if (const Result baked = host::Bake(graph, targets, options, statistics); baked.IsError())
+        {
+            PrintError(streams,
+                baked.Message() == "interrupted" ? std::string("interrupted") : fmt::format("{}", baked.Message()));
+            return kFailed;
+        }
+        if (arguments.stats && &frame == &frames.back())
+            PrintStatistics(streams, graph, statistics);
+    }
+    return kSuccess;
+}
+
+} // namespace velto::cli

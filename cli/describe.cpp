@@ -1,0 +1,151 @@
+#include "describe.h"
+
+#include "host/graph/values.h"
+#include "host/registry/factory.h"
+#include "host/registry/registry.h"
+#include "host/runtime/group.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace velto::cli
+{
+
+using host::Json;
+using host::NodePort;
+using host::NodeType;
+
+namespace
+{
+
+// The order of access; what stands for many is behind all others.
+std::vector<std::pair<const NodePort*, std::size_t>> InAccessOrder(const NodeType& type)
+{
+    std::vector<std::pair<const NodePort*, std::size_t>> ports;
+    for (std::size_t i = 0; i < type.ports.size(); ++i)
+        ports.emplace_back(&type.ports[i], i);
+    std::stable_sort(ports.begin(), ports.end(),
+        [](const auto& a, const auto& b)
+        {
+            const auto key = [](const NodePort& port) { return port.index < 0 ? INT64_MAX : port.index; };
+            return key(*a.first) < key(*b.first);
+        });
+    return ports;
+}
+
+Json DescribePort(const NodePort& port)
+{
+    Json json = Json::Object();
+    json.Add("name", port.name);
+    json.Add("direction", port.input ? "in" : "out");
+    json.Add("type", port.type ? host::TypeName(port.type.Get()) : std::string("bundle"));
+    json.Add("label", port.label);
+    if (!port.help.empty())
+        json.Add("help", port.help);
+    if (!port.input)
+        return json;
+    if (port.isVariadic || port.IsBundle())
+        json.Add("variadic", true);
+    json.Add("default", port.shownDefault);
+    json.Add("min", port.minimum);
+    json.Add("max", port.maximum);
+    Json values = Json::Array();
+    for (const std::string& value : port.values)
+        values.Append(value);
+    json.Add("values", std::move(values));
+    if (port.IsBundle())
+    {
+        Json members = Json::Array();
+        for (const NodePort& member : port.members)
+            members.Append(DescribePort(member));
+        json.Add("members", std::move(members));
+    }
+    return json;
+}
+
+} // namespace
+
+Json DescribeCoreNode(const std::string& id, const NodeType& type)
+{
+    Json json = Json::Object();
+    json.Add("id", id);
+    Int kind = 1;
+    if (const Data* const entry = host::FindEntry(registry::kCoreNodes.View(), id))
+    {
+        Ref<MicroNodeGroup> group;
+        if (host::CreateGroup(*entry->As<CoreNodeFactory>(), {}, group).IsOk())
+            kind = static_cast<Int>(host::AsHost(group).record->kind);
+    }
+    json.Add("kind", kind);
+    Json ports = Json::Array();
+    for (const auto& [port, declared] : InAccessOrder(type))
+    {
+        Json entry = Json::Object();
+        entry.Add("index", port->index);
+        entry.Add("name", port->name);
+        entry.Add("direction", port->input ? "in" : "out");
+        entry.Add("type", host::TypeName(port->type.Get()));
+        entry.Add("mark", Int(port->mark));
+        entry.Add("declared", static_cast<Int>(declared));
+        if (port->isVariadic)
+            entry.Add("variadic", true);
+        ports.Append(std::move(entry));
+    }
+    json.Add("ports", std::move(ports));
+    return json;
+}
+
+Json DescribeNode(const NodeType& type)
+{
+    Json json = Json::Object();
+    json.Add("id", type.id);
+    json.Add("name", type.name);
+    json.Add("label", type.label);
+    json.Add("category", type.category);
+    json.Add("help", type.help);
+    Json ports = Json::Array();
+    for (const NodePort& port : type.ports)
+        ports.Append(DescribePort(port));
+    json.Add("ports", std::move(ports));
+    return json;
+}
+
+std::string DescribeForPeople(const NodeType& type)
+{
+    std::string text = type.label.empty() ? type.id + "\n" : fmt::format("{} ({})\n", type.label, type.id);
+    if (!type.help.empty())
+        text += fmt::format("{}\n", type.help);
+    const auto list = [&](const NodePort& port, const std::string& indent)
+    {
+        std::string line = fmt::format("{}{:<24} {:<18}", indent, port.name + (port.isVariadic ? "[]" : ""),
+            port.type ? host::TypeName(port.type.Get()) : "bundle[]");
+        if (!port.shownDefault.IsNull())
+            line += " = " + port.shownDefault.Write();
+        if (!port.minimum.IsNull() || !port.maximum.IsNull())
+            line += fmt::format("  [{} to {}]", port.minimum.IsNull() ? "" : port.minimum.Write(),
+                port.maximum.IsNull() ? "" : port.maximum.Write());
+        if (!port.values.empty())
+            line += fmt::format("  {}", fmt::join(port.values, " | "));
+        if (!port.help.empty())
+            line += "  " + port.help;
+        while (line.ends_with(' '))
+            line.pop_back();
+        text += line + "\n";
+    };
+    for (const bool input : {true, false})
+    {
+        text += input ? "inputs\n" : "outputs\n";
+        for (const NodePort& port : type.ports)
+        {
+            if (port.input != input)
+                continue;
+            list(port, "  ");
+            for (const NodePort& member : port.members)
+                list(member, "    ");
+        }
+    }
+    return text;
+}
+
+} // namespace velto::cli

@@ -1,0 +1,148 @@
+// The command line: what there is to say, and which command it goes to.
+#include "bake.h"
+#include "check.h"
+#include "eval.h"
+#include "module.h"
+#include "nodes.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <unistd.h>
+
+#include <iostream>
+
+namespace velto::cli
+{
+
+namespace
+{
+
+void AddModule(CLI::App& command, ModuleOptions& options)
+{
+    command.add_option("--module", options.file, "the module to load")->type_name("FILE");
+}
+
+void AddGraph(CLI::App& command, GraphArguments& arguments)
+{
+    command.add_option("GRAPH", arguments.file, "the graph document, a JSON file")->required();
+    command.add_option("--render-mode", arguments.renderMode, "0 final, 1 and 2 previews")
+        ->check(CLI::Range(0, 2))
+        ->capture_default_str();
+    command.add_option("--search-path", arguments.searchPaths, "where relative file names are looked for")
+        ->type_name("DIR")
+        ->allow_extra_args(false);
+    command
+        .add_option("--set", arguments.settings, "gives an input a value: NODE.PORT=VALUE, VALUE being JSON or a word")
+        ->type_name("NODE.PORT=VALUE")
+        ->allow_extra_args(false);
+}
+
+void AddBake(CLI::App& app, BakeArguments& a)
+{
+    CLI::App* const bake = app.add_subcommand("bake", "evaluates a graph over the unit square and writes an image");
+    AddGraph(*bake, a.graph);
+    AddModule(*bake, a.module);
+    bake->add_option("-o", a.file, "the image file; its suffix is the format (png, jpg, tif, exr, hdr, tga, ...)")
+        ->type_name("FILE")
+        ->required();
+    bake->add_option("--size", a.size, "pixels: N or WxH")->capture_default_str();
+    bake->add_option("--output", a.outputs, "an output to bake; default: every one, FILE then holds {output}")
+        ->allow_extra_args(false);
+    auto* const frame = bake->add_option("--frame", a.frame, "the frame to bake; its time is N / fps");
+    bake->add_option("--frames", a.frames, "frames A to B; FILE then holds {frame} or ####")
+        ->type_name("A-B")
+        ->excludes(frame);
+    bake->add_option("--fps", a.framesPerSecond, "frames a second")
+        ->check(CLI::Range(1e-6, 1e6))
+        ->capture_default_str();
+    bake->add_option("--threads", a.threads, "threads; default: all")->check(CLI::Range(1, 1024));
+    bake->add_option("--supersample", a.supersample, "N x N samples a pixel")
+        ->check(CLI::Range(1, 64))
+        ->capture_default_str();
+    bake->add_option("--crop", a.crop, "evaluates and writes only this window of the picture")->type_name("X,Y,WxH");
+    bake->add_option("--depth", a.depth, "uint8, uint16, half or float; default by format");
+    bake->add_option("--colorspace", a.colorSpace, "srgb or linear; default srgb for 8- and 16-bit files, else linear");
+    bake->add_option("--shape", a.shape, "plane or sphere")->capture_default_str();
+    bake->add_option("--progress", a.progress, "auto, always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->capture_default_str();
+    bake->add_flag("--stats", a.stats, "times, samples and evaluations as JSON on stderr");
+}
+
+int Main(int argc, char** argv)
+{
+    CLI::App app("velto bakes node graphs to textures.", "velto");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "velto " VELTO_VERSION);
+
+    BakeArguments bake;
+    AddBake(app, bake);
+
+    EvalArguments eval;
+    CLI::App* const evalCommand = app.add_subcommand("eval", "evaluates a graph at single samples and prints JSON");
+    AddGraph(*evalCommand, eval.graph);
+    AddModule(*evalCommand, eval.module);
+    evalCommand->add_option("--samples", eval.samples, "the samples, a JSON file, or - for standard input")
+        ->type_name("FILE");
+    evalCommand->add_flag("--counts", eval.counts, "how often each node was evaluated");
+
+    NodesArguments nodes;
+    CLI::App* const nodesCommand = app.add_subcommand("nodes", "lists the nodes, or describes one");
+    nodesCommand->add_option("ID", nodes.id, "the node to describe");
+    AddModule(*nodesCommand, nodes.module);
+    nodesCommand->add_flag("--core", nodes.core, "core nodes instead of described nodes");
+    nodesCommand->add_flag("--json", nodes.json, "JSON");
+
+    CheckArguments check;
+    CLI::App* const checkCommand = app.add_subcommand("check", "reads and builds a graph and reports every fault");
+    AddGraph(*checkCommand, check.graph);
+    AddModule(*checkCommand, check.module);
+
+    ModuleArguments module;
+    CLI::App* const moduleCommand = app.add_subcommand("module", "tells what the loaded module publishes");
+    AddModule(*moduleCommand, module.module);
+    moduleCommand->add_flag("--json", module.json, "JSON");
+
+    const Streams streams{std::cout, std::cerr, isatty(STDERR_FILENO) != 0};
+    try
+    {
+        app.parse(argc, argv);
+    }
+    catch (const CLI::ParseError& failure)
+    {
+        if (failure.get_exit_code() == 0)
+            return app.exit(failure); // help and version
+        PrintError(streams, failure.what());
+        return kWrongInput;
+    }
+
+    const CLI::App* const command = app.get_subcommands().front();
+    int status = kFailed;
+    if (command->get_name() == "bake")
+        status = Bake(bake, streams);
+    else if (command == evalCommand)
+        status = Eval(eval, streams);
+    else if (command == nodesCommand)
+        status = Nodes(nodes, streams);
+    else if (command == checkCommand)
+        status = Check(check, streams);
+    else if (command == moduleCommand)
+        status = Module(module, streams);
+    std::cout.flush();
+    if (!std::cout && status == kSuccess)
+    {
+        PrintError(streams, "the result cannot be written to standard output");
+        return kFailed;
+    }
+    return status;
+}
+
+} // namespace
+
+} // namespace velto::cli
+
+int main(int argc, char** argv)
+{
+    return velto::cli::Main(argc, argv);
+}

@@ -1,0 +1,87 @@
+#include "session.h"
+
+#include "host/text/url.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <ostream>
+
+namespace velto::cli
+{
+
+namespace
+{
+
+std::filesystem::path ExecutableDirectory()
+{
+    std::error_code ignored;
+    return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+}
+
+} // namespace
+
+void PrintError(const Streams& streams, std::string_view text)
+{
+    streams.err << "velto: error: " << text << '\n';
+}
+
+void PrintWarning(const Streams& streams, std::string_view text)
+{
+    streams.err << "velto: warning: " << text << '\n';
+}
+
+void PrintDiagnostics(const Streams& streams, const std::string& file, const host::Diagnostics& diagnostics)
+{
+    for (const host::Diagnostic& diagnostic : diagnostics.All())
+    {
+        const std::string line = diagnostic.place.empty()
+                                     ? fmt::format("{}: {}", file, diagnostic.text)
+                                     : fmt::format("{}: {}: {}", file, diagnostic.place, diagnostic.text);
+        if (diagnostic.isWarning)
+            PrintWarning(streams, line);
+        else
+            PrintError(streams, line);
+    }
+}
+
+bool LoadModule(const ModuleOptions& options, const Streams& streams, std::shared_ptr<host::Module>& module)
+{
+    const std::filesystem::path file = options.file.empty() ? ExecutableDirectory() / "modules" / "shadernodes.module"
+                                                            : std::filesystem::path(options.file);
+    host::SetResourceDirectory(file.parent_path().parent_path() / "resource");
+    const Result loaded = host::Module::Load(file, module);
+    if (loaded.IsError())
+        PrintError(streams, loaded.Message());
+    return loaded.IsOk();
+}
+
+bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& variable,
+    const std::shared_ptr<host::Module>& module, const Streams& streams, host::Graph& graph)
+{
+    host::GraphOptions options;
+    options.renderMode.value = arguments.renderMode;
+    options.searchPaths = arguments.searchPaths;
+    // Files are also looked for beside the document.
+    if (arguments.file != "-")
+        options.searchPaths.push_back(std::filesystem::absolute(arguments.file).parent_path().string());
+    options.variable = variable;
+    for (const std::string& text : arguments.settings)
+    {
+        host::Setting setting;
+        if (!host::ParseSetting(text, setting))
+        {
+            PrintError(streams, fmt::format("--set {}: expected NODE.PORT=VALUE", text));
+            return false;
+        }
+        options.settings.push_back(std::move(setting));
+    }
+    host::Diagnostics diagnostics;
+    std::string text;
+    const bool isGood = host::ReadFile(arguments.file, host::JsonLimits().bytes, text, diagnostics) &&
+                        host::LoadGraph(text, module, options, diagnostics, graph);
+    PrintDiagnostics(streams, arguments.file, diagnostics);
+    return isGood;
+}
+
+} // namespace velto::cli

@@ -1,0 +1,52 @@
+// What all commands share: streams, exit statuses, the module, documents.
+#pragma once
+
+#include "host/host.h"
+
+#include <iosfwd>
+
+namespace velto::cli
+{
+
+struct Streams
+{
+    std::ostream& out; // results, and nothing but results
+    std::ostream& err;
+    bool isErrTerminal = false;
+};
+
+enum Exit : int
+{
+    kSuccess = 0,
+    kFailed = 1,    // the work failed
+    kWrongInput = 2 // the command line or a document is wrong
+};
+
+// One line: `velto: error: ...`.
+void PrintError(const Streams& streams, std::string_view text);
+void PrintWarning(const Streams& streams, std::string_view text);
+
+// A line for each: `velto: error: FILE: PLACE: TEXT`.
+void PrintDiagnostics(const Streams& streams, const std::string& file, const host::Diagnostics& diagnostics);
+
+struct ModuleOptions
+{
+    std::string file; // empty: next to the executable
+};
+
+// Loads the module; an error is printed.
+bool LoadModule(const ModuleOptions& options, const Streams& streams, std::shared_ptr<host::Module>& module);
+
+struct GraphArguments
+{
+    std::string file;
+    int renderMode = 0;
+    std::vector<std::string> searchPaths;
+    std::vector<std::string> settings; // NODE.PORT=VALUE
+};
+
+// Reads a graph with its settings; errors are printed, and warnings.
+bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& variable,
+    const std::shared_ptr<host::Module>& module, const Streams& streams, host::Graph& graph);
+
+} // namespace velto::cli

@@ -1,0 +1,91 @@
+#include "diagnostics.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+
+namespace velto::host
+{
+
+namespace
+{
+
+// Edits that turn one word into the other: letters added, dropped, changed; upper and lower case are one.
+std::size_t EditDistance(std::string_view a, std::string_view b)
+{
+    std::vector<std::size_t> row(b.size() + 1);
+    for (std::size_t j = 0; j <= b.size(); ++j)
+        row[j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i)
+    {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j)
+        {
+            const bool same = std::tolower(static_cast<unsigned char>(a[i - 1])) ==
+                              std::tolower(static_cast<unsigned char>(b[j - 1]));
+            const std::size_t best = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (same ? 0 : 1)});
+            diagonal = row[j];
+            row[j] = best;
+        }
+    }
+    return row[b.size()];
+}
+
+} // namespace
+
+std::string_view NearestName(std::string_view word, const std::vector<std::string>& candidates)
+{
+    constexpr std::size_t kLongestWord = 128;
+    if (word.empty() || word.size() > kLongestWord)
+        return {};
+    std::string_view nearest;
+    std::size_t best = std::max<std::size_t>(2, word.size() / 3) + 1;
+    for (const std::string& candidate : candidates)
+    {
+        std::size_t distance = EditDistance(word, candidate);
+        // The end of a name says as much as all of it: `scale` for `localScale`.
+        std::string_view tail(candidate);
+        if (tail.size() > word.size() && word.size() >= 3)
+        {
+            tail.remove_prefix(tail.size() - word.size());
+            distance = std::min(distance, EditDistance(word, tail) + 1);
+        }
+        if (distance < best)
+        {
+            best = distance;
+            nearest = candidate;
+        }
+    }
+    return nearest;
+}
+
+std::string Suggestion(std::string_view word, const std::vector<std::string>& candidates)
+{
+    const std::string_view nearest = NearestName(word, candidates);
+    return nearest.empty() ? std::string() : fmt::format("; did you mean \"{}\"?", nearest);
+}
+
+std::string Printable(std::string_view text)
+{
+    constexpr std::size_t kLongest = 200;
+    std::string printable;
+    for (const char c : text.substr(0, kLongest))
+    {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
+            printable += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+        else
+            printable += c;
+    }
+    if (text.size() > kLongest)
+    {
+        // Not in the middle of a character.
+        while (!printable.empty() && (static_cast<unsigned char>(printable.back()) & 0x80) != 0)
+            printable.pop_back();
+        printable += "...";
+    }
+    return printable;
+}
+
+} // namespace velto::host

@@ -1,0 +1,155 @@
+#include "nodetype.h"
+
+#include "description.h"
+
+#include "host/registry/datatypes.h"
+#include "host/registry/factory.h"
+#include "host/registry/registry.h"
+#include "host/runtime/group.h"
+#include "velto/porttypes.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace velto::host
+{
+
+const NodePort* NodeType::FindPort(std::string_view portName, bool input) const
+{
+    const auto found = std::find_if(
+        ports.begin(), ports.end(), [&](const NodePort& port) { return port.name == portName && port.input == input; });
+    return found == ports.end() ? nullptr : &*found;
+}
+
+std::vector<std::string> NodeType::PortNames(bool input) const
+{
+    std::vector<std::string> names;
+    for (const NodePort& port : ports)
+    {
+        if (port.input == input)
+            names.push_back(port.name);
+    }
+    return names;
+}
+
+const DataType* FunctionResultType(const DataType* type)
+{
+    struct Pair
+    {
+        const DataType* function;
+        const DataType* result;
+    };
+    static const Pair pairs[] = {{TypeOf<ColorAFunction>(), TypeOf<ColorA>()},
+        {TypeOf<ColorFunction>(), TypeOf<Color>()}, {TypeOf<FloatFunction>(), TypeOf<Float>()},
+        {TypeOf<Vector2dFunction>(), TypeOf<Vector2d>()}, {TypeOf<BoolFunction>(), TypeOf<Bool>()},
+        {TypeOf<InternedIdFunction>(), TypeOf<InternedId>()}};
+    for (const Pair& pair : pairs)
+    {
+        if (pair.function == type)
+            return pair.result;
+    }
+    return nullptr;
+}
+
+NodeCatalog::NodeCatalog() : described_(DescribedNodes())
+{
+    for (const auto& type : described_)
+    {
+        byName_[type->id].push_back(type.get());
+        byName_[type->name].push_back(type.get());
+        // What a description says of a port holds for the core node behind it, too.
+        for (const NodePort& port : type->ports)
+        {
+            const auto note = [&](const NodePort& described)
+            {
+                for (const InnerPort& target : described.targets)
+                    coreDescriptions_.try_emplace(
+                        fmt::format("{}.{}", type->inner[target.node].type, target.port), &described);
+            };
+            if (!port.input)
+                continue;
+            note(port);
+            std::for_each(port.members.begin(), port.members.end(), note);
+        }
+    }
+}
+
+std::vector<std::string> NodeCatalog::Names() const
+{
+    std::vector<std::string> names = EntryNames(registry::kCoreNodes.View());
+    for (const auto& [name, types] : byName_)
+        names.push_back(name);
+    return names;
+}
+
+std::shared_ptr<const NodeType> NodeCatalog::Core(const std::string& id, const DataDictionary& arguments) const
+{
+    const Data* const entry = FindEntry(registry::kCoreNodes.View(), id);
+    const CoreNodeFactory* const factory = entry ? entry->As<CoreNodeFactory>() : nullptr;
+    Ref<MicroNodeGroup> group;
+    if (!factory || CreateGroup(*factory, arguments, group).IsError())
+        return nullptr;
+    auto type = std::make_shared<NodeType>();
+    type->id = id;
+    type->name = id.substr(id.rfind('.') + 1);
+    type->inner.push_back({"", id, {}, {}});
+    for (const GroupPort& port : AsHost(group).ports)
+    {
+        NodePort made;
+        made.name = port.name;
+        made.input = port.input;
+        made.type = port.type;
+        made.isVariadic = port.wildcard;
+        made.mark = port.Mark();
+        made.index = port.index;
+        made.targets.push_back({0, port.name});
+        const std::string& described = port.family.empty() ? port.name : port.family;
+        if (const auto found = coreDescriptions_.find(fmt::format("{}.{}", id, described));
+            port.input && found != coreDescriptions_.end())
+        {
+            made.values = found->second->values;
+            if (!FunctionResultType(port.type.Get()) && found->second->defaultValue.Type() == port.type.Get())
+                made.defaultValue.CopyFrom(found->second->defaultValue).Ignore();
+        }
+        if (port.input && !port.wildcard && port.type.Get() == TypeOf<ShadingContext>())
+            type->inner[0].contextPorts.push_back(port.name);
+        type->ports.push_back(std::move(made));
+    }
+    return type;
+}
+
+const NodeType* NodeCatalog::Find(const std::string& name, const DataDictionary& arguments,
+    const std::string& argumentsKey, const std::string& place, Diagnostics& diagnostics)
+{
+    if (const auto known = core_.find({name, argumentsKey}); known != core_.end())
+        return known->second.get();
+    if (FindEntry(registry::kCoreNodes.View(), name))
+    {
+        std::shared_ptr<const NodeType> type = Core(name, arguments);
+        if (!type)
+        {
+            diagnostics.Fault(place, fmt::format("a {} cannot be made with these arguments", name));
+            return nullptr;
+        }
+        return core_.emplace(std::pair(name, argumentsKey), std::move(type)).first->second.get();
+    }
+    const auto found = byName_.find(name);
+    if (found == byName_.end())
+    {
+        diagnostics.Fault(
+            place, fmt::format("there is no node type \"{}\"{}", Printable(name), Suggestion(name, Names())));
+        return nullptr;
+    }
+    if (found->second.size() > 1)
+    {
+        std::string ids;
+        for (const NodeType* const type : found->second)
+            ids += (ids.empty() ? "" : ", ") + type->id;
+        diagnostics.Fault(place, fmt::format("\"{}\" may be any of {}", name, ids));
+        return nullptr;
+    }
+    return found->second.front();
+}
+
+} // namespace velto::host

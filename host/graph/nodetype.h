@@ -1,0 +1,111 @@
+// The node types that a document may use: core nodes, and nodes that a description makes of core nodes.
+#pragma once
+
+#include "diagnostics.h"
+#include "json.h"
+
+#include "velto/corenodes.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace velto::host
+{
+
+// A port of one of a type's inner core nodes.
+struct InnerPort
+{
+    std::size_t node = 0;
+    std::string port;
+};
+
+struct NodePort
+{
+    std::string name;
+    bool input = true;
+    Ref<const DataType> type;
+    bool isVariadic = false;        // takes an array; its elements go to `port[0]`, `port[1]`, ... of the targets
+    std::vector<InnerPort> targets; // of an output: the one that it shows
+    Int32 mark = 0;
+    Int index = -1; // access index in a core node
+
+    // From the description; a null default is zero, false or empty.
+    Data defaultValue;
+    std::vector<std::string> values; // what an enumeration knows
+    // Of a bundle, whose elements are objects: their members.
+    std::vector<NodePort> members;
+    Json defaultElements;
+    // For people.
+    std::string label;
+    std::string help;
+    Json minimum;
+    Json maximum;
+    Json shownDefault;
+    std::vector<std::string> valueLabels;
+
+    bool IsBundle() const { return !members.empty(); }
+};
+
+struct InnerNode
+{
+    std::string name; // in the description; empty for a core node that stands for itself
+    std::string type; // core node id
+    struct Given
+    {
+        std::string port;
+        std::string fromNode; // a link, where not empty
+        std::string fromPort;
+        Json value;
+    };
+    std::vector<Given> given;
+    std::vector<std::string> contextPorts; // take the context of the sample
+};
+
+struct NodeType
+{
+    std::string id;
+    std::string name; // the last word of the id
+    bool isDescribed = false;
+    std::string label;
+    std::string category;
+    std::string help;
+    std::vector<NodePort> ports;
+    std::vector<InnerNode> inner;
+
+    const NodePort* FindPort(std::string_view portName, bool input) const;
+    std::vector<std::string> PortNames(bool input) const;
+};
+
+// Whether a type's values are functions of the context, and what they yield (else null).
+const DataType* FunctionResultType(const DataType* type);
+
+class NodeCatalog
+{
+public:
+    // What stands in the registries now.
+    NodeCatalog();
+
+    // The described nodes, in order of their registration.
+    const std::vector<std::shared_ptr<const NodeType>>& Described() const { return described_; }
+
+    // A type by core id, described id or the last word of a described id. Null and a fault when there is none, or when
+    // the word is not unique.
+    const NodeType* Find(const std::string& name, const DataDictionary& arguments, const std::string& argumentsKey,
+        const std::string& place, Diagnostics& diagnostics);
+
+    // A core node as it is without construction arguments. Null when there is none of that id.
+    std::shared_ptr<const NodeType> Core(const std::string& id, const DataDictionary& arguments = {}) const;
+
+private:
+    std::vector<std::string> Names() const;
+
+    std::vector<std::shared_ptr<const NodeType>> described_;
+    std::map<std::string, std::vector<const NodeType*>> byName_;
+    // By id and arguments; what no longer is needed stays, the documents hold pointers.
+    mutable std::map<std::pair<std::string, std::string>, std::shared_ptr<const NodeType>> core_;
+    std::map<std::string, const NodePort*> coreDescriptions_; // `core id` + `.port`
+};
+
+} // namespace velto::host

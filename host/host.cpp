@@ -1,0 +1,71 @@
+#include "host.h"
+
+#include "host/text/url.h"
+
+namespace velto::host
+{
+
+namespace
+{
+
+// The origins of the graph's values that a name stands for: an input, or the elements of one.
+std::set<std::string> Origins(const CoreGraph& graph, const std::set<std::string>& names)
+{
+    std::set<std::string> origins;
+    if (names.empty())
+        return origins;
+    for (const CoreNode& node : graph.nodes)
+    {
+        for (const auto& [port, input] : node.inputs)
+        {
+            for (const std::string& name : names)
+            {
+                const bool isPartOf = input.origin.size() > name.size() && input.origin.starts_with(name) &&
+                                      (input.origin[name.size()] == '[' || input.origin[name.size()] == '.');
+                if (input.origin == name || isPartOf)
+                    origins.insert(input.origin);
+            }
+        }
+    }
+    return origins;
+}
+
+} // namespace
+
+bool LoadGraph(std::string_view text, const std::shared_ptr<Module>& module, const GraphOptions& options,
+    Diagnostics& diagnostics, Graph& graph)
+{
+    Json json;
+    NodeCatalog catalog;
+    if (!ReadJson(text, json, diagnostics) ||
+        !ReadDocument(json, catalog, options.settings, diagnostics, graph.document))
+        return false;
+    auto paths = std::make_shared<SearchPathsType>();
+    for (const std::string& path : options.searchPaths)
+    {
+        Url url;
+        Result made = MakeUrl(path, url);
+        if (made.IsOk())
+            made = paths->Append(std::move(url));
+        if (made.IsError())
+        {
+            diagnostics.Fault("", made.Message());
+            return false;
+        }
+    }
+    graph.searchPaths = std::move(paths);
+
+    CompileOptions compile;
+    compile.renderMode = options.renderMode;
+    compile.searchPaths = graph.searchPaths.get();
+    compile.variable = Origins(graph.document.graph, options.variable);
+    compile.keepAlive = module;
+    Result made = Program::Compile(graph.document.graph, compile, graph.program);
+    if (made.IsOk())
+        made = Setup::Create(graph.program, graph.setup);
+    if (made.IsError())
+        diagnostics.Fault("", made.Message());
+    return made.IsOk();
+}
+
+} // namespace velto::host

@@ -1,0 +1,433 @@
+#include "bake.h"
+
+#include "picture.h"
+
+#include "host/registry/datatypes.h"
+#include "host/render/message.h"
+#include "host/system/guard.h"
+#include "host/system/output.h"
+#include "velto/porttypes.h"
+
+#include <fmt/format.h>
+#include <tbb/blocked_range2d.h>
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <chrono>
+#include <cmath>
+#include <numbers>
+
+namespace velto::host
+{
+
+namespace
+{
+
+constexpr int kTileSide = 64;
+
+using Clock = std::chrono::steady_clock;
+
+double SecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// How an output's values become channels.
+struct Channels
+{
+    const DataType* type;
+    int count;
+    void (*add)(const void* value, double* sums);
+};
+
+template <class T>
+void AddComponents(const void* value, double* sums)
+{
+    const auto* const components = static_cast<const Float*>(value);
+    for (std::size_t i = 0; i < sizeof(T) / sizeof(Float); ++i)
+        sums[i] += components[i];
+}
+
+template <class T>
+void AddNumber(const void* value, double* sums)
+{
+    sums[0] += static_cast<double>(*static_cast<const T*>(value));
+}
+
+const Channels* FindChannels(const DataType* type)
+{
+    static const Channels all[] = {
+        {TypeOf<ColorA>(), 4, &AddComponents<ColorA>},
+        {TypeOf<Color>(), 3, &AddComponents<Color>},
+        {TypeOf<Vector>(), 3, &AddComponents<Vector>},
+        {TypeOf<Vector4d>(), 4, &AddComponents<Vector4d>},
+        {TypeOf<Vector2d>(), 3, &AddComponents<Vector2d>}, // the third channel stays 0
+        {TypeOf<Float>(), 1, &AddNumber<Float>},
+        {TypeOf<Int>(), 1, &AddNumber<Int>},
+        {TypeOf<Int32>(), 1, &AddNumber<Int32>},
+        {TypeOf<UInt32>(), 1, &AddNumber<UInt32>},
+        {TypeOf<Bool>(), 1, &AddNumber<Bool>},
+        {TypeOf<TimeValue>(), 1, &AddComponents<TimeValue>},
+    };
+    for (const Channels& channels : all)
+    {
+        if (channels.type == type)
+            return &channels;
+    }
+    return nullptr;
+}
+
+// The first error of any thread.
+class FirstError
+{
+public:
+    void Take(Result error)
+    {
+        const std::lock_guard lock(mutex_);
+        if (error_.IsOk())
+            error_ = std::move(error);
+        isSet_.store(true, std::memory_order_relaxed);
+    }
+    bool IsSet() const { return isSet_.load(std::memory_order_relaxed); }
+    Result Get() { return error_; }
+
+private:
+    std::mutex mutex_;
+    std::atomic<bool> isSet_ = false;
+    Result error_;
+};
+
+struct Worker
+{
+    std::unique_ptr<Instance> instance;
+    EvaluationCounts counts;
+};
+
+struct Target
+{
+    const Channels* channels;
+    std::size_t output;
+    std::unique_ptr<PictureWriter> writer;
+    std::vector<float> band;
+};
+
+class Baker
+{
+public:
+    Baker(Graph& graph, const BakeOptions& options, BakeStatistics& statistics)
+        : graph_(graph), options_(options), statistics_(statistics), window_(options.window)
+    {
+        if (window_.width == 0)
+            window_ = {0, 0, options.width, options.height};
+    }
+
+    Result Run(const std::vector<BakeTarget>& targets)
+    {
+        VELTO_TRY(OpenTargets(targets));
+        tbb::task_arena arena(options_.threads > 0 ? options_.threads : tbb::task_arena::automatic);
+        Result ran;
+        arena.execute([&] { ran = RunInArena(); });
+        VELTO_TRY(ran);
+        for (Target& target : targets_)
+            VELTO_TRY(target.writer->Finish());
+        return {};
+    }
+
+private:
+    Result OpenTargets(const std::vector<BakeTarget>& targets)
+    {
+        const bool isWindowInside = window_.x >= 0 && window_.y >= 0 && window_.width > 0 && window_.height > 0 &&
+                                    window_.x + window_.width <= options_.width &&
+                                    window_.y + window_.height <= options_.height;
+        if (!isWindowInside)
+            return MakeError(
+                error::kIllegalArgument, fmt::format("the crop {},{},{}x{} is not inside {}x{}", window_.x, window_.y,
+                                             window_.width, window_.height, options_.width, options_.height));
+        for (const BakeTarget& source : targets)
+        {
+            const OutputPlan& output = graph_.program->outputs[source.output];
+            const Channels* const channels = FindChannels(output.type);
+            if (!channels)
+                return MakeError(error::kIllegalArgument,
+                    fmt::format("the output {} is a {}, which is no picture", output.name, output.type->id.View()));
+            Target target{channels, source.output, {}, {}};
+            VELTO_TRY(PictureWriter::Open(
+                source.file, window_.width, window_.height, channels->count, options_, target.writer));
+            targets_.push_back(std::move(target));
+        }
+        return {};
+    }
+
+    Result RunInArena()
+    {
+        const Clock::time_point start = Clock::now();
+        VELTO_TRY(graph_.setup->Run());
+        statistics_.setupSeconds += SecondsSince(start);
+        const int rows = BandRows();
+        for (Target& target : targets_)
+            target.band.resize(static_cast<std::size_t>(rows) * static_cast<std::size_t>(window_.width) *
+                               static_cast<std::size_t>(target.channels->count));
+        Report(0, start);
+        for (int row = 0; row < window_.height; row += rows)
+        {
+            const int count = std::min(rows, window_.height - row);
+            const Clock::time_point sampling = Clock::now();
+            SampleBand(row, count);
+            statistics_.sampleSeconds += SecondsSince(sampling);
+            if (error_.IsSet())
+                return error_.Get();
+            if (IsStopped())
+                return MakeError(error::kIllegalState, "interrupted");
+            const Clock::time_point writing = Clock::now();
+            for (Target& target : targets_)
+                VELTO_TRY(target.writer->WriteRows(target.band.data(), count));
+            statistics_.writeSeconds += SecondsSince(writing);
+            Report(row + count, start);
+        }
+        statistics_.samples += static_cast<UInt>(window_.width) * static_cast<UInt>(window_.height) *
+                               static_cast<UInt>(options_.supersample) * static_cast<UInt>(options_.supersample);
+        statistics_.evaluations.resize(graph_.program->nodeNames.size(), 0);
+        for (const Worker& worker : workers_)
+        {
+            for (std::size_t i = 0; i < worker.counts.size(); ++i)
+                statistics_.evaluations[i] += worker.counts[i];
+        }
+        return {};
+    }
+
+    // Few enough rows that a band is small, enough that every thread has tiles.
+    int BandRows() const
+    {
+        constexpr int kBandPixels = 1 << 20;
+        const int rows = std::max(kTileSide, kBandPixels / std::max(window_.width, 1));
+        return std::min(rows / kTileSide * kTileSide, 1024);
+    }
+
+    void SampleBand(int row, int count)
+    {
+        const tbb::blocked_range2d<int> area(0, count, kTileSide, 0, window_.width, kTileSide);
+        tbb::parallel_for(
+            area, [&](const tbb::blocked_range2d<int>& tile) { SampleTile(row, tile); }, tbb::simple_partitioner());
+    }
+
+    void SampleTile(int bandRow, const tbb::blocked_range2d<int>& tile)
+    {
+        if (error_.IsSet() || IsStopped())
+            return;
+        Worker& worker = workers_.local();
+        if (!worker.instance)
+        {
+            if (Result made = MakeWorker(worker); made.IsError())
+                return error_.Take(std::move(made));
+        }
+        for (int y = tile.rows().begin(); y < tile.rows().end(); ++y)
+        {
+            for (int x = tile.cols().begin(); x < tile.cols().end(); ++x)
+            {
+                if (Result sampled = SamplePixel(*worker.instance, bandRow, x, y); sampled.IsError())
+                    return error_.Take(DescribeFailure(sampled, window_.x + x, window_.y + bandRow + y));
+            }
+        }
+    }
+
+    Result MakeWorker(Worker& worker)
+    {
+        std::unique_ptr<Instance> instance;
+        VELTO_TRY(Instance::Create(*graph_.setup, instance));
+        instance->SetIndependentSamples(true);
+        PrepareContext(instance->Context());
+        if (graph_.program->hasState)
+        {
+            // Every thread's state starts from the picture's first sample, whichever tile the thread gets.
+            const OutputSilence silence;
+            FillContext(options_, 0.5, 0.5, instance->Context());
+            instance->Evaluate().Ignore(); // who fails here fails again where it counts
+        }
+        worker.counts.resize(graph_.program->nodeNames.size(), 0);
+        instance->CountInto(&worker.counts);
+        worker.instance = std::move(instance);
+        return {};
+    }
+
+    void PrepareContext(ShadingContext& context) const
+    {
+        context = {};
+        context.time.seconds = options_.seconds;
+        context.frameRate = options_.framesPerSecond;
+        context.searchPaths = graph_.searchPaths.get();
+        context.renderMessages = RenderMessageSink();
+    }
+
+    Result SamplePixel(Instance& instance, int bandRow, int x, int y)
+    {
+        const int n = options_.supersample;
+        double sums[kMaxTargets][4] = {};
+        for (int j = 0; j < n; ++j)
+        {
+            for (int i = 0; i < n; ++i)
+            {
+                const double px = window_.x + x + (i + 0.5) / n;
+                const double py = window_.y + bandRow + y + (j + 0.5) / n;
+                if (!FillContext(options_, px, py, instance.Context()))
+                    continue; // transparent
+                VELTO_TRY(instance.Evaluate());
+                for (std::size_t t = 0; t < targets_.size(); ++t)
+                    targets_[t].channels->add(instance.Output(targets_[t].output), sums[t]);
+            }
+        }
+        const double share = 1.0 / (n * n);
+        for (std::size_t t = 0; t < targets_.size(); ++t)
+        {
+            Target& target = targets_[t];
+            const int count = target.channels->count;
+            const std::size_t pixel =
+                static_cast<std::size_t>(y) * static_cast<std::size_t>(window_.width) + static_cast<std::size_t>(x);
+            float* const to = &target.band[pixel * static_cast<std::size_t>(count)];
+            for (int c = 0; c < count; ++c)
+                to[c] = static_cast<float>(n == 1 ? sums[t][c] : sums[t][c] * share);
+        }
+        return {};
+    }
+
+    Result DescribeFailure(const Result& failure, int x, int y) const
+    {
+        const std::string* const node = Instance::FailedNode(*graph_.program);
+        Id kind;
+        if (Id::Create(failure.Kind(), kind).IsError())
+            return failure;
+        return MakeError(
+            kind, fmt::format("nodes.{}: {} (at pixel {}, {})", node ? *node : "?", failure.Message(), x, y));
+    }
+
+    bool IsStopped() const { return options_.stop && options_.stop->load(std::memory_order_relaxed); }
+
+    void Report(int rowsDone, Clock::time_point start)
+    {
+        if (!options_.progress)
+            return;
+        const UInt pixels = static_cast<UInt>(rowsDone) * static_cast<UInt>(window_.width);
+        options_.progress({static_cast<double>(rowsDone) / window_.height,
+            pixels * static_cast<UInt>(options_.supersample) * static_cast<UInt>(options_.supersample),
+            SecondsSince(start)});
+    }
+
+public:
+    static constexpr std::size_t kMaxTargets = 64;
+
+private:
+    Graph& graph_;
+    const BakeOptions& options_;
+    BakeStatistics& statistics_;
+    BakeWindow window_;
+    std::vector<Target> targets_;
+    tbb::enumerable_thread_specific<Worker> workers_;
+    FirstError error_;
+};
+
+void FillPlane(const BakeOptions& options, double x, double y, ShadingContext& context)
+{
+    const Vector uvw{x / options.width, y / options.height, 0.0};
+    // The neighbours are one pixel away.
+    const Vector nextU{(x + 1.0) / options.width, uvw.y, 0.0};
+    const Vector nextV{uvw.x, (y + 1.0) / options.height, 0.0};
+    context.uvw = uvw;
+    context.uvwPlusDeltaU = nextU;
+    context.uvwPlusDeltaV = nextV;
+    context.samplePosition = uvw;
+    context.samplePositionPlusDeltaU = nextU;
+    context.samplePositionPlusDeltaV = nextV;
+    context.geometricNormal = context.secondNormal = context.shadingNormal = {0.0, 0.0, 1.0};
+    context.tangent = {1.0, 0.0, 0.0};
+    context.bitangent = {0.0, 1.0, 0.0};
+    context.rayDirection = context.rayDirectionPlusDeltaU = context.rayDirectionPlusDeltaV = {0.0, 0.0, -1.0};
+    context.rayOrigin = {uvw.x, uvw.y, 1.0};
+    context.rayOriginPlusDeltaU = {nextU.x, nextU.y, 1.0};
+    context.rayOriginPlusDeltaV = {nextV.x, nextV.y, 1.0};
+}
+
+// The front of the unit sphere at a place of the picture, which shows -1 to 1 on its shorter side, y up.
+bool OnSphere(const BakeOptions& options, double x, double y, Vector& position)
+{
+    const double half = 0.5 * std::min(options.width, options.height);
+    position.x = (x - 0.5 * options.width) / half;
+    position.y = -(y - 0.5 * options.height) / half;
+    const double rest = 1.0 - position.x * position.x - position.y * position.y;
+    position.z = std::sqrt(std::max(rest, 0.0));
+    return rest >= 0.0;
+}
+
+// Longitude and latitude: u runs once around the y axis, v from the north pole down.
+Vector SphereUv(const Vector& position)
+{
+    const double longitude = std::atan2(position.x, position.z);
+    const double latitude = std::acos(std::clamp(position.y, -1.0, 1.0));
+    return {0.5 + longitude / (2.0 * std::numbers::pi), latitude / std::numbers::pi, 0.0};
+}
+
+bool FillSphere(const BakeOptions& options, double x, double y, ShadingContext& context)
+{
+    Vector position;
+    if (!OnSphere(options, x, y, position))
+        return false;
+    // A neighbour behind the horizon gives way to the one on the other side.
+    const auto neighbour = [&](double dx, double dy)
+    {
+        Vector next;
+        if (OnSphere(options, x + dx, y + dy, next))
+            return next;
+        OnSphere(options, x - dx, y - dy, next);
+        return next;
+    };
+    const Vector nextU = neighbour(1.0, 0.0);
+    const Vector nextV = neighbour(0.0, 1.0);
+    context.uvw = SphereUv(position);
+    context.uvwPlusDeltaU = SphereUv(nextU);
+    context.uvwPlusDeltaV = SphereUv(nextV);
+    context.samplePosition = position;
+    context.samplePositionPlusDeltaU = nextU;
+    context.samplePositionPlusDeltaV = nextV;
+    context.geometricNormal = context.secondNormal = context.shadingNormal = position;
+    const double radius = std::sqrt(position.x * position.x + position.z * position.z);
+    context.tangent = radius > 0.0 ? Vector{position.z / radius, 0.0, -position.x / radius} : Vector{1.0, 0.0, 0.0};
+    // Down the meridian, where v grows.
+    const Vector& t = context.tangent;
+    context.bitangent = {
+        t.y * position.z - t.z * position.y, t.z * position.x - t.x * position.z, t.x * position.y - t.y * position.x};
+    context.rayDirection = context.rayDirectionPlusDeltaU = context.rayDirectionPlusDeltaV = {0.0, 0.0, -1.0};
+    context.rayOrigin = {position.x, position.y, 2.0};
+    context.rayOriginPlusDeltaU = {nextU.x, nextU.y, 2.0};
+    context.rayOriginPlusDeltaV = {nextV.x, nextV.y, 2.0};
+    return true;
+}
+
+} // namespace
+
+bool FillContext(const BakeOptions& options, double x, double y, ShadingContext& context)
+{
+    const double left = std::floor(x);
+    const double top = std::floor(y);
+    context.pixel[0] = static_cast<Int>(left);
+    context.pixel[1] = static_cast<Int>(top);
+    context.subpixel = {x - left, y - top};
+    context.uvwValid = true;
+    if (options.shape == BakeShape::Sphere)
+        return FillSphere(options, x, y, context);
+    FillPlane(options, x, y, context);
+    return true;
+}
+
+Result Bake(
+    Graph& graph, const std::vector<BakeTarget>& targets, const BakeOptions& options, BakeStatistics& statistics)
+{
+    return Guarded(
+        [&]() -> Result
+        {
+            if (targets.size() > Baker::kMaxTargets)
+                return MakeError(error::kIllegalArgument,
+                    fmt::format("{} outputs at once; at most {} are baked", targets.size(), Baker::kMaxTargets));
+            return Baker(graph, options, statistics).Run(targets);
+        });
+}
+
+} // namespace velto::host

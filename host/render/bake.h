@@ -1,0 +1,92 @@
+// Bakes a graph's outputs to an image file.
+#pragma once
+
+#include "host/host.h"
+
+#include <atomic>
+#include <functional>
+
+namespace velto::host
+{
+
+enum class BakeShape
+{
+    Plane,
+    Sphere,
+};
+
+enum class PixelDepth
+{
+    Default, // by format
+    UInt8,
+    UInt16,
+    Half,
+    Float,
+};
+
+enum class BakeColorSpace
+{
+    Default, // sRGB for 8- and 16-bit files, linear for float files
+    Srgb,
+    Linear,
+};
+
+struct BakeWindow
+{
+    int x = 0;
+    int y = 0;
+    int width = 0;
+    int height = 0;
+};
+
+// One output to one file.
+struct BakeTarget
+{
+    std::size_t output = 0; // of the program
+    std::string file;
+};
+
+struct BakeProgress
+{
+    double share = 0.0; // of the picture, 0 to 1
+    UInt samples = 0;
+    double seconds = 0.0;
+};
+
+struct BakeOptions
+{
+    int width = 1024;
+    int height = 1024;
+    BakeWindow window; // of the picture; empty: all of it
+    int supersample = 1;
+    double seconds = 0.0; // the time of the frame
+    double framesPerSecond = 25.0;
+    int threads = 0; // 0: as many as there are
+    BakeShape shape = BakeShape::Plane;
+    PixelDepth depth = PixelDepth::Default;
+    BakeColorSpace colorSpace = BakeColorSpace::Default;
+    std::function<void(const BakeProgress&)> progress; // [the calling thread]
+    const std::atomic<bool>* stop = nullptr;           // true: stop soon
+};
+
+struct BakeStatistics
+{
+    UInt samples = 0;
+    double setupSeconds = 0.0;
+    double sampleSeconds = 0.0;
+    double writeSeconds = 0.0;
+    EvaluationCounts evaluations; // by index of the program's node names
+};
+
+inline constexpr int kMaxPictureSide = 32'768;
+
+// The context of a sample at a place of the picture, in pixels from its upper left corner; false where the shape is
+// not.
+bool FillContext(const BakeOptions& options, double x, double y, ShadingContext& context);
+
+// Evaluates the picture once and writes each target, in bands, in order of rows. Files are put in place at the end: on
+// error, or when stopped, what was there before is there still. An output that is no number and no colour is an error.
+Result Bake(
+    Graph& graph, const std::vector<BakeTarget>& targets, const BakeOptions& options, BakeStatistics& statistics);
+
+} // namespace velto::host

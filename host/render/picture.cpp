@@ -1,0 +1,169 @@
+#include "picture.h"
+
+#include "host/system/guard.h"
+
+#include <OpenImageIO/imageio.h>
+#include <fmt/format.h>
+
+#include <unistd.h>
+
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+namespace velto::host
+{
+
+namespace
+{
+
+// IEC 61966-2-1.
+float EncodeSrgb(float c)
+{
+    return c <= 0.0031308f ? 12.92f * c : 1.055f * std::pow(c, 1.0f / 2.4f) - 0.055f;
+}
+
+OIIO::TypeDesc FormatOf(PixelDepth depth, const std::string& format)
+{
+    switch (depth)
+    {
+    case PixelDepth::UInt8:
+        return OIIO::TypeDesc::UINT8;
+    case PixelDepth::UInt16:
+        return OIIO::TypeDesc::UINT16;
+    case PixelDepth::Half:
+        return OIIO::TypeDesc::HALF;
+    case PixelDepth::Float:
+        return OIIO::TypeDesc::FLOAT;
+    case PixelDepth::Default:
+        break;
+    }
+    if (format == "openexr")
+        return OIIO::TypeDesc::HALF;
+    if (format == "hdr" || format == "pnm")
+        return format == "hdr" ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8;
+    return OIIO::TypeDesc::UINT8;
+}
+
+class Writer : public PictureWriter
+{
+public:
+    ~Writer() override
+    {
+        output_.reset();
+        std::error_code ignored;
+        if (!temporary_.empty())
+            std::filesystem::remove(temporary_, ignored);
+    }
+
+    Result Open(const std::string& file, int width, int height, int channels, const BakeOptions& options)
+    {
+        file_ = file;
+        const std::filesystem::path path(file);
+        output_ = OIIO::ImageOutput::create(file);
+        if (!output_)
+            return Fault(error::kIllegalArgument, fmt::format("{}: {}", file, OIIO::geterror()));
+        const std::string format = output_->format_name();
+        channels_ = channels;
+        writtenChannels_ = channels;
+        if (channels == 4 && !output_->supports("alpha"))
+            writtenChannels_ = 3;
+
+        OIIO::ImageSpec spec(width, height, writtenChannels_, FormatOf(options.depth, format));
+        // Values are written as they are.
+        spec.attribute("oiio:UnassociatedAlpha", 1);
+        const bool isReal = spec.format == OIIO::TypeDesc::HALF || spec.format == OIIO::TypeDesc::FLOAT;
+        isSrgb_ =
+            options.colorSpace == BakeColorSpace::Srgb || (options.colorSpace == BakeColorSpace::Default && !isReal);
+        spec.attribute("oiio:ColorSpace", isSrgb_ ? "sRGB" : "Linear");
+        if (format == "png")
+            spec.attribute("png:compressionLevel", 6);
+        if (format == "jpeg")
+            spec.attribute("Compression", "jpeg:95");
+        if (options.window.width > 0 && format == "openexr")
+        {
+            spec.full_width = width;
+            spec.full_height = height;
+        }
+
+        // In the same directory, so that the rename is one step; with the suffix that the format goes by.
+        temporary_ = path.parent_path() /
+                     fmt::format(".{}.{}.part{}", path.stem().string(), ::getpid(), path.extension().string());
+        if (!output_->open(temporary_.string(), spec))
+            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file, Reason()));
+        width_ = width;
+        if (output_->spec().format != spec.format && options.depth != PixelDepth::Default)
+            return Fault(error::kIllegalArgument,
+                fmt::format("{}: the format {} has no pixels of type {}", file, format, spec.format.c_str()));
+        return {};
+    }
+
+    Result WriteRows(const float* rows, int rowCount) override
+    {
+        const std::size_t pixels = static_cast<std::size_t>(width_) * static_cast<std::size_t>(rowCount);
+        encoded_.resize(pixels * static_cast<std::size_t>(writtenChannels_));
+        const int colorChannels = channels_ == 2 ? 1 : std::min(channels_, 3);
+        float* to = encoded_.data();
+        for (std::size_t i = 0; i < pixels; ++i, rows += channels_)
+        {
+            for (int c = 0; c < writtenChannels_; ++c)
+                *to++ = isSrgb_ && c < colorChannels ? EncodeSrgb(rows[c]) : rows[c];
+        }
+        if (!output_->write_scanlines(row_, row_ + rowCount, 0, OIIO::TypeDesc::FLOAT, encoded_.data()))
+            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file_, Reason()));
+        row_ += rowCount;
+        return {};
+    }
+
+    Result Finish() override
+    {
+        if (!output_->close())
+            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file_, Reason()));
+        output_.reset();
+        std::error_code failure;
+        std::filesystem::rename(temporary_, file_, failure);
+        if (failure)
+            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file_, failure.message()));
+        temporary_.clear();
+        return {};
+    }
+
+private:
+    static Result Fault(const Id& kind, std::string_view text) { return MakeError(kind, text); }
+
+    std::string Reason() const
+    {
+        std::string reason = output_->geterror();
+        while (!reason.empty() && (reason.back() == '\n' || reason.back() == ' '))
+            reason.pop_back();
+        return reason.empty() ? "the disk may be full" : reason;
+    }
+
+    std::string file_;
+    std::filesystem::path temporary_;
+    std::unique_ptr<OIIO::ImageOutput> output_;
+    std::vector<float> encoded_;
+    int width_ = 0;
+    int row_ = 0;
+    int channels_ = 0;
+    int writtenChannels_ = 0;
+    bool isSrgb_ = false;
+};
+
+} // namespace
+
+Result PictureWriter::Open(const std::string& file, int width, int height, int channels, const BakeOptions& options,
+    std::unique_ptr<PictureWriter>& writer)
+{
+    return Guarded(
+        [&]() -> Result
+        {
+            auto made = std::make_unique<Writer>();
+            VELTO_TRY(made->Open(file, width, height, channels, options));
+            writer = std::move(made);
+            return {};
+        });
+}
+
+} // namespace velto::host

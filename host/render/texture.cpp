@@ -1,0 +1,304 @@
+#include "texture.h"
+
+#include "host/system/guard.h"
+#include "host/text/string.h"
+#include "host/text/url.h"
+#include "texturefile.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <map>
+#include <tuple>
+
+namespace velto::host
+{
+
+namespace
+{
+
+struct HostTexture : Texture
+{
+    std::shared_ptr<const Picture> picture;
+};
+
+struct HostFront : ThreadedTexture
+{
+    Ref<Texture> texture;
+    const Picture* picture = nullptr; // the texture's
+};
+
+std::atomic<UInt> textureMemory = UInt(2) << 30;
+
+// A file as it was when it was read.
+struct PictureKey
+{
+    std::string file;
+    std::filesystem::file_time_type changed;
+    std::uintmax_t size = 0;
+    std::string layer;
+    Int frame = 0;
+    bool asFloat = false;
+    UInt memory = 0;
+
+    auto operator<=>(const PictureKey&) const = default;
+};
+
+// What came of reading a file: a picture, or why there is none.
+struct Reading
+{
+    std::once_flag done;
+    std::shared_ptr<const Picture> picture;
+    std::string failure;
+    UInt lastUse = 0;
+};
+
+class PictureCache
+{
+public:
+    static PictureCache& Get()
+    {
+        static PictureCache cache;
+        return cache;
+    }
+
+    // Files are read outside of the lock, each once. A failure is kept as long as the file is what it was.
+    std::shared_ptr<const Reading> Read(const TextureFileRequest& request)
+    {
+        const std::shared_ptr<Reading> reading = Find(request);
+        std::call_once(reading->done,
+            [&]
+            {
+                std::string note;
+                try
+                {
+                    reading->picture = ReadPicture(request, note);
+                }
+                catch (const TextureFileError& failure)
+                {
+                    reading->failure = failure.what();
+                }
+                if (!note.empty())
+                    Log(LogTarget::Warning, note);
+            });
+        return reading;
+    }
+
+    // Drops the readings that nobody shows, those used last being kept up to `bytes`.
+    void Trim(UInt bytes)
+    {
+        const std::lock_guard lock(mutex_);
+        std::vector<std::map<PictureKey, std::shared_ptr<Reading>>::iterator> idle;
+        for (auto i = readings_.begin(); i != readings_.end(); ++i)
+        {
+            if (i->second.use_count() == 1 && (!i->second->picture || i->second->picture.use_count() == 1))
+                idle.push_back(i);
+        }
+        std::sort(idle.begin(), idle.end(), [](auto a, auto b) { return a->second->lastUse > b->second->lastUse; });
+        UInt kept = 0;
+        for (const auto& i : idle)
+        {
+            kept += i->second->picture ? i->second->picture->Bytes() : 1024;
+            if (kept > bytes)
+                readings_.erase(i);
+        }
+    }
+
+private:
+    std::shared_ptr<Reading> Find(const TextureFileRequest& request)
+    {
+        std::error_code ignored;
+        const PictureKey key{request.file.string(), std::filesystem::last_write_time(request.file, ignored),
+            std::filesystem::file_size(request.file, ignored), request.layer, request.frame, request.asFloat,
+            request.memory};
+        const std::lock_guard lock(mutex_);
+        std::shared_ptr<Reading>& reading = readings_[key];
+        if (!reading)
+            reading = std::make_shared<Reading>();
+        reading->lastUse = ++uses_;
+        return reading;
+    }
+
+    std::mutex mutex_;
+    std::map<PictureKey, std::shared_ptr<Reading>> readings_;
+    UInt uses_ = 0;
+};
+
+bool IsFile(const std::filesystem::path& path)
+{
+    std::error_code ignored;
+    return std::filesystem::exists(path, ignored);
+}
+
+// The place of a relative name: here, or in the first directory that has it.
+Result Resolve(const Url& url, const SearchPathsType* searchPaths, Url& resolved)
+{
+    resolved = url;
+    const std::filesystem::path name(Path(url));
+    if (!searchPaths || name.is_absolute() || IsFile(name))
+        return {};
+    for (const Url& directory : *searchPaths)
+    {
+        const std::filesystem::path place = std::filesystem::path(Path(directory)) / name;
+        if (IsFile(place))
+            return MakeUrl(place.string(), resolved);
+    }
+    return {};
+}
+
+Int FrameAt(double seconds, double framesPerSecond)
+{
+    const double frame = seconds * framesPerSecond + 0.001;
+    return frame >= 0.0 && frame < 1e9 ? static_cast<Int>(frame) : 0;
+}
+
+Result UnreadableFile(std::string_view text)
+{
+    return MakeError("net.velto.error.unreadablefile", text);
+}
+
+Result LoadTexture(const UrlObject* given, const SearchPathsType* searchPaths, Bool force32Bit,
+    const LayerSetObject* layers, const TimeValue& givenTime, const FrameCallback* callback, Texture** texture)
+{
+    return Guarded(
+        [&]() -> Result
+        {
+            Url url;
+            VELTO_TRY(Resolve(Url::Share(const_cast<UrlObject*>(given)), searchPaths, url));
+            if (Path(url).empty())
+                return UnreadableFile("There is no file given.");
+            // A file that is not there may be one of a sequence whose other files are.
+            Clip clip;
+            if (const std::filesystem::path file(Path(url)); IsFile(file))
+            {
+                try
+                {
+                    clip = ReadClip(file);
+                }
+                catch (const TextureFileError&)
+                {
+                    // The file that is shown in the end may be another one.
+                }
+            }
+            TimeValue time = givenTime;
+            if (callback)
+            {
+                VELTO_TRY(callback->function(callback->user, TimeValue{clip.Seconds()}, &url, &time));
+                VELTO_TRY(Resolve(Url(url), searchPaths, url));
+            }
+
+            TextureFileRequest request;
+            request.file = Path(url);
+            if (layers)
+                request.layer = Bytes(layers->name);
+            request.frame = FrameAt(time.seconds, clip.framesPerSecond);
+            request.asFloat = force32Bit;
+            request.memory = textureMemory;
+            PictureCache::Get().Trim(textureMemory);
+            const std::shared_ptr<const Reading> reading = PictureCache::Get().Read(request);
+            if (!reading->picture)
+                return UnreadableFile(reading->failure);
+            HostTexture* const made = NewObject<HostTexture>();
+            if (!made)
+                return OutOfMemory();
+            made->picture = reading->picture;
+            *texture = made;
+            return {};
+        });
+}
+
+template <class T, class Base>
+Result Make(Base** object)
+{
+    T* const made = NewObject<T>();
+    if (!made)
+        return OutOfMemory();
+    *object = made;
+    return {};
+}
+
+const HostFront& AsHost(const ThreadedTexture* front)
+{
+    return *static_cast<const HostFront*>(front);
+}
+
+Result Init(ThreadedTexture* self, Texture* texture)
+{
+    VELTO_CHECK_ARGUMENT(self && texture);
+    auto& front = *static_cast<HostFront*>(self);
+    front.texture = Ref<Texture>::Share(texture);
+    front.picture = static_cast<HostTexture*>(texture)->picture.get();
+    return {};
+}
+
+ColorA Sample(const ThreadedTexture* front, Float u, Float v, Float width, Float height, std::uint8_t tileModeU,
+    std::uint8_t tileModeV, Int32 interpolation, Bool toLinear, Int32 alpha, Bool acrossTiles)
+{
+    const Picture* const picture = AsHost(front).picture;
+    if (!picture)
+        return kTransparentBlack;
+    return SamplePicture(
+        *picture, {u, v, width, height, tileModeU, tileModeV, interpolation, toLinear, alpha, acrossTiles});
+}
+
+Result GetDetails(const ThreadedTexture* front, Int32* width, Int32* height, Float* framesPerSecond, TimeValue* length)
+{
+    const Picture* const picture = AsHost(front).picture;
+    VELTO_CHECK_STATE(picture);
+    *width = picture->width;
+    *height = picture->height;
+    *framesPerSecond = picture->framesPerSecond;
+    length->seconds = picture->seconds;
+    return {};
+}
+
+} // namespace
+
+void SetTextureMemory(UInt bytes)
+{
+    textureMemory = bytes;
+}
+
+void DropIdleTextures()
+{
+    PictureCache::Get().Trim(0);
+}
+
+Result MakeLayerSet(std::string_view name, LayerSet& layers)
+{
+    layers = {};
+    if (name.empty())
+        return {};
+    LayerSet made = LayerSet::Adopt(NewObject<LayerSetObject>());
+    if (!made)
+        return OutOfMemory();
+    VELTO_TRY(MakeString(name, made->name));
+    layers = std::move(made);
+    return {};
+}
+
+const TextureManagementInterface& TextureManagementService()
+{
+    static constexpr TextureManagementInterface service{.LoadTexture = {&LoadTexture}};
+    return service;
+}
+
+const TextureInterface& TextureService()
+{
+    static constexpr TextureInterface service{.Alloc = {&Make<HostTexture, Texture>}};
+    return service;
+}
+
+const ThreadedTextureInterface& ThreadedTextureService()
+{
+    static constexpr ThreadedTextureInterface service{
+        .Alloc = {&Make<HostFront, ThreadedTexture>},
+        .Init = {&Init},
+        .GetImage = {+[](const ThreadedTexture* front) { return AsHost(front).picture; }},
+        .Sample = {&Sample},
+        .GetDetails = {&GetDetails},
+    };
+    return service;
+}
+
+} // namespace velto::host

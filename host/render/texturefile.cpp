@@ -1,0 +1,550 @@
+#include "texturefile.h"
+
+#include <OpenImageIO/imageio.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <list>
+
+namespace velto::host
+{
+
+namespace
+{
+
+// The most that a packed file can plausibly unpack to, per byte.
+constexpr std::uintmax_t kMostUnpacking = 4096;
+constexpr std::uintmax_t kMostBytes = std::uintmax_t(1) << 33;
+constexpr int kMostChannels = 1024;
+
+[[noreturn]] void Fail(const std::filesystem::path& file, std::string_view reason)
+{
+    std::string_view line = reason.substr(0, reason.find_last_not_of(" \n\r.") + 1);
+    throw TextureFileError(fmt::format("{}: {}.", file.string(), line.empty() ? "cannot be read" : line));
+}
+
+struct FileHead
+{
+    unsigned char bytes[32] = {};
+    std::size_t count = 0;
+    std::uintmax_t fileSize = 0;
+
+    bool Has(std::size_t at, std::string_view text) const
+    {
+        return at + text.size() <= count && std::memcmp(bytes + at, text.data(), text.size()) == 0;
+    }
+    UInt32 BigEndian(std::size_t at) const
+    {
+        return UInt32(bytes[at]) << 24 | UInt32(bytes[at + 1]) << 16 | UInt32(bytes[at + 2]) << 8 | bytes[at + 3];
+    }
+};
+
+FileHead ReadHead(const std::filesystem::path& file)
+{
+    std::error_code failure;
+    const auto status = std::filesystem::status(file, failure);
+    if (!std::filesystem::exists(status))
+        Fail(file, failure && failure != std::errc::no_such_file_or_directory ? failure.message() : "no such file");
+    if (std::filesystem::is_directory(status))
+        Fail(file, "is a directory");
+    if (!std::filesystem::is_regular_file(status))
+        Fail(file, "is no regular file");
+    FileHead head;
+    head.fileSize = std::filesystem::file_size(file, failure);
+    std::ifstream stream(file, std::ios::binary);
+    stream.read(reinterpret_cast<char*>(head.bytes), sizeof(head.bytes));
+    head.count = static_cast<std::size_t>(stream.gcount());
+    if (failure || (!stream && !stream.eof()))
+        Fail(file, "cannot be opened");
+    if (head.count == 0)
+        Fail(file, "is empty");
+    return head;
+}
+
+std::string LowerSuffix(const std::filesystem::path& file)
+{
+    std::string suffix = file.extension().string();
+    std::transform(suffix.begin(), suffix.end(), suffix.begin(),
+        [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return suffix;
+}
+
+bool IsMovie(std::string_view format)
+{
+    return format == "ffmpeg" || format == "gif";
+}
+
+// The name of the reader for what the file holds.
+std::string_view FormatOf(const std::filesystem::path& file, const FileHead& head)
+{
+    using namespace std::string_view_literals;
+    struct Signature
+    {
+        std::string_view format;
+        std::size_t at;
+        std::string_view text;
+    };
+    static constexpr Signature signatures[] = {{"png", 0, "\x89PNG\r\n\x1a\n"sv}, {"jpeg", 0, "\xff\xd8\xff"sv},
+        {"tiff", 0, "II*\0"sv}, {"tiff", 0, "MM\0*"sv}, {"tiff", 0, "II+\0"sv}, {"tiff", 0, "MM\0+"sv},
+        {"openexr", 0, "\x76\x2f\x31\x01"sv}, {"hdr", 0, "#?"sv}, {"gif", 0, "GIF8"sv}, {"ffmpeg", 4, "ftyp"sv},
+        {"ffmpeg", 4, "moov"sv}, {"ffmpeg", 8, "AVI "sv}, {"ffmpeg", 0, "\x1a\x45\xdf\xa3"sv},
+        {"ffmpeg", 0, "\0\0\x01\xba"sv}, {"ffmpeg", 0, "\0\0\x01\xb3"sv}};
+    for (const Signature& signature : signatures)
+    {
+        if (head.Has(signature.at, signature.text))
+            return signature.format;
+    }
+    // Targa files have no signature: a header that makes sense under the right name must do.
+    static constexpr int kTargaTypes[] = {1, 2, 3, 9, 10, 11};
+    if (LowerSuffix(file) == ".tga" && head.count >= 18 && head.bytes[1] <= 1 &&
+        std::find(std::begin(kTargaTypes), std::end(kTargaTypes), head.bytes[2]) != std::end(kTargaTypes))
+        return "targa";
+    Fail(file, "is of no format that is read here (png, jpg, tif, exr, hdr, tga, gif, mp4, mov, avi, mkv, mpg)");
+}
+
+void CheckSize(const std::filesystem::path& file, std::int64_t width, std::int64_t height)
+{
+    if (width < 1 || height < 1)
+        Fail(file, fmt::format("has no pixels ({} x {})", width, height));
+    if (width > kLargestPicture || height > kLargestPicture)
+        Fail(file, fmt::format("is {} x {} pixels large, at most {} a side are read", width, height, kLargestPicture));
+}
+
+void CheckBytes(const std::filesystem::path& file, std::uintmax_t bytes, const FileHead& head)
+{
+    if (bytes > kMostBytes || bytes / kMostUnpacking > head.fileSize)
+        Fail(file, fmt::format("claims more pixels than its {} bytes can hold", head.fileSize));
+}
+
+// The reader of this format makes room for the whole picture while it opens an interlaced file.
+void CheckPng(const std::filesystem::path& file, const FileHead& head)
+{
+    if (head.count < 29 || !head.Has(12, "IHDR"))
+        Fail(file, "ends within its header");
+    const std::int64_t width = head.BigEndian(16);
+    const std::int64_t height = head.BigEndian(20);
+    CheckSize(file, width, height);
+    static constexpr unsigned kChannels[] = {1, 0, 3, 1, 2, 0, 4};
+    const unsigned channels = head.bytes[25] < std::size(kChannels) ? kChannels[head.bytes[25]] : 0;
+    const auto bits =
+        static_cast<std::uintmax_t>(width) * static_cast<std::uintmax_t>(height) * channels * head.bytes[24];
+    CheckBytes(file, bits / 8, head);
+}
+
+std::unique_ptr<OIIO::ImageInput> Open(
+    const std::filesystem::path& file, std::string_view format, OIIO::ImageSpec& spec)
+{
+    auto input = OIIO::ImageInput::create(std::string(format));
+    if (!input)
+        Fail(file, OIIO::geterror());
+    input->threads(1);
+    OIIO::ImageSpec wish;
+    wish["oiio:UnassociatedAlpha"] = 1; // colours as the file has them
+    if (!input->open(file.string(), spec, wish))
+        Fail(file, input->geterror());
+    return input;
+}
+
+// Movies that were read last stay open, since their pictures are asked for one after the other.
+class OpenMovies
+{
+public:
+    struct Movie
+    {
+        std::mutex mutex;
+        std::filesystem::path file;
+        std::filesystem::file_time_type changed;
+        std::unique_ptr<OIIO::ImageInput> input;
+        OIIO::ImageSpec spec;
+        Clip clip;
+    };
+
+    static OpenMovies& Get()
+    {
+        static OpenMovies movies;
+        return movies;
+    }
+
+    std::shared_ptr<Movie> Open(const std::filesystem::path& file, std::string_view format)
+    {
+        std::error_code ignored;
+        const auto changed = std::filesystem::last_write_time(file, ignored);
+        const std::lock_guard lock(mutex_);
+        const auto known = std::find_if(movies_.begin(), movies_.end(),
+            [&](const auto& movie) { return movie->file == file && movie->changed == changed; });
+        if (known != movies_.end())
+        {
+            movies_.splice(movies_.begin(), movies_, known);
+            return movies_.front();
+        }
+        auto movie = std::make_shared<Movie>();
+        movie->file = file;
+        movie->changed = changed;
+        movie->input = velto::host::Open(file, format, movie->spec);
+        CheckSize(file, movie->spec.width, movie->spec.height);
+        movie->clip = ClipOf(*movie->input, movie->spec, format);
+        movies_.push_front(movie);
+        if (movies_.size() > kMostOpen)
+            movies_.pop_back();
+        return movie;
+    }
+
+private:
+    static constexpr std::size_t kMostOpen = 4;
+
+    static Clip ClipOf(OIIO::ImageInput& input, OIIO::ImageSpec& spec, std::string_view format)
+    {
+        Clip clip;
+        clip.framesPerSecond = FramesPerSecond(spec);
+        clip.frames = spec.get_int_attribute("oiio:subimages", 0);
+        if (format == "gif")
+        {
+            // This reader does not say how many pictures there are, or how fast, before they are read.
+            constexpr int kMostFrames = 100000;
+            clip.frames = 1;
+            while (clip.frames < kMostFrames && input.seek_subimage(static_cast<int>(clip.frames), 0))
+            {
+                if (clip.framesPerSecond <= 0.0)
+                    clip.framesPerSecond = FramesPerSecond(input.spec());
+                ++clip.frames;
+            }
+            input.geterror();
+            input.seek_subimage(0, 0);
+            if (clip.framesPerSecond <= 0.0)
+                clip.framesPerSecond = 10.0;
+        }
+        if (clip.frames <= 1 || !(clip.framesPerSecond > 0.0) || !std::isfinite(clip.framesPerSecond))
+            clip = {};
+        return clip;
+    }
+
+    static double FramesPerSecond(const OIIO::ImageSpec& spec)
+    {
+        int rational[2] = {0, 1};
+        if (spec.getattribute("FramesPerSecond", OIIO::TypeRational, rational) && rational[1] != 0)
+            return double(rational[0]) / rational[1];
+        return spec.get_float_attribute("FramesPerSecond", 0.0f);
+    }
+
+    std::mutex mutex_;
+    std::list<std::shared_ptr<Movie>> movies_;
+};
+
+Transfer EncodingOf(const OIIO::ImageSpec& spec)
+{
+    std::string space = spec.get_string_attribute("oiio:ColorSpace");
+    std::transform(space.begin(), space.end(), space.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (space == "srgb" || space == "srgb_texture")
+        return {Transfer::Curve::Srgb};
+    if (space == "rec709")
+        return {Transfer::Curve::Rec709};
+    if (space.starts_with("linear") || space == "scene_linear" || space == "lin_srgb")
+        return {};
+    if (space.starts_with("gamma"))
+    {
+        const double gamma = spec.get_float_attribute("oiio:Gamma", std::strtof(space.c_str() + 5, nullptr));
+        if (gamma > 0.1 && gamma < 10.0)
+            return gamma == 1.0 ? Transfer{} : Transfer{Transfer::Curve::Power, gamma};
+    }
+    return spec.format.is_floating_point() ? Transfer{} : Transfer{Transfer::Curve::Srgb};
+}
+
+// Which channels of a part make the picture: red, green, blue and alpha by number, -1 for those that are not there.
+using ChannelChoice = std::array<int, 4>;
+
+int FindChannel(const OIIO::ImageSpec& spec, const std::string& prefix, std::initializer_list<std::string_view> names)
+{
+    for (int i = 0; i < spec.nchannels; ++i)
+    {
+        const std::string& channel = spec.channelnames[static_cast<std::size_t>(i)];
+        for (const std::string_view name : names)
+        {
+            if (channel.size() == prefix.size() + name.size() && channel.starts_with(prefix) && channel.ends_with(name))
+                return i;
+        }
+    }
+    return -1;
+}
+
+ChannelChoice ChooseChannels(const OIIO::ImageSpec& spec, const std::string& prefix)
+{
+    ChannelChoice choice{FindChannel(spec, prefix, {"R", "r", "red", "X", "x"}),
+        FindChannel(spec, prefix, {"G", "g", "green", "Y", "y"}),
+        FindChannel(spec, prefix, {"B", "b", "blue", "Z", "z"}), FindChannel(spec, prefix, {"A", "a", "alpha"})};
+    if (choice[0] >= 0 && choice[1] >= 0 && choice[2] >= 0)
+        return choice;
+    // Grey, or channels of other names.
+    std::vector<int> others;
+    for (int i = 0; i < spec.nchannels; ++i)
+    {
+        if (i != choice[3] && spec.channelnames[static_cast<std::size_t>(i)].starts_with(prefix))
+            others.push_back(i);
+    }
+    if (others.empty() && choice[3] >= 0)
+        others.push_back(choice[3]);
+    if (others.empty())
+        return {-1, -1, -1, -1};
+    if (others.size() >= 3)
+        return {others[0], others[1], others[2], choice[3]};
+    if (others.size() == 2 && choice[3] < 0)
+        choice[3] = others[1];
+    return {others[0], others[0], others[0], choice[3]};
+}
+
+// Goes to the part that the layer names and says which of its channels make it.
+ChannelChoice SeekLayer(
+    OIIO::ImageInput& input, OIIO::ImageSpec& spec, const std::filesystem::path& file, const std::string& layer)
+{
+    if (layer.empty())
+        return ChooseChannels(spec, "");
+    constexpr int kMostParts = 1024;
+    const bool isNumber = layer.find_first_not_of("0123456789") == layer.npos && layer.size() < 5;
+    for (int part = 0; part < kMostParts && input.seek_subimage(part, 0); ++part)
+    {
+        spec = input.spec();
+        if ((isNumber && std::stoi(layer) == part) || spec.get_string_attribute("oiio:subimagename") == layer ||
+            spec.get_string_attribute("name") == layer)
+            return ChooseChannels(spec, "");
+        const ChannelChoice choice = ChooseChannels(spec, layer + ".");
+        if (choice[0] >= 0)
+            return choice;
+    }
+    Fail(file, fmt::format("has no layer \"{}\"", layer));
+}
+
+template <class T>
+constexpr OIIO::TypeDesc::BASETYPE kTexelType = std::is_same_v<T, std::uint8_t>    ? OIIO::TypeDesc::UINT8
+                                                : std::is_same_v<T, std::uint16_t> ? OIIO::TypeDesc::UINT16
+                                                                                   : OIIO::TypeDesc::FLOAT;
+
+// Calls `use` with the pixels of each row, from the top.
+template <class T, class Use>
+void ReadRows(OIIO::ImageInput& input, int part, const OIIO::ImageSpec& spec, int first, int behind,
+    const std::filesystem::path& file, const Use& use)
+{
+    const int strip = spec.tile_width ? spec.tile_height : std::clamp((1 << 20) / spec.width, 1, 64);
+    const auto rowSize = static_cast<std::size_t>(spec.width) * static_cast<std::size_t>(behind - first);
+    std::vector<T> rows(rowSize * static_cast<std::size_t>(std::min(strip, spec.height)));
+    for (int y = 0; y < spec.height; y += strip)
+    {
+        const int end = std::min(y + strip, spec.height);
+        const bool read = spec.tile_width
+                              ? input.read_tiles(part, 0, spec.x, spec.x + spec.width, spec.y + y, spec.y + end, spec.z,
+                                    spec.z + 1, first, behind, OIIO::TypeDesc(kTexelType<T>), rows.data())
+                              : input.read_scanlines(part, 0, spec.y + y, spec.y + end, spec.z, first, behind,
+                                    OIIO::TypeDesc(kTexelType<T>), rows.data());
+        if (!read)
+            Fail(file, input.geterror());
+        for (int row = y; row < end; ++row)
+            use(row, rows.data() + rowSize * static_cast<std::size_t>(row - y));
+    }
+}
+
+// Gathers the texels of the finest level that is held, each the mean of a square of pixels in linear light.
+template <class T>
+class Gatherer
+{
+public:
+    Gatherer(const OIIO::ImageSpec& spec, int shift, const Transfer& transfer)
+        : width_(spec.width), height_(spec.height), shift_(shift), transfer_(transfer)
+    {
+        level_.width = ((width_ - 1) >> shift) + 1;
+        level_.height = ((height_ - 1) >> shift) + 1;
+        level_.texels.resize(std::size_t(level_.width) * std::size_t(level_.height) * 4);
+        if (shift > 0)
+            sums_.resize(std::size_t(level_.width) * 4);
+    }
+
+    // `pixels` holds the channels from number `first` on, `stride` of them a pixel.
+    void AddRow(int y, const T* pixels, const ChannelChoice& choice, int first, int stride)
+    {
+        if (shift_ == 0)
+        {
+            T* out = level_.texels.data() + std::size_t(y) * std::size_t(width_) * 4;
+            for (int x = 0; x < width_; ++x, pixels += stride)
+            {
+                for (const int channel : choice)
+                    *out++ = channel < 0 ? kOpaque : pixels[channel - first];
+            }
+            return;
+        }
+        for (int x = 0; x < width_; ++x, pixels += stride)
+        {
+            double* const sum = sums_.data() + std::size_t(x >> shift_) * 4;
+            for (std::size_t i = 0; i < 4; ++i)
+            {
+                const double value = (choice[i] < 0 ? kOpaque : pixels[choice[i] - first]) / double(kOpaque);
+                sum[i] += i == 3 ? value : ToLinear(value);
+            }
+        }
+        if (y == height_ - 1 || ((y + 1) >> shift_) != y >> shift_)
+            FinishRow(y);
+    }
+
+    TexelLevel<T> Take() { return std::move(level_); }
+
+private:
+    static constexpr T kOpaque = std::is_integral_v<T> ? std::numeric_limits<T>::max() : T(1);
+
+    double ToLinear(double value)
+    {
+        if (transfer_.curve == Transfer::Curve::Linear)
+            return value;
+        if (value != lastValue_) // neighbours are often alike
+        {
+            lastValue_ = value;
+            lastLinear_ = transfer_.ToLinear(value);
+        }
+        return lastLinear_;
+    }
+
+    void FinishRow(int y)
+    {
+        const int row = y >> shift_;
+        const int rows = y + 1 - (row << shift_);
+        T* out = level_.texels.data() + std::size_t(row) * std::size_t(level_.width) * 4;
+        for (int x = 0; x < level_.width; ++x)
+        {
+            const int columns = std::min(width_ - (x << shift_), 1 << shift_);
+            for (std::size_t i = 0; i < 4; ++i)
+            {
+                double& sum = sums_[std::size_t(x) * 4 + i];
+                const double mean = sum / (double(rows) * columns);
+                const double encoded = i == 3 ? mean : transfer_.FromLinear(mean);
+                if constexpr (std::is_integral_v<T>)
+                    *out++ = static_cast<T>(std::clamp(encoded, 0.0, 1.0) * double(kOpaque) + 0.5);
+                else
+                    *out++ = static_cast<T>(encoded);
+                sum = 0.0;
+            }
+        }
+    }
+
+    int width_;
+    int height_;
+    int shift_;
+    Transfer transfer_;
+    TexelLevel<T> level_;
+    std::vector<double> sums_;
+    double lastValue_ = 0.0;
+    double lastLinear_ = 0.0;
+};
+
+// How often a picture is halved to fit.
+int ShiftFor(const OIIO::ImageSpec& spec, std::size_t texelSize, UInt memory)
+{
+    int shift = 0;
+    const auto bytes = [&]
+    {
+        const UInt width = UInt((spec.width - 1) >> shift) + 1;
+        const UInt height = UInt((spec.height - 1) >> shift) + 1;
+        return width * height * texelSize / 3 * 4;
+    };
+    while (bytes() > memory && shift < 15)
+        ++shift;
+    return shift;
+}
+
+template <class T>
+std::unique_ptr<Picture> Decode(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const ChannelChoice& choice,
+    const TextureFileRequest& request, std::string& note)
+{
+    const Transfer transfer = EncodingOf(spec);
+    const int shift = ShiftFor(spec, sizeof(T) * 4, request.memory);
+    if (shift > 0)
+        note = fmt::format("{}: is too large for the memory of textures, shown with one pixel for each {} x {}.",
+            request.file.string(), 1 << shift, 1 << shift);
+
+    int first = spec.nchannels;
+    int behind = 0;
+    for (const int channel : choice)
+    {
+        if (channel >= 0)
+        {
+            first = std::min(first, channel);
+            behind = std::max(behind, channel + 1);
+        }
+    }
+    Gatherer<T> gatherer(spec, shift, transfer);
+    ReadRows<T>(input, input.current_subimage(), spec, first, behind, request.file,
+        [&](int y, const T* pixels) { gatherer.AddRow(y, pixels, choice, first, behind - first); });
+
+    auto picture = std::make_unique<Picture>();
+    picture->width = spec.width;
+    picture->height = spec.height;
+    picture->texels = std::make_unique<Pyramid<T>>(gatherer.Take(), transfer);
+    return picture;
+}
+
+std::unique_ptr<Picture> DecodePart(
+    OIIO::ImageInput& input, OIIO::ImageSpec spec, const TextureFileRequest& request, std::string& note)
+{
+    const ChannelChoice choice = SeekLayer(input, spec, request.file, request.layer);
+    if (choice[0] < 0)
+        Fail(request.file, "has no channels");
+    CheckSize(request.file, spec.width, spec.height);
+    if (spec.depth > 1 || spec.deep || spec.nchannels > kMostChannels)
+        Fail(request.file, "is no flat picture");
+    if (!request.asFloat && (spec.format == OIIO::TypeDesc::UINT8 || spec.format == OIIO::TypeDesc::INT8))
+        return Decode<std::uint8_t>(input, spec, choice, request, note);
+    if (!request.asFloat && (spec.format == OIIO::TypeDesc::UINT16 || spec.format == OIIO::TypeDesc::INT16))
+        return Decode<std::uint16_t>(input, spec, choice, request, note);
+    return Decode<float>(input, spec, choice, request, note);
+}
+
+std::unique_ptr<Picture> ReadMovie(const TextureFileRequest& request, std::string_view format, std::string& note)
+{
+    const auto movie = OpenMovies::Get().Open(request.file, format);
+    const std::lock_guard lock(movie->mutex);
+    const auto frame = static_cast<int>(std::clamp<Int>(request.frame, 0, std::max<Int>(movie->clip.frames - 1, 0)));
+    if (!movie->input->seek_subimage(frame, 0))
+        Fail(request.file, movie->input->geterror());
+    auto picture = DecodePart(*movie->input, movie->input->spec(), request, note);
+    picture->framesPerSecond = movie->clip.framesPerSecond;
+    picture->seconds = movie->clip.Seconds();
+    return picture;
+}
+
+} // namespace
+
+Clip ReadClip(const std::filesystem::path& file)
+{
+    const FileHead head = ReadHead(file);
+    const std::string_view format = FormatOf(file, head);
+    return IsMovie(format) ? OpenMovies::Get().Open(file, format)->clip : Clip();
+}
+
+std::unique_ptr<Picture> ReadPicture(const TextureFileRequest& request, std::string& note)
+{
+    const FileHead head = ReadHead(request.file);
+    const std::string_view format = FormatOf(request.file, head);
+    try
+    {
+        if (IsMovie(format))
+            return ReadMovie(request, format, note);
+        if (format == "png")
+            CheckPng(request.file, head);
+        OIIO::ImageSpec spec;
+        const auto input = Open(request.file, format, spec);
+        CheckSize(request.file, spec.width, spec.height);
+        CheckBytes(request.file, spec.image_bytes(true), head);
+        return DecodePart(*input, spec, request, note);
+    }
+    catch (const TextureFileError&)
+    {
+        throw;
+    }
+    catch (const std::bad_alloc&)
+    {
+        throw;
+    }
+    catch (const std::exception& failure)
+    {
+        Fail(request.file, failure.what());
+    }
+}
+
+} // namespace velto::host

@@ -1,0 +1,48 @@
+// Reads pictures from files. Files are not trusted: they are recognised by what they hold, only formats that are named
+// here are opened, and what a header claims is checked before memory is asked for.
+#pragma once
+
+#include "texturelevels.h"
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+namespace velto::host
+{
+
+// Why there is no picture; the text names the file.
+struct TextureFileError : std::runtime_error
+{
+    using std::runtime_error::runtime_error;
+};
+
+// Pixels along a side.
+inline constexpr int kLargestPicture = 32768;
+
+// What a movie is besides its pictures.
+struct Clip
+{
+    Int frames = 0;
+    double framesPerSecond = 0.0;
+
+    double Seconds() const { return framesPerSecond > 0.0 ? double(frames) / framesPerSecond : 0.0; }
+};
+
+struct TextureFileRequest
+{
+    std::filesystem::path file;
+    std::string layer;    // the name of a part or of a group of channels, the number of a part, or empty
+    Int frame = 0;        // of a movie
+    bool asFloat = false; // 32-bit texels, whatever the file has
+    UInt memory =
+        UInt(-1); // bytes that the picture may take: one that does not fit is held at the finest level that does
+};
+
+// What a file says of itself as a movie; nothing of a still picture. Throws `TextureFileError`.
+Clip ReadClip(const std::filesystem::path& file);
+
+// The picture, with a line for the user in `note` if there is something to say. Throws `TextureFileError`.
+std::unique_ptr<Picture> ReadPicture(const TextureFileRequest& request, std::string& note);
+
+} // namespace velto::host

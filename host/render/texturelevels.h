@@ -1,0 +1,126 @@
+// A decoded picture and its coarser levels, and the colours between its texels.
+#pragma once
+
+#include "velto/texture.h"
+
+#include <array>
+#include <memory>
+#include <mutex>
+#include <variant>
+#include <vector>
+
+namespace velto::host
+{
+
+// How colours are encoded in a file: what turns them into linear light.
+struct Transfer
+{
+    enum class Curve
+    {
+        Linear,
+        Srgb,   // IEC 61966-2-1
+        Rec709, // ITU-R BT.709
+        Power,
+    };
+
+    Curve curve = Curve::Linear;
+    double exponent = 1.0; // of Power
+
+    double ToLinear(double c) const;
+    double FromLinear(double c) const;
+    friend bool operator==(const Transfer&, const Transfer&) = default;
+};
+
+// Texels as they are kept: four channels each, encoded as in the file.
+template <class T>
+struct TexelLevel
+{
+    int width = 0;
+    int height = 0;
+    std::vector<T> texels;
+
+    const T* At(int x, int y) const
+    {
+        return texels.data() + (std::size_t(y) * std::size_t(width) + std::size_t(x)) * 4;
+    }
+};
+
+// The levels of a picture from the finest that is held, each half of the one before it down to a single texel. Those
+// behind the first are made when they are first asked for: of colours in linear light, and of the plain numbers.
+template <class T>
+class Pyramid
+{
+public:
+    Pyramid(TexelLevel<T> finest, const Transfer& transfer);
+
+    int Count() const { return count_; }
+    const TexelLevel<T>& Finest() const { return finest_; }
+    const TexelLevel<T>& Level(int level, bool ofColors) const;
+
+    const Transfer& Encoding() const { return transfer_; }
+    // What a stored number stands for, linear or plain; of integer texels only.
+    const double* Decoded(bool toLinear) const { return toLinear ? linear_->data() : plain_->data(); }
+
+private:
+    struct Chain
+    {
+        std::once_flag made;
+        std::vector<TexelLevel<T>> levels; // from the second on
+    };
+    void Make(Chain& chain, bool ofColors) const;
+
+    TexelLevel<T> finest_;
+    Transfer transfer_;
+    int count_ = 1;
+    std::shared_ptr<const std::vector<double>> plain_;
+    std::shared_ptr<const std::vector<double>> linear_;
+    mutable std::array<Chain, 2> chains_;
+};
+
+extern template class Pyramid<std::uint8_t>;
+extern template class Pyramid<std::uint16_t>;
+extern template class Pyramid<float>;
+
+} // namespace velto::host
+
+namespace velto
+{
+
+// What a texture shows.
+struct Picture
+{
+    // As the file has it; the finest level that is held may be smaller.
+    int width = 0;
+    int height = 0;
+    double framesPerSecond = 0.0;
+    double seconds = 0.0;
+    std::variant<std::unique_ptr<host::Pyramid<std::uint8_t>>, std::unique_ptr<host::Pyramid<std::uint16_t>>,
+        std::unique_ptr<host::Pyramid<float>>>
+        texels;
+
+    UInt Bytes() const; // of the finest level and what its coarser ones come to
+};
+
+} // namespace velto
+
+namespace velto::host
+{
+
+struct SampleRequest
+{
+    double u = 0.0;
+    double v = 0.0;
+    double width = 0.0;
+    double height = 0.0;
+    std::uint8_t tileModeU = 0;
+    std::uint8_t tileModeV = 0;
+    Int32 interpolation = texture_filter::kNone;
+    bool toLinear = true;
+    Int32 alpha = texture_alpha::kStraight;
+    bool acrossTiles = true;
+};
+
+// [any thread] The colour that the request asks for.
+ColorA SamplePicture(const Picture& picture, const SampleRequest& request);
+
+} // namespace velto::host

@@ -1,0 +1,50 @@
+// A graph of core nodes: what a document becomes, and what a program is compiled from.
+#pragma once
+
+#include "velto/data.h"
+#include "velto/shadingcontext.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace velto::host
+{
+
+struct CorePort
+{
+    std::size_t node = 0; // index in the graph
+    std::string port;
+};
+
+// What an input is given. Neither link nor value: the default of its type.
+struct CoreInput
+{
+    std::optional<CorePort> link;
+    Data value;            // of a function-valued port: a value of what the function yields
+    bool connected = true; // whether the node sees the input as connected
+    std::string origin;    // the name by which `Setup::Set` finds the value; empty: it cannot be set
+};
+
+struct CoreNode
+{
+    std::string name; // for people: in errors and counts
+    std::string type; // the id in the registry of core nodes
+    DataDictionary arguments;
+    std::map<std::string, CoreInput> inputs;
+};
+
+struct CoreOutput
+{
+    std::string name;
+    CorePort from;
+};
+
+struct CoreGraph
+{
+    std::vector<CoreNode> nodes;
+    std::vector<CoreOutput> outputs;
+};
+
+} // namespace velto::host

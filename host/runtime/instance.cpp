@@ -1,0 +1,440 @@
+#include "instance.h"
+
+#include "host/registry/datatypes.h"
+#include "host/system/guard.h"
+#include "host/system/output.h"
+#include "velto/porttypes.h"
+
+#include <chrono>
+
+namespace velto::host
+{
+
+namespace
+{
+
+thread_local char threadMark = 0;
+thread_local Int failedNode = -1;
+
+// A new value over one that ends.
+Result AssignValue(const DataType& type, void* to, const void* from)
+{
+    const DataTypeOperations& operations = type.operations;
+    if (!operations.copy)
+    {
+        std::memcpy(to, from, operations.size);
+        return {};
+    }
+    Data copy; // so that `to` stays as it was when there is no memory
+    VELTO_TRY(copy.Set(&type, from));
+    if (operations.destroy)
+        operations.destroy(to);
+    return operations.copy(to, copy.Value());
+}
+
+// The commonest values are copied without asking how long they are.
+inline Result CopyValue(const DataType& type, void* to, const void* from)
+{
+    const DataTypeOperations& operations = type.operations;
+    if (!operations.copy && operations.size == sizeof(ColorA))
+    {
+        std::memcpy(to, from, sizeof(ColorA));
+        return {};
+    }
+    return AssignValue(type, to, from);
+}
+
+void Reset(const ResetPlan& reset, std::byte* value)
+{
+    if (reset.type->operations.destroy)
+        reset.type->operations.destroy(value);
+    reset.type->operations.construct(value);
+}
+
+Bool IsConstantFunction(const FunctionInterface* self)
+{
+    return static_cast<const BodyFunction*>(self)->constant != nullptr;
+}
+
+Result InvokeConstant(const FunctionInterface* self, void* value, const ShadingContext*, Data*)
+{
+    const auto& function = *static_cast<const BodyFunction*>(self);
+    return CopyValue(*function.type, value, function.constant);
+}
+
+using InvokePointer = decltype(FunctionInterface::invoke);
+
+// Lays out the frames of a body's calls and links their slots.
+void LinkBody(RunnableBody& body, const BodyPlan& plan, const UInt32* offsets, const Storage& setup,
+    const Storage* frame, const ShadingContext* context, void* owner, InvokePointer invoke)
+{
+    const auto resolve = [&](Address address) -> std::byte*
+    {
+        switch (address.store)
+        {
+        case Store::Setup:
+            return setup.At(address.offset);
+        case Store::Frame:
+            return frame->At(address.offset);
+        default:
+            return nullptr;
+        }
+    };
+    std::size_t size = 0;
+    for (const CallPlan& call : plan.calls)
+        size += sizeof(FrameHead) + call.slots.size() * sizeof(Slot);
+    body.plan = &plan;
+    body.frames = std::make_unique<std::byte[]>(size);
+    body.calls.reserve(plan.calls.size());
+    std::byte* place = body.frames.get();
+    for (const CallPlan& call : plan.calls)
+    {
+        ::new (place) FrameHead;
+        auto* const slots = reinterpret_cast<Slot*>(place + sizeof(FrameHead));
+        for (std::size_t i = 0; i < call.slots.size(); ++i)
+        {
+            const SlotPlan& slot = call.slots[i];
+            ::new (slots + i) Slot{resolve(slot.value), 0, slot.flags};
+            if (slot.value.store != Store::Context)
+                continue;
+            if (context)
+                slots[i].value = const_cast<ShadingContext*>(context);
+            else
+                body.contextSlots.push_back(slots + i);
+        }
+        body.calls.push_back({call.compute, call.record, {place, offsets}, call.node});
+        place += sizeof(FrameHead) + call.slots.size() * sizeof(Slot);
+    }
+    body.functions = std::vector<BodyFunction>(plan.functions.size());
+    for (std::size_t i = 0; i < plan.functions.size(); ++i)
+    {
+        const FunctionPlan& source = plan.functions[i];
+        BodyFunction& function = body.functions[i];
+        function.references = 1 << 30; // ends with the body
+        function.isConstant = &IsConstantFunction;
+        function.type = source.type;
+        function.owner = owner;
+        if (source.body >= 0)
+        {
+            function.body = static_cast<UInt32>(source.body);
+            function.invoke = invoke;
+        }
+        else
+        {
+            function.constant = resolve(source.constant);
+            function.invoke = &InvokeConstant;
+        }
+        // All function-valued ports hold the same: a reference.
+        reinterpret_cast<ColorAFunction*>(resolve(source.place))->object =
+            Ref<const FunctionInterface>::Share(&function);
+    }
+    body.result = resolve(plan.result);
+}
+
+} // namespace
+
+Storage::Storage(const StorePlan& plan) : plan_(plan) {}
+
+Storage::~Storage()
+{
+    for (std::size_t i = constructed_; i > 0; --i)
+    {
+        const ValuePlan& value = plan_.values[i - 1];
+        if (value.type->operations.destroy)
+            value.type->operations.destroy(At(value.offset));
+    }
+    Bound<SystemInterface>().Free(memory_);
+}
+
+Result Storage::Construct()
+{
+    memory_ = static_cast<std::byte*>(Allocate(Max<UInt>(plan_.size, 1)));
+    if (!memory_)
+        return OutOfMemory();
+    for (const ValuePlan& value : plan_.values)
+    {
+        const DataTypeOperations& operations = value.type->operations;
+        std::byte* const place = At(value.offset);
+        if (value.initial.IsEmpty())
+            operations.construct(place);
+        else if (operations.copy)
+            VELTO_TRY(operations.copy(place, value.initial.Value()));
+        else
+            std::memcpy(place, value.initial.Value(), operations.size);
+        ++constructed_;
+    }
+    return {};
+}
+
+Instance::Instance(Setup& setup) : setup_(setup), storage_(setup.GetProgram().frame) {}
+
+Result Instance::Create(Setup& setup, std::unique_ptr<Instance>& instance)
+{
+    return Guarded(
+        [&]() -> Result
+        {
+            const Program& program = setup.GetProgram();
+            std::unique_ptr<Instance> made(new Instance(setup));
+            VELTO_TRY(made->storage_.Construct());
+            made->bodies_ = std::vector<RunnableBody>(program.bodies.size());
+        made->primed_.resize(program.bodies.size());
+            for (std::size_t i = 0; i < program.bodies.size(); ++i)
+                LinkBody(made->bodies_[i], program.bodies[i], setup.offsets_.data(), setup.storage_, &made->storage_,
+                    i == 0 ? &made->context_ : nullptr, made.get(), &InvokeFunction);
+            for (const OutputPlan& output : program.outputs)
+            {
+                switch (output.value.store)
+                {
+                case Store::Setup:
+                    made->outputs_.push_back(setup.storage_.At(output.value.offset));
+                    break;
+                case Store::Context:
+                    made->outputs_.push_back(&made->context_);
+                    break;
+                default:
+                    made->outputs_.push_back(made->storage_.At(output.value.offset));
+                }
+            }
+            instance = std::move(made);
+            return {};
+        });
+}
+
+Result Instance::Evaluate()
+{
+    owner_ = &threadMark;
+    failedNode = -1;
+    return RunBody(bodies_[0], &context_);
+}
+
+Result Instance::RunBody(RunnableBody& body, const ShadingContext* context)
+{
+    if (setup_.hasFailed_) [[unlikely]]
+        VELTO_TRY(setup_.ErrorOf(*body.plan));
+    for (Slot* const slot : body.contextSlots)
+        slot->value = const_cast<ShadingContext*>(context);
+    if (areSamplesIndependent_)
+    {
+        for (const ResetPlan& reset : body.plan->resets)
+            Reset(reset, storage_.At(reset.offset));
+    }
+    for (const Call& call : body.calls)
+    {
+        Result ran;
+        call.compute(&ran, call.record, &call.binding);
+        if (counts_) [[unlikely]]
+            ++(*counts_)[call.node];
+        if (ran.IsError()) [[unlikely]]
+        {
+            if (failedNode < 0)
+                failedNode = call.node;
+            return ran;
+        }
+    }
+    return {};
+}
+
+Result Instance::InvokeFunction(const FunctionInterface* self, void* value, const ShadingContext* context, Data*)
+{
+    const auto& function = *static_cast<const BodyFunction*>(self);
+    auto& instance = *static_cast<Instance*>(function.owner);
+    if (instance.owner_ != &threadMark) [[unlikely]]
+        return instance.setup_.InvokePooled(function.body, value, context);
+    return instance.RunFunction(function.body, value, context);
+}
+
+Result Instance::RunFunction(UInt32 index, void* value, const ShadingContext* context)
+{
+    RunnableBody& body = bodies_[index];
+    VELTO_TRY(RunBody(body, context));
+    const void* const result = body.plan->result.store == Store::Context ? context : body.result;
+    return CopyValue(*body.plan->resultType, value, result);
+}
+
+// What nodes make of the first sample that they see must not depend on which sample a thread happens to see first.
+void Instance::PrimeFunction(UInt32 index)
+{
+    primed_[index] = true;
+    const OutputSilence silence;
+    ShadingContext context;
+    context.uvwValid = true;
+    RunBody(bodies_[index], &context).Ignore();
+}
+
+const std::string* Instance::FailedNode(const Program& program)
+{
+    return failedNode < 0 ? nullptr : &program.nodeNames[static_cast<std::size_t>(failedNode)];
+}
+
+namespace
+{
+
+std::atomic<UInt> setupSerial = 0;
+
+// The frame that this thread used last for a setup's function. The serial number tells whether the setup still is the
+// one that it belongs to.
+struct ThreadFrame
+{
+    UInt serial = 0;
+    Instance* instance = nullptr;
+    bool isBusy = false;
+};
+thread_local ThreadFrame threadFrame;
+
+} // namespace
+
+Setup::Setup(std::shared_ptr<const Program> program)
+    : program_(std::move(program)), storage_(program_->setup), serial_(++setupSerial)
+{
+    offsets_.resize(Max<UInt32>(program_->maxPorts, 2));
+    for (std::size_t i = 0; i < offsets_.size(); ++i)
+        offsets_[i] = static_cast<UInt32>(sizeof(FrameHead) + i * sizeof(Slot));
+}
+
+Setup::~Setup() = default;
+
+Result Setup::Create(std::shared_ptr<const Program> program, std::unique_ptr<Setup>& setup)
+{
+    return Guarded(
+        [&]() -> Result
+        {
+            std::unique_ptr<Setup> made(new Setup(std::move(program)));
+            VELTO_TRY(made->storage_.Construct());
+            LinkBody(made->body_, made->program_->setupBody, made->offsets_.data(), made->storage_, nullptr, nullptr,
+                made.get(), &InvokeFunction);
+            made->errors_.resize(made->body_.calls.size());
+            setup = std::move(made);
+            return {};
+        });
+}
+
+Result Setup::Run()
+{
+    const auto start = std::chrono::steady_clock::now();
+    Result first;
+    hasFailed_ = false;
+    failedNode = -1;
+    for (std::size_t i = 0; i < body_.calls.size(); ++i)
+    {
+        const Call& call = body_.calls[i];
+        errors_[i] = {};
+        for (const UInt32 needed : program_->setupDependencies[i])
+        {
+            if (errors_[needed].IsError())
+                errors_[i] = errors_[needed];
+        }
+        if (errors_[i].IsError())
+            continue;
+        call.compute(&errors_[i], call.record, &call.binding);
+        if (counts_)
+            ++(*counts_)[call.node];
+        if (errors_[i].IsError())
+        {
+            if (!hasFailed_)
+            {
+                first = errors_[i];
+                failedNode = call.node;
+            }
+            hasFailed_ = true;
+        }
+    }
+    seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return first;
+}
+
+Result Setup::ErrorOf(const BodyPlan& body) const
+{
+    for (const UInt32 call : body.setupCalls)
+    {
+        if (errors_[call].IsError())
+        {
+            failedNode = body_.calls[call].node;
+            return errors_[call];
+        }
+    }
+    return {};
+}
+
+Result Setup::Set(std::string_view origin, const Data& value)
+{
+    bool isKnown = false;
+    for (const SettablePlan& settable : program_->settables)
+    {
+        if (settable.origin != origin)
+            continue;
+        isKnown = true;
+        VELTO_CHECK_ARGUMENT(value.Type() == settable.type);
+        VELTO_TRY(AssignValue(*settable.type, storage_.At(settable.offset), value.Value()));
+    }
+    VELTO_CHECK_ARGUMENT(isKnown);
+    return {};
+}
+
+const DataType* Setup::TypeOfConstant(std::string_view origin) const
+{
+    for (const SettablePlan& settable : program_->settables)
+    {
+        if (settable.origin == origin)
+            return settable.type;
+    }
+    return nullptr;
+}
+
+void Setup::CountInto(EvaluationCounts* counts)
+{
+    counts_ = counts;
+}
+
+Result Setup::InvokePooled(UInt32 body, void* value, const ShadingContext* context)
+{
+    ThreadFrame& mine = threadFrame;
+    const bool isMine = mine.serial == serial_ && !mine.isBusy;
+    Instance* instance = isMine ? mine.instance : nullptr;
+    if (!instance)
+    {
+        const std::lock_guard lock(poolMutex_);
+        if (!idle_.empty())
+        {
+            instance = idle_.back();
+            idle_.pop_back();
+        }
+    }
+    if (!instance)
+    {
+        std::unique_ptr<Instance> made;
+        VELTO_TRY(Instance::Create(*this, made));
+        VELTO_TRY(Guarded(
+            [&]() -> Result
+            {
+                const std::lock_guard lock(poolMutex_);
+                instance = made.get();
+                idle_.reserve(pool_.size() + 1);
+                pool_.push_back(std::move(made));
+                return {};
+            }));
+    }
+    // The first free frame of a setup stays with the thread; one that is taken while that is busy goes back.
+    const bool keeps = isMine || mine.serial != serial_;
+    if (keeps)
+        mine = {serial_, instance, true};
+    instance->owner_ = &threadMark;
+    if (program_->hasState && !instance->primed_[body]) [[unlikely]]
+        instance->PrimeFunction(body);
+    Result ran = instance->RunFunction(body, value, context);
+    if (keeps)
+        mine.isBusy = false;
+    else
+    {
+        const std::lock_guard lock(poolMutex_);
+        idle_.push_back(instance);
+    }
+    return ran;
+}
+
+Result Setup::InvokeFunction(const FunctionInterface* self, void* value, const ShadingContext* context, Data*)
+{
+    const auto& function = *static_cast<const BodyFunction*>(self);
+    return static_cast<Setup*>(function.owner)->InvokePooled(function.body, value, context);
+}
+
+} // namespace velto::host

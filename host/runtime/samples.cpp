@@ -1,0 +1,263 @@
+#include "samples.h"
+
+#include "host/graph/values.h"
+#include "host/registry/datatypes.h"
+#include "host/render/message.h"
+#include "host/system/output.h"
+#include "velto/porttypes.h"
+
+#include <fmt/format.h>
+
+#include <map>
+
+namespace velto::host
+{
+
+namespace
+{
+
+struct Change
+{
+    std::string origin;
+    Data value;
+};
+
+struct Sample
+{
+    ShadingContext context;
+    std::vector<Change> changes;
+};
+
+// The document's values that can be changed, by name.
+class Changeable
+{
+public:
+    explicit Changeable(const CoreGraph& graph)
+    {
+        for (const CoreNode& node : graph.nodes)
+        {
+            for (const auto& [port, input] : node.inputs)
+            {
+                if (!input.origin.empty() && !input.value.IsEmpty())
+                    types_[input.origin] = input.value.Type();
+            }
+        }
+    }
+
+    void Read(const std::string& origin, const Json& json, const std::string& place, Diagnostics& diagnostics,
+        std::vector<Change>& changes) const
+    {
+        if (const auto found = types_.find(origin); found != types_.end())
+        {
+            Change change{origin, {}};
+            if (ReadValue(json, found->second, place, diagnostics, change.value))
+                changes.push_back(std::move(change));
+            return;
+        }
+        // A whole array, or an element that is an object.
+        const auto first = types_.lower_bound(origin);
+        const bool hasElements = HasPrefix(first, origin + "[");
+        const bool hasMembers = HasPrefix(types_.lower_bound(origin + "."), origin + ".");
+        if (hasElements && json.IsArray())
+        {
+            const std::size_t count = json.Elements().size();
+            for (std::size_t i = 0; i < count; ++i)
+                Read(fmt::format("{}[{}]", origin, i), json.Elements()[i], fmt::format("{}[{}]", place, i), diagnostics,
+                    changes);
+            if (HasPrefix(
+                    types_.lower_bound(fmt::format("{}[{}]", origin, count)), fmt::format("{}[{}]", origin, count)))
+                diagnostics.Fault(place, "a list keeps its length");
+        }
+        else if (hasMembers && json.IsObject())
+        {
+            for (const auto& [name, member] : json.GetMembers())
+                Read(origin + "." + name, member, place + "." + Printable(name), diagnostics, changes);
+        }
+        else
+        {
+            std::vector<std::string> names;
+            for (const auto& [name, type] : types_)
+                names.push_back(name);
+            diagnostics.Fault(place, "the document gives no value for this input" + Suggestion(origin, names));
+        }
+    }
+
+private:
+    using Types = std::map<std::string, const DataType*>;
+
+    bool HasPrefix(Types::const_iterator at, const std::string& prefix) const
+    {
+        at = types_.lower_bound(prefix);
+        return at != types_.end() && at->first.starts_with(prefix);
+    }
+
+    Types types_;
+};
+
+bool ReadSample(
+    const Json& json, const std::string& place, const Changeable& changeable, Diagnostics& diagnostics, Sample& sample)
+{
+    sample.context.uvwValid = true;
+    if (!ReadContext(json, place, "set", diagnostics, sample.context))
+        return false;
+    if (!json.Find("uvwPlusDeltaU"))
+        sample.context.uvwPlusDeltaU = sample.context.uvw;
+    if (!json.Find("uvwPlusDeltaV"))
+        sample.context.uvwPlusDeltaV = sample.context.uvw;
+    if (const Json* const set = json.Find("set"))
+    {
+        if (!set->IsObject())
+        {
+            diagnostics.Fault(place + ".set", fmt::format("expected an object, got {}", set->Description()));
+            return false;
+        }
+        for (const auto& [origin, value] : set->GetMembers())
+            changeable.Read(origin, value, place + ".set." + Printable(origin), diagnostics, sample.changes);
+    }
+    return !diagnostics.HasFaults();
+}
+
+// What was said during a sample.
+class Listener
+{
+public:
+    Listener()
+    {
+        SetOutputHandler(
+            [this](OutputChannel channel, LogTarget, std::string_view line)
+            {
+                Json& list = channel == OutputChannel::Log ? log : channel == OutputChannel::Message ? messages : stops;
+                list.Append(Json(line));
+            });
+    }
+    ~Listener() { SetOutputHandler({}); }
+
+    void MoveTo(Json& result)
+    {
+        const auto move = [&result](const char* name, Json& list)
+        {
+            if (!list.Elements().empty())
+                result.Add(name, std::exchange(list, Json::Array()));
+        };
+        move("log", log);
+        move("messages", messages);
+        move("stops", stops);
+    }
+
+private:
+    Json log = Json::Array();
+    Json messages = Json::Array();
+    Json stops = Json::Array();
+};
+
+Json DescribeError(const Result& error, const Program& program)
+{
+    Json json = Json::Object();
+    json.Add("kind", error.Kind());
+    json.Add("message", error.Message());
+    if (const std::string* const node = Instance::FailedNode(program))
+        json.Add("node", *node);
+    return json;
+}
+
+Json DescribeCounts(const Program& program, const std::vector<std::string>& names, const EvaluationCounts& counts)
+{
+    std::map<std::string_view, UInt> sums;
+    for (std::size_t i = 0; i < counts.size(); ++i)
+        sums[program.nodeNames[i]] += counts[i];
+    Json json = Json::Object();
+    for (const std::string& name : names)
+        json.Add(name, Json(sums[name]));
+    return json;
+}
+
+} // namespace
+
+std::set<std::string> VariableInputs(const Json& samples)
+{
+    std::set<std::string> inputs;
+    for (const Json& sample : samples.Elements())
+    {
+        const Json* const set = sample.IsObject() ? sample.Find("set") : nullptr;
+        if (!set || !set->IsObject())
+            continue;
+        for (const auto& [origin, value] : set->GetMembers())
+            inputs.insert(origin);
+    }
+    return inputs;
+}
+
+bool EvaluateSamples(
+    Graph& graph, const Json& list, bool withCounts, Diagnostics& diagnostics, Json& results, bool& anyFailed)
+{
+    if (!list.IsArray())
+    {
+        diagnostics.Fault("", fmt::format("expected an array of samples, got {}", list.Description()));
+        return false;
+    }
+    const Changeable changeable(graph.document.graph);
+    std::vector<Sample> samples(list.Elements().size());
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        ReadSample(list.Elements()[i], fmt::format("[{}]", i), changeable, diagnostics, samples[i]);
+    if (diagnostics.HasFaults())
+        return false;
+
+    const Program& program = *graph.program;
+    EvaluationCounts counts(program.nodeNames.size(), 0);
+    std::unique_ptr<Instance> instance;
+    if (Result made = Instance::Create(*graph.setup, instance); made.IsError())
+    {
+        diagnostics.Fault("", made.Message());
+        return false;
+    }
+    instance->CountInto(withCounts ? &counts : nullptr);
+    graph.setup->CountInto(withCounts ? &counts : nullptr);
+
+    anyFailed = false;
+    Json entries = Json::Array();
+    Listener listener;
+    for (std::size_t i = 0; i < samples.size(); ++i)
+    {
+        std::fill(counts.begin(), counts.end(), 0);
+        Result ran;
+        for (const Change& change : samples[i].changes)
+        {
+            // What no output needs has no constant in the program.
+            if (graph.setup->TypeOfConstant(change.origin) && ran.IsOk())
+                ran = graph.setup->Set(change.origin, change.value);
+        }
+        // What fails here fails the samples that need it, and is said by them.
+        if (i == 0 || !samples[i].changes.empty())
+            graph.setup->Run().Ignore();
+        else
+            graph.setup->RunAgainIfFailed().Ignore();
+        instance->Context() = samples[i].context;
+        instance->Context().searchPaths = graph.searchPaths.get();
+        instance->Context().renderMessages = RenderMessageSink();
+        if (ran.IsOk())
+            ran = instance->Evaluate();
+
+        Json entry = Json::Object();
+        if (ran.IsOk())
+        {
+            Json outputs = Json::Object();
+            for (std::size_t k = 0; k < program.outputs.size(); ++k)
+                outputs.Add(program.outputs[k].name, WriteValue(program.outputs[k].type, instance->Output(k)));
+            entry.Add("outputs", std::move(outputs));
+        }
+        else
+        {
+            anyFailed = true;
+            entry.Add("error", DescribeError(ran, program));
+        }
+        listener.MoveTo(entry);
+        if (withCounts)
+            entry.Add("evaluations", DescribeCounts(program, graph.document.nodeNames, counts));
+        entries.Append(std::move(entry));
+    }
+    results = Json::Object();
+    results.Add("results", std::move(entries));
+    return true;
+}
+
+} // namespace velto::host
