@@ -1,11 +1,495 @@
 #include "description.h"
 
+#include "values.h"
+
+#include "host/registry/datatypes.h"
+#include "host/registry/factory.h"
+#include "host/registry/registry.h"
+#include "host/runtime/convert.h"
+#include "host/runtime/group.h"
+#include "host/system/guard.h"
+#include "host/system/output.h"
+#include "host/text/url.h"
+#include "velto/porttypes.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <mutex>
+
 namespace velto::host
 {
 
+namespace
+{
+
+// A file of a database, read once for all databases over one directory.
+struct DescriptionFile
+{
+    std::filesystem::path path;
+    Json json;
+};
+
+struct HostDescription : DescriptionObject
+{
+    std::shared_ptr<const DescriptionFile> file;
+};
+
+struct Databases
+{
+    std::map<std::string, std::filesystem::path, std::less<>> directories; // by database id
+    std::map<std::filesystem::path, std::shared_ptr<const DescriptionFile>> files;
+};
+
+Databases& All()
+{
+    static Databases databases;
+    return databases;
+}
+
+void Warn(const std::filesystem::path& file, std::string_view place, std::string_view text)
+{
+    WriteOutput(OutputChannel::Log, LogTarget::Warning,
+        fmt::format("velto: warning: {}: {}{}{}; the description is left out", file.string(), place,
+            place.empty() ? "" : ": ", text));
+}
+
+// The files of a directory in order of their names; none when there is no such directory.
+std::vector<std::filesystem::path> DescriptionFiles(const std::filesystem::path& directory)
+{
+    std::vector<std::filesystem::path> files;
+    std::error_code failure;
+    for (std::filesystem::directory_iterator at(directory, failure), end; !failure && at != end; at.increment(failure))
+    {
+        if (at->path().extension() == ".json")
+            files.push_back(at->path());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+// Null and a warning when the file is no description.
+std::shared_ptr<const DescriptionFile> ReadDescriptionFile(const std::filesystem::path& path)
+{
+    if (const auto known = All().files.find(path); known != All().files.end())
+        return known->second;
+    auto file = std::make_shared<DescriptionFile>();
+    file->path = path;
+    Diagnostics diagnostics;
+    std::string text;
+    const bool isRead = ReadFile(path.string(), JsonLimits().bytes, text, diagnostics) &&
+                        ReadJson(text, file->json, diagnostics) && !diagnostics.HasFaults();
+    const Json* const id = file->json.Find("id");
+    if (isRead && (!id || !id->IsString() || id->AsString().empty()))
+        diagnostics.Fault("id", "is missing");
+    for (const Diagnostic& diagnostic : diagnostics.All())
+        Warn(path, diagnostic.place, diagnostic.text);
+    std::shared_ptr<const DescriptionFile> result;
+    if (!diagnostics.HasFaults())
+        result = std::move(file);
+    All().files[path] = result;
+    return result;
+}
+
+Result GetRegisteredDescriptions(const Id& database, const Id& language, BaseArray<Id>* ids)
+{
+    return Guarded([&]() -> Result {
+        const auto found = All().directories.find(database.View());
+        if (found == All().directories.end())
+            return MakeError(error::kUnresolved, "There is no such description database.");
+        if (!(language == description::kDataLanguage))
+            return {};
+        for (const std::filesystem::path& path : DescriptionFiles(found->second))
+        {
+            Id id;
+            VELTO_TRY(Id::Create(path.stem().string(), id));
+            VELTO_TRY(ids->Append(std::move(id)));
+        }
+        return {};
+    });
+}
+
+Result LoadDescription(const Id& database, const Id&, const Id& id, DescriptionObject** description)
+{
+    return Guarded([&]() -> Result {
+        const auto found = All().directories.find(database.View());
+        if (found == All().directories.end())
+            return MakeError(error::kUnresolved, "There is no such description database.");
+        auto file = ReadDescriptionFile(found->second / fmt::format("{}.json", id.View()));
+        if (!file)
+            return MakeError(error::kIllegalArgument, fmt::format("The description {} is broken.", id.View()));
+        HostDescription* const made = NewObject<HostDescription>();
+        if (!made)
+            return OutOfMemory();
+        made->file = std::move(file);
+        *description = made;
+        return {};
+    });
+}
+
+Result GetDictionary(const DescriptionObject* description, DictionaryObject** dictionary)
+{
+    return Guarded([&]() -> Result {
+        const Json& json = static_cast<const HostDescription*>(description)->file->json;
+        DataDictionary head;
+        VELTO_TRY(Bound<DataDictionaryInterface>().Alloc(head.Receive()));
+        const auto copy = [&](const char* name, const Id& key) -> Result {
+            const Json* const member = json.Find(name);
+            if (!member || !member->IsString())
+                return {};
+            Id id;
+            VELTO_TRY(Id::Create(member->AsString(), id));
+            return SetData(head, key, id);
+        };
+        VELTO_TRY(copy("classification", description::kClassification));
+        VELTO_TRY(copy("processor", description::kProcessor));
+        *dictionary = head.Detach();
+        return {};
+    });
+}
+
+// Makes a node type of a description, with its faults at their places.
+class TypeReader
+{
+public:
+    TypeReader(const Json& json, Diagnostics& diagnostics) : json_(json), diagnostics_(diagnostics) {}
+
+    std::shared_ptr<NodeType> Read()
+    {
+        type_->isDescribed = true;
+        type_->id = Text("id");
+        type_->name = type_->id.substr(type_->id.rfind('.') + 1);
+        type_->label = Text("label");
+        type_->category = Text("category");
+        type_->help = Text("help");
+        ReadNodes();
+        if (!diagnostics_.HasFaults())
+            ReadPorts();
+        return type_;
+    }
+
+private:
+    std::string Text(const char* name) const
+    {
+        const Json* const member = json_.Find(name);
+        if (member && member->IsString())
+            return member->AsString();
+        diagnostics_.Fault(name, "expected a string");
+        return {};
+    }
+
+    static std::string OptionalText(const Json& json, const char* name)
+    {
+        const Json* const member = json.Find(name);
+        return member && member->IsString() ? member->AsString() : std::string();
+    }
+
+    void ReadNodes()
+    {
+        const Json* const nodes = json_.Find("nodes");
+        if (!nodes || !nodes->IsObject() || nodes->GetMembers().empty())
+            return diagnostics_.Fault("nodes", "expected an object of core nodes");
+        for (const auto& [name, json] : nodes->GetMembers())
+        {
+            const std::string place = "nodes." + name;
+            InnerNode inner;
+            inner.name = name;
+            inner.type = OptionalText(json, "type");
+            const Data* const entry = FindEntry(registry::kCoreNodes.View(), inner.type);
+            const CoreNodeFactory* const factory = entry ? entry->As<CoreNodeFactory>() : nullptr;
+            Ref<MicroNodeGroup> group;
+            if (!factory)
+                diagnostics_.Fault(place + ".type", fmt::format("there is no core node \"{}\"{}", Printable(inner.type),
+                    Suggestion(inner.type, EntryNames(registry::kCoreNodes.View()))));
+            else if (Result made = CreateGroup(*factory, {}, group); made.IsError())
+                diagnostics_.Fault(place, made.Message());
+            type_->inner.push_back(std::move(inner));
+            groups_.push_back(std::move(group));
+        }
+        if (diagnostics_.HasFaults())
+            return;
+        for (std::size_t i = 0; i < type_->inner.size(); ++i)
+        {
+            if (const Json* const inputs = nodes->GetMembers()[i].second.Find("inputs"))
+                ReadGiven(i, *inputs, fmt::format("nodes.{}.inputs", type_->inner[i].name));
+        }
+    }
+
+    // What the description gives an inner node: a value, or a link to another inner node.
+    void ReadGiven(std::size_t index, const Json& inputs, const std::string& place)
+    {
+        for (const auto& [name, json] : inputs.GetMembers())
+        {
+            const std::string portPlace = place + "." + name;
+            const GroupPort* const port = AsHost(groups_[index]).FindPort(name);
+            if (!port || !port->input)
+            {
+                diagnostics_.Fault(portPlace, "there is no such input");
+                continue;
+            }
+            InnerNode::Given given;
+            given.port = name;
+            if (const Json* const from = json.IsObject() ? json.Find("from") : nullptr)
+            {
+                InnerPort source;
+                const GroupPort* output = nullptr;
+                if (!from->IsString() || !FindPort(from->AsString(), false, portPlace, source, output))
+                    continue;
+                given.link = true;
+                given.from = source;
+            }
+            else
+            {
+                const DataType* const yields = FunctionResultType(port->type.Get());
+                if (!ReadValue(json, yields ? yields : port->type.Get(), portPlace, diagnostics_, given.value))
+                    continue;
+            }
+            type_->inner[index].given.push_back(std::move(given));
+        }
+    }
+
+    // `node.port` of the inner nodes.
+    bool FindPort(const std::string& text, bool input, const std::string& place, InnerPort& found, const GroupPort*& port)
+    {
+        const auto dot = text.find('.');
+        const std::string name = text.substr(0, dot);
+        for (std::size_t i = 0; i < type_->inner.size() && dot != text.npos; ++i)
+        {
+            if (type_->inner[i].name != name)
+                continue;
+            found = {i, text.substr(dot + 1)};
+            port = AsHost(groups_[i]).FindPort(found.port);
+            if (port && port->input == input)
+                return true;
+        }
+        diagnostics_.Fault(place, fmt::format("the nodes have no {} \"{}\"", input ? "input" : "output", Printable(text)));
+        return false;
+    }
+
+    void ReadPorts()
+    {
+        for (const char* const side : {"inputs", "outputs"})
+        {
+            const bool input = side == std::string_view("inputs");
+            const Json* const list = json_.Find(side);
+            if (!list || !list->IsArray())
+            {
+                diagnostics_.Fault(side, "expected an array of ports");
+                continue;
+            }
+            for (std::size_t i = 0; i < list->Elements().size(); ++i)
+            {
+                NodePort port;
+                port.input = input;
+                if (ReadPort(list->Elements()[i], fmt::format("{}[{}]", side, i), port))
+                    type_->ports.push_back(std::move(port));
+            }
+        }
+    }
+
+    bool ReadPort(const Json& json, const std::string& place, NodePort& port)
+    {
+        port.name = OptionalText(json, "name");
+        if (port.name.empty())
+        {
+            diagnostics_.Fault(place + ".name", "expected a string");
+            return false;
+        }
+        if (type_->FindPort(port.name, port.input))
+            diagnostics_.Fault(place + ".name", fmt::format("there are two ports \"{}\"", port.name));
+        port.label = OptionalText(json, "label");
+        port.help = OptionalText(json, "help");
+        for (const auto& [key, to] : {std::pair("min", &port.minimum), std::pair("max", &port.maximum)})
+        {
+            if (const Json* const limit = json.Find(key))
+                *to = *limit;
+        }
+        if (const Json* const bundle = json.Find("bundle"))
+            return ReadBundle(json, *bundle, place, port);
+        if (!ReadTargets(json, place, port))
+            return false;
+        ReadEnumeration(json, place, port);
+        if (const Json* const value = json.Find("default"))
+        {
+            const DataType* const yields = FunctionResultType(port.type.Get());
+            port.shownDefault = *value;
+            if (!port.isVariadic &&
+                !ReadValue(*value, yields ? yields : port.type.Get(), place + ".default", diagnostics_, port.defaultValue))
+                return false;
+        }
+        return true;
+    }
+
+    bool ReadTargets(const Json& json, const std::string& place, NodePort& port)
+    {
+        std::vector<std::string> names;
+        if (const Json* const to = json.Find(port.input ? "to" : "from"))
+        {
+            if (to->IsString())
+                names.push_back(to->AsString());
+            for (const Json& element : to->Elements())
+                names.push_back(element.AsString());
+        }
+        if (names.empty())
+        {
+            diagnostics_.Fault(place, port.input ? "expected \"to\", an array of inputs of the nodes"
+                                                 : "expected \"from\", an output of the nodes");
+            return false;
+        }
+        for (const std::string& name : names)
+        {
+            InnerPort target;
+            const GroupPort* inner = nullptr;
+            if (!FindPort(name, port.input, place, target, inner))
+                return false;
+            // Ports of one input may differ where a value of one can stand for the other.
+            const DataType* const type = inner->type.Get();
+            if (!port.type)
+            {
+                port.type = inner->type;
+                port.isVariadic = inner->wildcard;
+            }
+            else if (port.type.Get() != type && FunctionResultType(type) != port.type.Get() &&
+                     FunctionResultType(port.type.Get()) != type && FunctionResultType(type) != FunctionResultType(port.type.Get()))
+                diagnostics_.Fault(place, fmt::format("{} is a {}, the port a {}", name, TypeName(type), TypeName(port.type.Get())));
+            port.targets.push_back(std::move(target));
+        }
+        return true;
+    }
+
+    void ReadEnumeration(const Json& json, const std::string& place, NodePort& port)
+    {
+        const Json* const values = json.Find("values");
+        if (!values)
+            return;
+        for (const Json& value : values->Elements())
+        {
+            const std::string id = OptionalText(value, "id");
+            if (id.empty())
+                diagnostics_.Fault(place + ".values", "expected objects with an id");
+            port.values.push_back(id);
+            port.valueLabels.push_back(OptionalText(value, "label"));
+        }
+    }
+
+    bool ReadBundle(const Json& json, const Json& bundle, const std::string& place, NodePort& port)
+    {
+        for (std::size_t i = 0; i < bundle.Elements().size(); ++i)
+        {
+            NodePort member;
+            if (!ReadPort(bundle.Elements()[i], fmt::format("{}.bundle[{}]", place, i), member))
+                return false;
+            // Every element of the member's port has the member's default.
+            if (const Json* const value = bundle.Elements()[i].Find("default"))
+            {
+                const DataType* const yields = FunctionResultType(member.type.Get());
+                if (!ReadValue(*value, yields ? yields : member.type.Get(), place, diagnostics_, member.defaultValue))
+                    return false;
+            }
+            port.members.push_back(std::move(member));
+        }
+        if (const Json* const elements = json.Find("default"))
+        {
+            port.defaultElements = *elements;
+            port.shownDefault = *elements;
+        }
+        return !port.members.empty();
+    }
+
+    const Json& json_;
+    Diagnostics& diagnostics_;
+    std::shared_ptr<NodeType> type_ = std::make_shared<NodeType>();
+    std::vector<Ref<MicroNodeGroup>> groups_;
+};
+
+// The node types that the processor has made, as often as it was asked.
+std::vector<std::shared_ptr<const NodeType>>& Types()
+{
+    static std::vector<std::shared_ptr<const NodeType>> types;
+    return types;
+}
+
+Result ProcessDescription(
+    const DescriptionProcessorObject*, const Id&, const DescriptionObject* description, ProcessedDescription* result)
+{
+    return Guarded([&]() -> Result {
+        const DescriptionFile& file = *static_cast<const HostDescription*>(description)->file;
+        Diagnostics diagnostics;
+        std::shared_ptr<NodeType> type = TypeReader(file.json, diagnostics).Read();
+        const bool isKnown = std::any_of(Types().begin(), Types().end(),
+            [&](const std::shared_ptr<const NodeType>& known) { return known->id == type->id; });
+        if (!isKnown)
+        {
+            for (const Diagnostic& diagnostic : diagnostics.All())
+                Warn(file.path, diagnostic.place, diagnostic.text);
+        }
+        if (diagnostics.HasFaults())
+            return {};
+        Types().push_back(type);
+        result->value = type.get();
+        result->destroy = [](void* value) {
+            const auto found = std::find_if(Types().rbegin(), Types().rend(),
+                [value](const std::shared_ptr<const NodeType>& known) { return known.get() == value; });
+            if (found != Types().rend())
+                Types().erase(std::next(found).base());
+        };
+        return {};
+    });
+}
+
+} // namespace
+
 std::vector<std::shared_ptr<const NodeType>> DescribedNodes()
 {
-    return {};
+    std::vector<std::shared_ptr<const NodeType>> nodes;
+    std::vector<std::string_view> seen;
+    for (const auto& type : Types())
+    {
+        if (std::find(seen.begin(), seen.end(), type->id) != seen.end())
+            continue;
+        seen.push_back(type->id);
+        nodes.push_back(type);
+    }
+    return nodes;
+}
+
+const DescriptionDefinitionDatabaseInterface& DescriptionDefinitionService()
+{
+    static constexpr DescriptionDefinitionDatabaseInterface service{
+        .RegisterDatabaseWithUrl = {+[](const Id& database, const UrlObject* url) {
+            return Guarded([&]() -> Result {
+                VELTO_CHECK_ARGUMENT(url && !database.IsEmpty());
+                const Url held = Url::Share(const_cast<UrlObject*>(url));
+                All().directories[std::string(database.View())] = std::filesystem::path(Path(held));
+                All().files.clear();
+                return {};
+            });
+        }},
+        .GetRegisteredDescriptions = {&GetRegisteredDescriptions},
+    };
+    return service;
+}
+
+const DescriptionDatabaseInterface& DescriptionService()
+{
+    static constexpr DescriptionDatabaseInterface service{
+        .LoadDescription = {&LoadDescription},
+        .GetDictionary = {&GetDictionary},
+    };
+    return service;
+}
+
+Result RegisterDescriptionProcessor()
+{
+    static DescriptionProcessorObject processor;
+    processor.process = &ProcessDescription;
+    processor.references = 1 << 30; // nobody ends it
+    return RegistryService().InsertEntry(registry::kDescriptionProcessors, "net.velto.node.processor.template", [] {
+        Data data;
+        data.Set(DescriptionProcessor::Share(&processor)).Ignore();
+        return data;
+    }());
 }
 
 } // namespace velto::host

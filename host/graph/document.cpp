@@ -202,11 +202,10 @@ private:
         for (const InnerNode::Given& given : node.type->inner[index].given)
         {
             CoreInput input;
-            for (std::size_t i = 0; i < node.type->inner.size(); ++i)
-            {
-                if (!given.fromNode.empty() && node.type->inner[i].name == given.fromNode)
-                    input.link = CorePort{node.firstCore + i, given.fromPort};
-            }
+            if (given.link)
+                input.link = CorePort{node.firstCore + given.from.node, given.from.port};
+            else
+                input.value.CopyFrom(given.value).Ignore();
             core.inputs[given.port] = std::move(input);
         }
     }

@@ -55,9 +55,9 @@ struct InnerNode
     struct Given
     {
         std::string port;
-        std::string fromNode; // a link, where not empty
-        std::string fromPort;
-        Json value;
+        bool link = false;
+        InnerPort from; // of a link
+        Data value;     // else
     };
     std::vector<Given> given;
     std::vector<std::string> contextPorts; // take the context of the sample

@@ -2,6 +2,7 @@
 
 #include "host/registry/datatypes.h"
 #include "host/registry/dictionary.h"
+#include "host/render/texture.h"
 #include "host/text/interned.h"
 #include "host/text/string.h"
 #include "host/text/url.h"
@@ -352,6 +353,12 @@ const std::vector<Codec>& Codecs()
             [](const void* value) { return Json(Bytes(*static_cast<const String*>(value))); }},
         {TypeOf<Url>(), "Url", &ReadTextAs<Url, &MakeUrl>,
             [](const void* value) { return Json(Path(*static_cast<const Url*>(value))); }},
+        {TypeOf<LayerSet>(), "LayerSet", &ReadTextAs<LayerSet, &MakeLayerSet>,
+            [](const void* value)
+            {
+                const auto& layers = *static_cast<const LayerSet*>(value);
+                return Json(layers ? Bytes(layers->name) : std::string_view());
+            }},
         {TypeOf<SearchPathsType>(), "SearchPathsType", &ReadPaths, &WritePaths},
         {TypeOf<DataDictionary>(), "DataDictionary", &ReadDictionary, &WriteDictionary},
         {TypeOf<ShadingContext>(), "ShadingContext", nullptr,

@@ -1,10 +1,16 @@
 #include "services.h"
 
+#include "host/math/splinemapper.h"
+#include "host/graph/description.h"
 #include "host/registry/datatypes.h"
 #include "host/registry/dictionary.h"
 #include "host/registry/factory.h"
 #include "host/registry/registry.h"
 #include "host/render/blend.h"
+#include "host/render/message.h"
+#include "host/render/noise.h"
+#include "host/render/rendernoise.h"
+#include "host/render/texture.h"
 #include "host/runtime/group.h"
 #include "host/system/allocator.h"
 #include "host/system/configuration.h"
@@ -34,6 +40,8 @@ Service Offer(const Interface& table)
 bool PublishEntries()
 {
     PublishBlendClasses();
+    PublishNoiseClasses();
+    RegisterDescriptionProcessor().Ignore(); // fails only without memory
     return true;
 }
 
@@ -54,11 +62,19 @@ std::span<const Service> Services()
         Offer(JobQueueService()),
         Offer(LoggerService()),
         Offer(ConfigurationService()),
+        Offer(DescriptionDefinitionService()),
+        Offer(DescriptionService()),
         Offer(GroupService()),
         Offer(MicroNodeService()),
         Offer(CoreNodeInstanceService()),
         Offer(CoreNodesLibService()),
         Offer(ImagePixelBlendService()),
+        Offer(SplineMapperService()),
+        Offer(TextureManagementService()),
+        Offer(TextureService()),
+        Offer(ThreadedTextureService()),
+        Offer(RenderMessageService()),
+        Offer(NoiseService()),
     };
     static const bool published = PublishEntries();
     static_cast<void>(published);

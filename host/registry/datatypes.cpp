@@ -3,8 +3,11 @@
 #include "host/registry/registry.h"
 #include "host/system/guard.h"
 #include "velto/corenodes.h"
+#include "velto/descriptions.h"
 #include "velto/imagepixelblend.h"
 #include "velto/porttypes.h"
+#include "velto/rendernoise.h"
+#include "velto/texture.h"
 
 #include <fmt/format.h>
 
@@ -82,7 +85,10 @@ const DataTypeOperations* HostOperations(std::string_view name)
         VELTO_HOST_TYPE(TimeValue), VELTO_HOST_TYPE(String), VELTO_HOST_TYPE(Url), VELTO_HOST_TYPE(DataDictionary),
         VELTO_HOST_TYPE(ShadingContext), VELTO_HOST_TYPE(RenderMode), VELTO_HOST_TYPE(SearchPathsType), VELTO_HOST_TYPE(Data),
         VELTO_HOST_TYPE(Ref<const DataType>), VELTO_HOST_TYPE(BaseArray<Id>), VELTO_HOST_TYPE(CoreNodeFactory),
-        VELTO_HOST_TYPE(BlendPixelHandlerRef), VELTO_HOST_TYPE(BlendClassRef)};
+        VELTO_HOST_TYPE(DescriptionProcessor),
+        VELTO_HOST_TYPE(BlendPixelHandlerRef), VELTO_HOST_TYPE(BlendClassRef), VELTO_HOST_TYPE(LayerSet),
+        VELTO_HOST_TYPE(RenderNoiseClass),
+        VELTO_HOST_TYPE(ThreadedTextureRef)};
 #undef VELTO_HOST_TYPE
     for (const Entry& entry : entries)
     {

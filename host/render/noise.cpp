@@ -3,10 +3,6 @@
 #include "noisekernels.h"
 #include "noisemath.h"
 
-#include "host/system/guard.h"
-
-#include <limits>
-
 namespace velto::host
 {
 
@@ -43,7 +39,7 @@ void Voronoi(const NoiseObject* noise, const Float32* position, Int32 count, Flo
 const NoiseInterface& NoiseService()
 {
     static constexpr NoiseInterface service{
-        .Alloc = {+[]() -> NoiseObject* { return NewObject<CellNoise>(); }},
+        .Alloc = {+[]() -> NoiseObject* { return MakeShared<CellNoise>().Detach(); }},
         .Init = {&Init},
         .Voronoi = {&Voronoi},
         .Free = {+[](NoiseObject* noise) { Ref<NoiseObject>::Adopt(noise) = {}; }},

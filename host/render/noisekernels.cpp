@@ -1,5 +1,5 @@
-// Compiled once for every instruction set. The lanes are eight numbers wide in all of them, in one vector or in two, and
-// sums are taken in one order, so that all give the same bits.
+// Compiled once for every instruction set. The lanes are eight numbers wide in all of them, in one vector or in two,
+// and sums are taken in one order, so that all give the same bits.
 #include "noisekernels.h"
 
 #include <cmath>
@@ -51,8 +51,7 @@ HWY_INLINE V Lerp(V t, V a, V b)
 HWY_INLINE V Fade(V t)
 {
     const Floats d;
-    const V p = hn::Add(
-        hn::Mul(t, hn::Sub(hn::Mul(t, hn::Set(d, 6.0f)), hn::Set(d, 15.0f))), hn::Set(d, 10.0f));
+    const V p = hn::Add(hn::Mul(t, hn::Sub(hn::Mul(t, hn::Set(d, 6.0f)), hn::Set(d, 15.0f))), hn::Set(d, 10.0f));
     return hn::Mul(hn::Mul(hn::Mul(t, t), t), p);
 }
 
@@ -129,8 +128,7 @@ HWY_INLINE V GradientDot2d(U hash, V x, V y, V time)
     if constexpr (kMoving)
         turns = hn::Add(turns, hn::Mul(Speed(MiddleBits(h)), time));
     const V scale = hn::Set(d, 1.3f);
-    return hn::Mul(
-        hn::Add(hn::Mul(Wave(hn::Add(turns, hn::Set(d, 0.25f))), x), hn::Mul(Wave(turns), y)), scale);
+    return hn::Mul(hn::Add(hn::Mul(Wave(hn::Add(turns, hn::Set(d, 0.25f))), x), hn::Mul(Wave(turns), y)), scale);
 }
 
 // One axis of a lattice cell.
@@ -161,13 +159,13 @@ HWY_INLINE void Gradients3d(const GradientBank& bank, int count, const NoisePoin
     const V time = hn::Set(d, point.time);
     for (int i = 0; i < count; i += kLanes)
     {
-        const V frequency = hn::Load(d, bank.frequency + i);
+        const V frequency = hn::LoadU(d, bank.frequency + i);
         const auto axis = [&](float at, const Float32* shift, UInt32 prime)
-        { return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::Load(d, shift + i)), prime); };
+        { return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::LoadU(d, shift + i)), prime); };
         const Axis x = axis(point.x, bank.shiftX, kPrimeX);
         const Axis y = axis(point.y, bank.shiftY, kPrimeY);
         const Axis z = axis(point.z, bank.shiftZ, kPrimeZ);
-        const U seed = hn::Load(du, bank.seed + i);
+        const U seed = hn::LoadU(du, bank.seed + i);
         const V fadeZ = Fade(z.fraction);
         const auto edge = [&](U cellsXY, V dx, V dy)
         {
@@ -195,12 +193,12 @@ HWY_INLINE void Gradients2d(const GradientBank& bank, int count, const NoisePoin
     const V time = hn::Set(d, point.time);
     for (int i = 0; i < count; i += kLanes)
     {
-        const V frequency = hn::Load(d, bank.frequency + i);
+        const V frequency = hn::LoadU(d, bank.frequency + i);
         const auto axis = [&](float at, const Float32* shift, UInt32 prime)
-        { return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::Load(d, shift + i)), prime); };
+        { return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::LoadU(d, shift + i)), prime); };
         const Axis x = axis(point.x, bank.shiftX, kPrimeX);
         const Axis y = axis(point.y, bank.shiftY, kPrimeY);
-        const U seed = hn::Load(du, bank.seed + i);
+        const U seed = hn::LoadU(du, bank.seed + i);
         const V fadeY = Fade(y.fraction);
         const auto edge = [&](U cellX, V dx)
         {
@@ -273,8 +271,8 @@ HWY_INLINE Float32 Gradient2d(const GradientBank& bank, const NoisePoint& point)
     alignas(32) float corners[8];
     for (int part = 0; part < 4; part += kLanes)
     {
-        const U hash = hn::Xor(hn::Xor(hn::Add(x.cell, hn::Load(du, kStepX + part)), seed),
-            hn::Add(y.cell, hn::Load(du, kStepY + part)));
+        const U hash = hn::Xor(
+            hn::Xor(hn::Add(x.cell, hn::Load(du, kStepX + part)), seed), hn::Add(y.cell, hn::Load(du, kStepY + part)));
         hn::Store(GradientDot2d<kMoving>(hash, hn::Sub(x.fraction, hn::Load(d, kCornerX + part)),
                       hn::Sub(y.fraction, hn::Load(d, kCornerY + part)), hn::Set(d, point.time)),
             d, corners + part);
@@ -420,8 +418,8 @@ struct LaneMinima
         {
             auto equal = hn::Eq(squares[part], hn::Set(d, square));
             if (butNot >= 0 && butNot / kLanes == part)
-                equal = hn::And(equal,
-                    hn::Ne(hn::Iota(d, 0.0f), hn::Set(d, static_cast<float>(butNot - part * kLanes))));
+                equal =
+                    hn::And(equal, hn::Ne(hn::Iota(d, 0.0f), hn::Set(d, static_cast<float>(butNot - part * kLanes))));
             const auto lane = hn::FindFirstTrue(d, equal);
             if (lane >= 0)
                 return part * kLanes + static_cast<int>(lane);
@@ -537,10 +535,7 @@ private:
         const Ints di;
         const UInts du;
         const auto cell = [&](V offset, UInt32 base, UInt32 prime)
-        {
-            return hn::Mul(
-                hn::Add(hn::BitCast(du, hn::ConvertTo(di, offset)), hn::Set(du, base)), hn::Set(du, prime));
-        };
+        { return hn::Mul(hn::Add(hn::BitCast(du, hn::ConvertTo(di, offset)), hn::Set(du, base)), hn::Set(du, prime)); };
         U hash = hn::Xor(hn::Xor(cell(ox, x_.cell, kPrimeX), cell(oy, y_.cell, kPrimeY)), hn::Set(du, seed_));
         if constexpr (kDims == 3)
             hash = hn::Xor(hash, cell(oz, z_.cell, kPrimeZ));
@@ -581,8 +576,7 @@ private:
     {
         const Floats d;
         const V swing = Wave(hn::Add(phase, hn::Mul(Speed(speed), hn::Set(d, time_))));
-        return hn::Add(
-            hn::Add(hn::Mul(middle, hn::Set(d, 0.6f)), hn::Set(d, 0.2f)), hn::Mul(swing, hn::Set(d, 0.2f)));
+        return hn::Add(hn::Add(hn::Mul(middle, hn::Set(d, 0.6f)), hn::Set(d, 0.2f)), hn::Mul(swing, hn::Set(d, 0.2f)));
     }
 
     SearchAxis x_;

@@ -23,11 +23,11 @@ struct NoisePoint
 // Independent fields of gradient noise, each with a frequency, a shift of its lattice and a seed.
 struct GradientBank
 {
-    alignas(32) Float32 frequency[kMaxOctaves] = {};
-    alignas(32) Float32 shiftX[kMaxOctaves] = {};
-    alignas(32) Float32 shiftY[kMaxOctaves] = {};
-    alignas(32) Float32 shiftZ[kMaxOctaves] = {};
-    alignas(32) UInt32 seed[kMaxOctaves] = {};
+    Float32 frequency[kMaxOctaves] = {};
+    Float32 shiftX[kMaxOctaves] = {};
+    Float32 shiftY[kMaxOctaves] = {};
+    Float32 shiftZ[kMaxOctaves] = {};
+    UInt32 seed[kMaxOctaves] = {};
 };
 
 // The two nearest points of a lattice with one point in every cell.

@@ -2,20 +2,29 @@
 #pragma once
 
 #include "velto/corenodes.h"
+#include "velto/descriptions.h"
 #include "velto/imagepixelblend.h"
 #include "velto/jobqueue.h"
 #include "velto/logger.h"
+#include "velto/message.h"
+#include "velto/noise.h"
 #include "velto/record.h"
+#include "velto/splinemapper.h"
+#include "velto/texture.h"
 
 namespace velto
 {
 
 using CoreFramework = Framework<"net.velto.core.framework", SystemInterface, ErrorInterface, DataTypeLibInterface,
     RegistryInterface, FactoryInterface, DataDictionaryInterface, StringInterface, UrlInterface,
-    ThreadServicesInterface, JobQueueInterface, LoggerInterface, ConfigurationInterface>;
+    ThreadServicesInterface, JobQueueInterface, LoggerInterface, ConfigurationInterface,
+    DescriptionDefinitionDatabaseInterface, DescriptionDatabaseInterface>;
 using CoreNodesFramework = Framework<"net.velto.corenodes.framework", MicroNodeGroupInterface, MicroNodeInterface,
     CoreNodeInstanceBaseInterface, CoreNodesLibInterface>;
 using ImageFramework = Framework<"net.velto.image.framework", ImagePixelBlendInterface>;
+using MathFramework = Framework<"net.velto.math.framework", SplineMapperInterface>;
+using RenderFramework = Framework<"net.velto.render.framework", TextureManagementInterface, TextureInterface,
+    ThreadedTextureInterface, RenderMessageInterface, NoiseInterface>;
 
 // The frameworks that every module requires, in this order.
 inline constexpr Id kRequiredFrameworks[] = {

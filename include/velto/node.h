@@ -156,7 +156,7 @@ public:
         PortSpec{.name = Name.View(), .input = false, .rank = Rank, .marks = Marks, .type = kTypeGetter<T>}};
     static constexpr UInt32 kWords = 0;
 
-    Output(T& value) : value_(&value) {}
+    explicit Output(T& value) : value_(&value) {}
 
     T& operator*() const { return *value_; }
     T* operator->() const { return value_; }
@@ -206,7 +206,7 @@ public:
         return Used(*static_cast<T*>(reader.Value(index)), reader.IsInUse(index));
     }
 
-    Used(T& value, bool used = true) : Base(value), used_(used) {}
+    explicit Used(T& value, bool used = true) : Base(value), used_(used) {}
 
     bool IsUsed() const { return used_; }
 

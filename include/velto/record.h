@@ -320,7 +320,6 @@ struct InternedName : DeclarationRecord
         unit.Add(*this);
     }
     operator const InternedId&() const { return value; }
-    friend bool operator==(const InternedId& a, const InternedName& b) { return a == b.value; }
 };
 
 // A data type of the module that others look up by its id.

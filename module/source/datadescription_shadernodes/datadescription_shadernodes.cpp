@@ -1,6 +1,34 @@
 // Registers the places where the nodes' descriptions lie.
-#include "velto/record.h"
+#include "velto/descriptions.h"
+#include "velto/module.h"
+
+namespace velto
+{
 
 VELTO_TRANSLATION_UNIT(0);
 
-static velto::LabelRecord databaseRegister(thisUnit, "databaseregister");
+static constexpr Id kDatabases[] = {"net.velto.shadernodes.module", "net.velto.patterns.module"};
+
+static Result RegisterDatabases()
+{
+    const auto& urls = Bound<UrlInterface>();
+    Url url;
+    VELTO_TRY(GetApplicationUrl(UrlKind::Resource, url));
+    UrlObject* place = url.Detach();
+    Result appended;
+    for (const std::string_view component : {"modules", "shadernodes.module"})
+    {
+        if (appended.IsOk())
+            appended = urls.Append(&place, component.data(), component.size());
+    }
+    url = Url::Adopt(place);
+    VELTO_TRY(appended);
+    for (const Id& database : kDatabases)
+        VELTO_TRY(Bound<DescriptionDefinitionDatabaseInterface>().RegisterDatabaseWithUrl(database, url.Get()));
+    return {};
+}
+
+static LabelRecord databaseRegister(thisUnit, "databaseregister");
+static StepRecord registerDatabases(thisUnit, "registerdatabases", &RegisterDatabases, nullptr);
+
+} // namespace velto

@@ -181,10 +181,10 @@ static Result Image(In<"context", ShadingContext> context, In<"url", Url> url, I
         Float rate = 0.0;
         TimeValue duration;
         VELTO_TRY(fronts.GetDetails(texture->Get(), &pixelsX, &pixelsY, &rate, &duration));
-        width = static_cast<Float>(pixelsX);
-        height = static_cast<Float>(pixelsY);
-        fps = rate;
-        length = duration;
+        *width = pixelsX;
+        *height = pixelsY;
+        *fps = rate;
+        *length = duration;
     }
     return {};
 }

@@ -1,0 +1,627 @@
+// The noise classes: sums of octaves of gradient noise or of cells, each with a shape of its own.
+//
+// Common to all: octaves beyond the whole number fade in by its fraction; an octave finer than the filter fades to its
+// mean; the exponent bends the final value.
+#include "rendernoise.h"
+
+#include "noisemath.h"
+
+#include "host/registry/registry.h"
+#include "velto/porttypes.h"
+
+#include <deque>
+#include <stdexcept>
+#include <string>
+
+namespace velto::host
+{
+
+namespace
+{
+
+struct NoiseObjectOf : RenderNoiseInterface
+{
+    const NoiseClass* noiseClass = nullptr;
+    const NoiseKernels* kernels = nullptr;
+    GradientBank octaves;
+    GradientBank bend; // three fields of frequency 1 that displace
+    UInt32 cells[kMaxOctaves] = {};
+    Float32 amplitude[kMaxOctaves] = {};
+    Float exponent = 1.0;
+
+    void Setup(UInt32 seed, Float lacunarity, Float gain, Float newExponent);
+};
+
+Float FiniteOr(Float value, Float otherwise)
+{
+    return std::abs(value) < 1e6 ? value : otherwise;
+}
+
+void NoiseObjectOf::Setup(UInt32 seed, Float lacunarity, Float gain, Float newExponent)
+{
+    // Classes of one seed do not look like each other.
+    UInt32 random = MixBits(seed ^ static_cast<UInt32>(HashBytes(noiseClass->name)));
+    const auto next = [&random] { return MixBits(random += 0x9e3779b9u); };
+    const auto fill = [&](GradientBank& bank, int i, Float32 frequency)
+    {
+        bank.frequency[i] = frequency;
+        // Off the lattice, on which gradient noise is 0 in all octaves at once.
+        bank.shiftX[i] = UnitFloat(next());
+        bank.shiftY[i] = UnitFloat(next());
+        bank.shiftZ[i] = UnitFloat(next());
+        bank.seed[i] = next();
+    };
+    const Float32 step = static_cast<Float32>(FiniteOr(lacunarity, 2.0));
+    const Float32 fall = static_cast<Float32>(FiniteOr(gain, 0.5));
+    Float32 frequency = 1.0f;
+    Float32 size = 1.0f;
+    for (int i = 0; i < kMaxOctaves; ++i)
+    {
+        fill(octaves, i, frequency);
+        fill(bend, i, 1.0f);
+        cells[i] = next();
+        amplitude[i] = std::abs(size) > 1e-30f ? size : 0.0f;
+        frequency = std::abs(frequency) < 1e9f ? frequency * step : frequency;
+        size = std::abs(size) < 1e9f ? size * fall : size;
+    }
+    exponent = FiniteOr(newExponent, 1.0);
+}
+
+} // namespace
+
+// One question to a noise object.
+class NoiseSampler
+{
+public:
+    NoiseSampler(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point, Float32 octaves, Float32 filterWidth)
+        : noise_(noise), flat_(isFlat), point_(point)
+    {
+        // Comparisons with NaN are false: such a number of octaves is 0.
+        const Float32 wanted = octaves > 0.0f ? Min(octaves, static_cast<Float32>(kMaxOctaves)) : 0.0f;
+        const int whole = static_cast<int>(wanted);
+        const Float32 rest = wanted - static_cast<Float32>(whole);
+        count_ = Max(whole + (rest > 0.0f ? 1 : 0), 1);
+        for (int i = 0; i < count_; ++i)
+        {
+            weight_[i] = i < whole ? noise.amplitude[i] : noise.amplitude[i] * rest;
+            keep_[i] = Keep(filterWidth * noise.octaves.frequency[i]);
+        }
+        if (whole == 0) // less than one octave: the first fades to its mean
+        {
+            weight_[0] = noise.amplitude[0];
+            keep_[0] *= rest;
+        }
+    }
+
+    const NoisePoint& Point() const { return point_; }
+
+    // The octaves at a point, each faded to `mean` by the filter after `shape`, weighted and divided by the weights.
+    template <class Shape>
+    Float32 Sum(const NoisePoint& at, Float32 mean, Shape shape) const
+    {
+        alignas(32) Float32 g[kMaxOctaves];
+        Gradients(noise_.octaves, count_, at, g);
+        Float32 sum = 0.0f;
+        Float32 norm = 0.0f;
+        for (int i = 0; i < count_; ++i)
+        {
+            sum += weight_[i] * (mean + keep_[i] * (shape(g[i]) - mean));
+            norm += std::abs(weight_[i]);
+        }
+        return sum / norm;
+    }
+
+    // The plain octaves; as lively whatever their number is.
+    Float32 Fractal(const NoisePoint& at) const
+    {
+        alignas(32) Float32 g[kMaxOctaves];
+        Gradients(noise_.octaves, count_, at, g);
+        Float32 sum = 0.0f;
+        Float32 squares = 0.0f;
+        for (int i = 0; i < count_; ++i)
+        {
+            sum += weight_[i] * keep_[i] * g[i];
+            squares += weight_[i] * weight_[i];
+        }
+        return sum / std::sqrt(squares);
+    }
+
+    // About 0 to 1, creased at 0.
+    Float32 Turbulence(const NoisePoint& at) const
+    {
+        return 1.9f * Sum(at, 0.22f, [](Float32 g) { return std::abs(g); });
+    }
+
+    // Octave by octave from coarse to fine: `next` takes the value so far, the octave, its weight and its filter.
+    template <class Next>
+    Float32 Fold(const NoisePoint& at, Float32 start, Next next) const
+    {
+        alignas(32) Float32 g[kMaxOctaves];
+        Gradients(noise_.octaves, count_, at, g);
+        Float32 value = start;
+        for (int i = 0; i < count_; ++i)
+            value = next(value, g[i], weight_[i], keep_[i]);
+        return value;
+    }
+
+    Float32 WeightSum() const
+    {
+        Float32 sum = 0.0f;
+        for (int i = 0; i < count_; ++i)
+            sum += std::abs(weight_[i]);
+        return sum;
+    }
+
+    // A point moved along a field of its own.
+    NoisePoint Bent(const NoisePoint& at, Float32 amount, Float32 frequency) const
+    {
+        alignas(32) Float32 g[kMaxOctaves];
+        Gradients(noise_.bend, 3, {at.x * frequency, at.y * frequency, at.z * frequency, at.time}, g);
+        return {at.x + amount * g[0], at.y + amount * g[1], at.z + amount * g[2], at.time};
+    }
+
+    // Octaves of the two nearest points of a scattered lattice.
+    template <class Shape>
+    Float32 SumCells(const NoisePoint& at, Float32 mean, Shape shape) const
+    {
+        Float32 sum = 0.0f;
+        Float32 norm = 0.0f;
+        for (int i = 0; i < count_; ++i)
+        {
+            const Float32 value = keep_[i] > 0.0f ? shape(Nearest(at, i)) : mean;
+            sum += weight_[i] * (mean + keep_[i] * (value - mean));
+            norm += std::abs(weight_[i]);
+        }
+        return sum / norm;
+    }
+
+    // Octaves of a lattice of boxes: `shape` takes the place in the box, -1 to 1 an axis, and a number of the box's.
+    template <class Shape>
+    Float32 SumBoxes(const NoisePoint& at, Float32 mean, Shape shape) const
+    {
+        Float32 sum = 0.0f;
+        Float32 norm = 0.0f;
+        for (int i = 0; i < count_; ++i)
+        {
+            const NoisePoint p = Octave(at, i);
+            UInt32 hash = noise_.cells[i];
+            const auto enter = [&hash](Float32 x)
+            {
+                const Float32 usable = std::abs(x) < 1e9f ? x : 0.0f;
+                const Float32 whole = std::floor(usable);
+                hash = MixBits(hash ^ static_cast<UInt32>(static_cast<Int32>(whole)));
+                return 2.0f * (usable - whole) - 1.0f;
+            };
+            const Float32 x = enter(p.x);
+            const Float32 y = enter(p.y);
+            const Float32 z = flat_ ? 0.0f : enter(p.z);
+            const Float32 speed = 0.15f + 0.3f * UnitFloat(MixBits(hash));
+            const Float32 time = std::abs(at.time) < 1e7f ? at.time : 0.0f;
+            const Float32 value = shape(x, y, z, 1.0f - Triangle(0.5f * UnitFloat(hash) + 0.5f + speed * time));
+            sum += weight_[i] * (mean + keep_[i] * (value - mean));
+            norm += std::abs(weight_[i]);
+        }
+        return sum / norm;
+    }
+
+private:
+    // What the filter leaves of a field, by how many of its cells one sample covers.
+    static Float32 Keep(Float32 cellsPerSample)
+    {
+        const Float32 width = std::abs(cellsPerSample);
+        return width <= 0.2f ? 1.0f : width < 0.8f ? 1.0f - SmoothStep(0.2f, 0.8f, width) : 0.0f;
+    }
+
+    void Gradients(const GradientBank& bank, int count, const NoisePoint& at, Float32* g) const
+    {
+        if (count == 1)
+            g[0] = flat_ ? noise_.kernels->gradient2d(bank, at) : noise_.kernels->gradient3d(bank, at);
+        else
+            (flat_ ? noise_.kernels->gradients2d : noise_.kernels->gradients3d)(bank, count, at, g);
+    }
+
+    NoisePoint Octave(const NoisePoint& at, int i) const
+    {
+        const GradientBank& bank = noise_.octaves;
+        return {at.x * bank.frequency[i] + bank.shiftX[i], at.y * bank.frequency[i] + bank.shiftY[i],
+            at.z * bank.frequency[i] + bank.shiftZ[i], at.time};
+    }
+
+    NearestPoints Nearest(const NoisePoint& at, int i) const
+    {
+        NearestPoints nearest;
+        (flat_ ? noise_.kernels->nearestMoving2d : noise_.kernels->nearestMoving3d)(
+            noise_.cells[i], Octave(at, i), nearest);
+        return nearest;
+    }
+
+    const NoiseObjectOf& noise_;
+    bool flat_;
+    NoisePoint point_;
+    int count_;
+    Float32 weight_[kMaxOctaves];
+    Float32 keep_[kMaxOctaves];
+};
+
+namespace
+{
+
+// --- The classes, in order of their names ---
+
+Float32 BlisteredTurbulence(const NoiseSampler& s)
+{
+    const Float32 blister = s.SumCells(s.Point(), 0.25f,
+        [](const NearestPoints& n)
+        {
+            const Float32 dome = Max(1.0f - n.f1 * n.f1 * 2.5f, 0.0f);
+            return dome * dome;
+        });
+    return 0.75f * s.Turbulence(s.Point()) + 0.7f * blister;
+}
+
+Float32 Box(const NoiseSampler& s)
+{
+    return s.SumBoxes(s.Point(), 0.5f, [](Float32, Float32, Float32, Float32 box) { return box; });
+}
+
+// A product of octaves instead of a sum: calm where the coarse ones are low, rough where they are high.
+Float32 Buya(const NoiseSampler& s)
+{
+    const Float32 product = s.Fold(s.Point(), 1.0f,
+        [](Float32 value, Float32 g, Float32 weight, Float32 keep)
+        { return value * (1.0f + 1.6f * keep * weight * g); });
+    return 0.45f * product;
+}
+
+// Cushions in the boxes of a lattice, no two of a brightness.
+Float32 Cell(const NoiseSampler& s)
+{
+    return s.SumBoxes(s.Point(), 0.35f,
+        [](Float32 x, Float32 y, Float32 z, Float32 box)
+        {
+            const Float32 wall = Max(Max(std::abs(x), std::abs(y)), std::abs(z));
+            const Float32 square = wall * wall;
+            return (1.0f - square * square) * (0.35f + 0.65f * box);
+        });
+}
+
+Float32 CellVoronoi(const NoiseSampler& s)
+{
+    return s.SumCells(
+        s.Point(), 0.5f, [](const NearestPoints& n) { return UnitFloat(MixBits(static_cast<UInt32>(n.id1))); });
+}
+
+// Winding folds with narrow grooves, as of a brain.
+Float32 Cranal(const NoiseSampler& s)
+{
+    return s.SumCells(s.Bent(s.Bent(s.Point(), 0.5f, 1.3f), 0.25f, 3.1f), 0.8f,
+        [](const NearestPoints& n) { return SmoothStep(0.0f, 0.3f, n.f2 - n.f1); });
+}
+
+// A plane with dents.
+Float32 Dents(const NoiseSampler& s)
+{
+    const Float32 depth = s.Sum(s.Point(), 0.02f,
+        [](Float32 g)
+        {
+            const Float32 low = Max(-g, 0.0f);
+            return low * low * low;
+        });
+    return 1.0f - 7.0f * depth;
+}
+
+Float32 DisplacedTurbulence(const NoiseSampler& s)
+{
+    return s.Turbulence(s.Bent(s.Point(), 0.9f, 1.0f));
+}
+
+Float32 DisplacedVoronoi(const NoiseSampler& s)
+{
+    return s.SumCells(s.Bent(s.Point(), 0.6f, 1.7f), 0.5f, [](const NearestPoints& n) { return n.f1 * 0.95f; });
+}
+
+// Glowing filaments.
+Float32 Electric(const NoiseSampler& s)
+{
+    const Float32 f = s.Fractal(s.Bent(s.Point(), 0.35f, 1.0f));
+    return 0.006f / (0.006f + f * f);
+}
+
+Float32 Fbm(const NoiseSampler& s)
+{
+    return 1.1f * s.Fractal(s.Point());
+}
+
+// Soft clouds drawn out by a slow wind.
+Float32 Gaseous(const NoiseSampler& s)
+{
+    const NoisePoint drawn = s.Bent(s.Bent(s.Point(), 1.6f, 0.5f), 0.8f, 0.9f);
+    return SmoothStep(-0.55f, 0.65f, s.Fractal(drawn));
+}
+
+// Round blobs that melt into each other.
+Float32 Hama(const NoiseSampler& s)
+{
+    return s.SumCells(s.Point(), 0.35f,
+        [](const NearestPoints& n)
+        {
+            const auto blob = [](Float32 f)
+            {
+                const Float32 fall = Max(1.0f - f * f, 0.0f);
+                return fall * fall * fall;
+            };
+            const Float32 field = blob(n.f1) + blob(n.f2);
+            return field / (0.5f + field);
+        });
+}
+
+// Long streaks.
+Float32 Luka(const NoiseSampler& s)
+{
+    const NoisePoint& p = s.Point();
+    const NoisePoint bent = s.Bent(p, 0.7f, 0.6f);
+    return 0.5f + 0.8f * s.Fractal({bent.x * 0.3f, bent.y * 1.9f, bent.z, p.time});
+}
+
+// Bands of equal height, back and forth.
+Float32 Mod(const NoiseSampler& s)
+{
+    return Triangle(2.5f * s.Fractal(s.Point()) + 0.25f);
+}
+
+// Dark veins between plates that crumble at their rims.
+Float32 Naki(const NoiseSampler& s)
+{
+    const Float32 turbulence = s.Turbulence(s.Point());
+    const Float32 gap =
+        s.SumCells(s.Bent(s.Point(), 0.3f, 2.3f), 0.3f, [](const NearestPoints& n) { return n.f2 - n.f1; });
+    return SmoothStep(0.05f, 0.6f, 1.3f * gap + 0.35f * (turbulence - 0.4f));
+}
+
+// Bumps with a grained shell.
+Float32 Nutous(const NoiseSampler& s)
+{
+    const Float32 bump =
+        s.SumCells(s.Point(), 0.6f, [](const NearestPoints& n) { return Max(1.0f - n.f1 * n.f1, 0.0f); });
+    return bump * (1.1f - 0.7f * s.Turbulence(s.Bent(s.Point(), 1.0f, 1.0f)));
+}
+
+// Plateaus with slopes between.
+Float32 Ober(const NoiseSampler& s)
+{
+    const Float32 f = s.Fractal(s.Point());
+    return 0.2f + 0.35f * SmoothStep(-0.16f, -0.08f, f) + 0.35f * SmoothStep(0.1f, 0.18f, f) + 0.25f * f;
+}
+
+Float32 Perlin(const NoiseSampler& s)
+{
+    return s.Sum(s.Point(), 0.0f, [](Float32 g) { return g; });
+}
+
+// Spots.
+Float32 Pezo(const NoiseSampler& s)
+{
+    return s.SumCells(s.Point(), 0.3f,
+        [](const NearestPoints& n) { return 1.0f - SmoothStep(0.32f, 0.42f, n.f1) * (0.75f + 0.25f * Clamp01(n.f2)); });
+}
+
+// Craters with rims.
+Float32 Poxo(const NoiseSampler& s)
+{
+    return s.SumCells(s.Point(), 0.45f,
+        [](const NearestPoints& n)
+        {
+            const Float32 r = n.f1 * 2.2f;
+            const Float32 inside = Max(1.0f - r * r, 0.0f);
+            const Float32 off = (r - 1.0f) * 3.0f;
+            const Float32 rim = Max(1.0f - off * off, 0.0f);
+            return 0.5f - 0.5f * inside + 0.5f * rim * rim;
+        });
+}
+
+// Sharp crests; each octave is rough only where the one before is high.
+Float32 RidgedMultifractal(const NoiseSampler& s)
+{
+    Float32 share = 1.0f;
+    const Float32 sum = s.Fold(s.Point(), 0.0f,
+        [&share](Float32 value, Float32 g, Float32 weight, Float32 keep)
+        {
+            Float32 ridge = 1.0f - std::abs(g);
+            ridge = 0.62f + keep * (ridge * ridge - 0.62f);
+            ridge *= share;
+            share = Clamp01(ridge * 1.4f);
+            return value + weight * ridge;
+        });
+    return SmoothStep(0.0f, 1.0f, sum / s.WeightSum());
+}
+
+// Scales: each dark at its middle and of a brightness of its own at its edge.
+Float32 Sema(const NoiseSampler& s)
+{
+    return s.SumCells(s.Point(), 0.4f,
+        [](const NearestPoints& n)
+        { return Clamp01(n.f1 * 1.1f) * (0.4f + 0.6f * UnitFloat(MixBits(static_cast<UInt32>(n.id1)))) + 0.1f; });
+}
+
+// Grains where two fields are high together.
+Float32 Stupl(const NoiseSampler& s)
+{
+    const NoisePoint& p = s.Point();
+    const Float32 a = s.Sum(p, 0.0f, [](Float32 g) { return g; });
+    const Float32 b =
+        s.Sum({p.y * 1.6f + 19.1f, p.x * 1.6f - 7.7f, p.z * 1.6f, p.time}, 0.0f, [](Float32 g) { return g; });
+    return SmoothStep(-0.02f, 0.1f, a * b);
+}
+
+Float32 Turbulence(const NoiseSampler& s)
+{
+    return s.Turbulence(s.Point());
+}
+
+// Noise at a place that noise displaces ("variable lattice").
+Float32 Vl(const NoiseSampler& s)
+{
+    return 1.2f * s.Sum(s.Bent(s.Point(), 1.4f, 1.2f), 0.0f, [](Float32 g) { return g; });
+}
+
+Float32 Voronoi1(const NoiseSampler& s)
+{
+    return s.SumCells(s.Point(), 0.5f, [](const NearestPoints& n) { return n.f1; });
+}
+
+Float32 Voronoi2(const NoiseSampler& s)
+{
+    return s.SumCells(s.Point(), 0.25f, [](const NearestPoints& n) { return (n.f2 - n.f1) * 1.4f; });
+}
+
+Float32 Voronoi3(const NoiseSampler& s)
+{
+    return s.SumCells(s.Point(), 0.65f, [](const NearestPoints& n) { return n.f2 * n.f2; });
+}
+
+// Waves along x that turbulence sets out of step.
+Float32 WavyTurbulence(const NoiseSampler& s)
+{
+    const NoisePoint& p = s.Point();
+    return 0.5f + 0.5f * Wave(0.22f * p.x + 0.13f * p.y + 1.1f * s.Turbulence(p));
+}
+
+// Stripes where one field is above another, as of a zebra.
+Float32 Zada(const NoiseSampler& s)
+{
+    const NoisePoint& p = s.Point();
+    const Float32 a = s.Fractal(p);
+    const Float32 b = s.Fractal({p.y * 0.8f + 31.7f, p.x * 0.8f - 12.9f, p.z * 0.8f + 5.3f, p.time});
+    return SmoothStep(-0.07f, 0.07f, std::abs(a) - std::abs(b));
+}
+
+constexpr NoiseClass kClasses[] = {
+    {"blisteredturbulence", false, false, &BlisteredTurbulence},
+    {"box", false, true, &Box},
+    {"buya", false, false, &Buya},
+    {"cell", false, false, &Cell},
+    {"cellvoronoi", false, true, &CellVoronoi},
+    {"cranal", false, false, &Cranal},
+    {"dents", false, false, &Dents},
+    {"displacedturbulence", false, false, &DisplacedTurbulence},
+    {"displacedvoronoi", false, false, &DisplacedVoronoi},
+    {"electric", false, false, &Electric},
+    {"fbm", true, false, &Fbm},
+    {"gaseous", false, false, &Gaseous},
+    {"hama", false, false, &Hama},
+    {"luka", false, false, &Luka},
+    {"mod", false, false, &Mod},
+    {"naki", false, false, &Naki},
+    {"nutous", false, false, &Nutous},
+    {"ober", false, false, &Ober},
+    {"perlin", true, false, &Perlin},
+    {"pezo", false, false, &Pezo},
+    {"poxo", false, false, &Poxo},
+    {"ridgedmultifractal", false, false, &RidgedMultifractal},
+    {"sema", false, true, &Sema},
+    {"stupl", false, false, &Stupl},
+    {"turbulence", false, false, &Turbulence},
+    {"vl", true, false, &Vl},
+    {"voronoi1", false, false, &Voronoi1},
+    {"voronoi2", false, false, &Voronoi2},
+    {"voronoi3", false, false, &Voronoi3},
+    {"wavyturbulence", false, false, &WavyTurbulence},
+    {"zada", false, false, &Zada},
+};
+
+// --- Objects ---
+
+Result Init(RenderNoiseInterface* self, UInt32 seed, Int32, const DictionaryObject* settings)
+{
+    const auto setting = [settings](Int key, Float otherwise)
+    {
+        const Data* const data = Bound<DataDictionaryInterface>().GetData(settings, key);
+        const Float* const value = data ? data->As<Float>() : nullptr;
+        return value ? *value : otherwise;
+    };
+    static_cast<NoiseObjectOf*>(self)->Setup(seed, setting(noise_setting::kLacunarity, 2.0),
+        setting(noise_setting::kGain, 0.5), setting(noise_setting::kExponent, 1.0));
+    return {};
+}
+
+Float32 Sample(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point, Float32 octaves, Bool absolute,
+    Float32 filterWidth)
+{
+    const NoiseClass& noiseClass = *noise.noiseClass;
+    const Float32 value = noiseClass.value(NoiseSampler(noise, isFlat, point, octaves, filterWidth));
+    const bool isNegative = noiseClass.isSigned && value < 0.0f;
+    Float32 size = Clamp01(isNegative ? -value : value);
+    if (noise.exponent != 1.0)
+        size = UnitPower(size, noise.exponent);
+    return isNegative && !absolute ? -size : size;
+}
+
+Float32 Noise(const RenderNoiseInterface* self, Float32 x, Float32 y, Float32 z, Float32 time, Float32 octaves,
+    Bool absolute, Float32 filterWidth)
+{
+    return Sample(*static_cast<const NoiseObjectOf*>(self), false, {x, y, z, time}, octaves, absolute, filterWidth);
+}
+
+Float32 Noise2d(const RenderNoiseInterface* self, Float32 x, Float32 y, Float32 time, Float32 octaves, Bool absolute,
+    Float32 filterWidth)
+{
+    return Sample(*static_cast<const NoiseObjectOf*>(self), true, {x, y, 0.0f, time}, octaves, absolute, filterWidth);
+}
+
+struct HostNoiseClass : RenderNoiseClassObject
+{
+    const NoiseClass* noiseClass;
+
+    explicit HostNoiseClass(const NoiseClass& type) : noiseClass(&type)
+    {
+        create = [](const RenderNoiseClassObject* self, RenderNoiseInterface** noise) -> Result
+        {
+            Ref<RenderNoiseInterface> made =
+                MakeNoise(*static_cast<const HostNoiseClass*>(self)->noiseClass, BestNoiseKernels());
+            if (!made)
+                return OutOfMemory();
+            *noise = made.Detach();
+            return {};
+        };
+    }
+};
+
+} // namespace
+
+std::span<const NoiseClass> NoiseClasses()
+{
+    return kClasses;
+}
+
+Ref<RenderNoiseInterface> MakeNoise(const NoiseClass& noiseClass, const NoiseKernels& kernels)
+{
+    NoiseObjectOf* const noise = MakeShared<NoiseObjectOf>().Detach();
+    if (!noise)
+        return {};
+    noise->init = &Init;
+    noise->noise = &Noise;
+    noise->noise2d = &Noise2d;
+    noise->noiseClass = &noiseClass;
+    noise->kernels = &kernels;
+    noise->Setup(0, 2.0, 0.5, 1.0);
+    return Ref<RenderNoiseInterface>::Adopt(noise);
+}
+
+void PublishNoiseClasses()
+{
+    static std::deque<HostNoiseClass> classes(std::begin(kClasses), std::end(kClasses)); // live as long as the process
+    for (const HostNoiseClass& entry : classes)
+    {
+        const std::string name = "net.velto.render.rendernoiseclass." + std::string(entry.noiseClass->name);
+        if (FindEntry(registry::kRenderNoiseClasses.View(), name))
+            continue;
+        Data value;
+        Result done = value.Set(RenderNoiseClass::Share(&entry));
+        if (done.IsOk())
+            done = Bound<RegistryInterface>().InsertEntry(registry::kRenderNoiseClasses, Id::OverStatic(name), value);
+        if (done.IsError())
+            throw std::runtime_error(std::string(done.Message()));
+    }
+}
+
+} // namespace velto::host
