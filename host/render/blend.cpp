@@ -271,8 +271,9 @@ ColorA Composite(const ColorA& b, const ColorA& s, Float opacity)
     const Float total = b.a + alpha * (1.0 - b.a);
     if (total == 0.0)
         return {b.r, b.g, b.b, 0.0};
-    const auto channel = [&](Float cb, Float cs, Float cm)
-    { return ((1.0 - alpha) * b.a * cb + alpha * (1.0 - b.a) * cs + alpha * b.a * cm) / total; };
+    const auto channel = [&](Float cb, Float cs, Float cm) {
+        return ((1.0 - alpha) * b.a * cb + alpha * (1.0 - b.a) * cs + alpha * b.a * cm) / total;
+    };
     return {channel(b.r, s.r, mixed.r), channel(b.g, s.g, mixed.g), channel(b.b, s.b, mixed.b), total};
 }
 
@@ -441,7 +442,8 @@ std::span<const BlendMode> BlendModes()
 
 void PublishBlendClasses()
 {
-    static std::deque<ModeClass> classes(std::begin(kModes), std::end(kModes)); // live as long as the process
+    // Never ends, so that the registry may end after it.
+    static const auto& classes = *new std::deque<ModeClass>(std::begin(kModes), std::end(kModes));
     for (const ModeClass& blendClass : classes)
     {
         const std::string name = "net.velto.render.blendmode." + std::string(blendClass.mode->name);
@@ -461,13 +463,12 @@ const ImagePixelBlendInterface& ImagePixelBlendService()
     static constexpr ImagePixelBlendInterface service{
         .GetBlendPixelHandler = {+[](const BlendClass* blendClass, const Id& format, const PixelChannels& channels,
                                       const Id& sourceFormat, const PixelChannels& sourceChannels, Float opacity,
-                                      BlendPixelHandler* handler) -> Result
-            {
-                if (!blendClass)
-                    return NullptrError();
-                return blendClass->getBlendPixelHandler(
-                    blendClass, format, channels, sourceFormat, sourceChannels, opacity, handler);
-            }},
+                                      BlendPixelHandler* handler) -> Result {
+            if (!blendClass)
+                return NullptrError();
+            return blendClass->getBlendPixelHandler(
+                blendClass, format, channels, sourceFormat, sourceChannels, opacity, handler);
+        }},
     };
     return service;
 }

@@ -609,7 +609,8 @@ Ref<RenderNoiseInterface> MakeNoise(const NoiseClass& noiseClass, const NoiseKer
 
 void PublishNoiseClasses()
 {
-    static std::deque<HostNoiseClass> classes(std::begin(kClasses), std::end(kClasses)); // live as long as the process
+    // Never ends, so that the registry may end after it.
+    static const auto& classes = *new std::deque<HostNoiseClass>(std::begin(kClasses), std::end(kClasses));
     for (const HostNoiseClass& entry : classes)
     {
         const std::string name = "net.velto.render.rendernoiseclass." + std::string(entry.noiseClass->name);

@@ -102,8 +102,8 @@ private:
 
     Setup& setup_;
     ShadingContext context_;
+    std::vector<RunnableBody> bodies_; // their functions outlive the values that hold them
     Storage storage_;
-    std::vector<RunnableBody> bodies_;
     std::vector<const void*> outputs_;
     EvaluationCounts* counts_ = nullptr;
     bool areSamplesIndependent_ = false;
@@ -151,8 +151,8 @@ private:
         const FunctionInterface* self, void* value, const ShadingContext* context, Data* cache);
 
     std::shared_ptr<const Program> program_;
+    RunnableBody body_; // its functions outlive the values that hold them
     Storage storage_;
-    RunnableBody body_;
     std::vector<UInt32> offsets_; // of slots in a frame, for all calls
     std::vector<Result> errors_;  // by call
     bool hasFailed_ = false;

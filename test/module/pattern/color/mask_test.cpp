@@ -40,29 +40,31 @@ protected:
     // The node with inputs that give it something to do.
     static std::string Inputs()
     {
-        const host::NodeCatalog catalog;
+        const auto type = host::NodeCatalog().Core(GetParam());
         std::string inputs;
         int colors = 0;
-        for (const host::NodePort& port : catalog.Core(GetParam())->ports)
+        for (const host::NodePort& port : type->ports)
         {
             const bool isMask =
                 std::find(std::begin(kMaskPorts), std::end(kMaskPorts), port.name) != std::end(kMaskPorts);
             if (!port.input || isMask)
                 continue;
             const auto give = [&](std::string_view value) { inputs += fmt::format(R"("{}": {}, )", port.name, value); };
-            const DataType* const type = port.type.Get();
-            if (type == host::TypeOf<ColorAFunction>())
+            const DataType* const of = port.type.Get();
+            if (of == host::TypeOf<ColorAFunction>())
                 give(R"({"from": "checker.result"})");
-            else if (type == host::TypeOf<ColorA>())
+            else if (of == host::TypeOf<ColorA>())
                 give(colors++ == 0 ? "[0.8, 0.3, 0.15, 0.6]" : "[0.1, 0.7, 0.9, 0.5]");
-            else if (type == host::TypeOf<Color>())
+            else if (of == host::TypeOf<Color>())
                 give("[0.5, 0.6, 0.7]");
-            else if (type == host::TypeOf<Vector2d>())
+            else if (of == host::TypeOf<Vector2d>())
                 give("[4, 4]");
-            else if (type == host::TypeOf<Float>())
+            else if (of == host::TypeOf<Float>())
                 give("0.3");
-            else if (type == host::TypeOf<Int32>())
+            else if (of == host::TypeOf<Int32>())
                 give("4");
+            else if (port.name == "mode")
+                give(R"("kernel")");
             else if (port.name == "inProfile")
                 give(R"("gamma")");
             else if (port.name == "incolorspace")

@@ -13,9 +13,9 @@ using host::Json;
 static constexpr const char* kNode = "net.velto.render.corenode.placement3d";
 
 #define PLACEMENT(more) R"({"enableSpaceTransformation": true, "spaceScale": [1, 1, 1])" more "}"
-#define PLACEMENT_FORMAT                                                                                               \
+static constexpr const char kRotated[] =
     R"({{"enableSpaceTransformation": true, "spaceScale": [1, 1, 1], "spaceRotation": [0.4, -1.1, 2.3],
-        "spaceRotationOrder": "{}"}})"
+        "spaceRotationOrder": "{}"}})";
 #define AT_123                                                                                                         \
     R"({"uvw": [1, 2, 3], "uvwPlusDeltaU": [1.5, 2, 3], "uvwPlusDeltaV": [1, 2.5, 4], "uvwValid": false, "tileModeU": 2})"
 
@@ -92,7 +92,7 @@ TEST(Placement3d, RotationOrders)
                     expected[i] += rotation[k][i] * point[k];
             }
             CheckRow(kNode,
-                {order, fmt::format(PLACEMENT_FORMAT, order + (isLocal ? "local" : "global")),
+                {order, fmt::format(kRotated, order + (isLocal ? "local" : "global")),
                     fmt::format(R"({{"result": {{"uvw": [{}, {}, {}]}}}})", expected[0], expected[1], expected[2]),
                     R"({"uvw": [0.7, -0.2, 1.9]})", 1e-14});
         }
@@ -104,7 +104,7 @@ TEST(Placement3d, UnknownOrderIsYxzLocal)
     const auto at = [](const char* order) {
         return Output(EvalJson(fmt::format(R"({{"version": 1, "nodes": {{"node": {{"type": "{}", "inputs": {}}}}},
                           "outputs": {{"result": "node.result"}}}})",
-                                   kNode, fmt::format(PLACEMENT_FORMAT, order)),
+                                   kNode, fmt::format(kRotated, order)),
                           R"([{"uvw": [0.7, -0.2, 1.9]}])"),
             "result");
     };
