@@ -264,8 +264,7 @@ bool ParseFrames(std::string_view text, int& first, int& last)
 
 std::string FileName(std::string pattern, const std::string& output, std::optional<int> frame)
 {
-    const auto replace = [&pattern](std::string_view what, const std::string& with)
-    {
+    const auto replace = [&pattern](std::string_view what, const std::string& with) {
         for (auto at = pattern.find(what); at != pattern.npos; at = pattern.find(what, at + with.size()))
             pattern.replace(at, what.size(), with);
     };

@@ -25,12 +25,10 @@ std::vector<std::pair<const NodePort*, std::size_t>> InAccessOrder(const NodeTyp
     std::vector<std::pair<const NodePort*, std::size_t>> ports;
     for (std::size_t i = 0; i < type.ports.size(); ++i)
         ports.emplace_back(&type.ports[i], i);
-    std::stable_sort(ports.begin(), ports.end(),
-        [](const auto& a, const auto& b)
-        {
-            const auto key = [](const NodePort& port) { return port.index < 0 ? INT64_MAX : port.index; };
-            return key(*a.first) < key(*b.first);
-        });
+    std::stable_sort(ports.begin(), ports.end(), [](const auto& a, const auto& b) {
+        const auto key = [](const NodePort& port) { return port.index < 0 ? INT64_MAX : port.index; };
+        return key(*a.first) < key(*b.first);
+    });
     return ports;
 }
 
@@ -116,8 +114,7 @@ std::string DescribeForPeople(const NodeType& type)
     std::string text = type.label.empty() ? type.id + "\n" : fmt::format("{} ({})\n", type.label, type.id);
     if (!type.help.empty())
         text += fmt::format("{}\n", type.help);
-    const auto list = [&](const NodePort& port, const std::string& indent)
-    {
+    const auto list = [&](const NodePort& port, const std::string& indent) {
         std::string line = fmt::format("{}{:<24} {:<18}", indent, port.name + (port.isVariadic ? "[]" : ""),
             port.type ? host::TypeName(port.type.Get()) : "bundle[]");
         if (!port.shownDefault.IsNull())

@@ -2,6 +2,7 @@
 #include "bake.h"
 #include "check.h"
 #include "eval.h"
+#include "inspect.h"
 #include "module.h"
 #include "nodes.h"
 
@@ -99,6 +100,12 @@ int Main(int argc, char** argv)
     AddGraph(*checkCommand, check.graph);
     AddModule(*checkCommand, check.module);
 
+    InspectArguments inspect;
+    CLI::App* const inspectCommand =
+        app.add_subcommand("inspect", "prints a graph's root after its set-up: ports, attributes and wires");
+    AddGraph(*inspectCommand, inspect.graph);
+    AddModule(*inspectCommand, inspect.module);
+
     ModuleArguments module;
     CLI::App* const moduleCommand = app.add_subcommand("module", "tells what the loaded module publishes");
     AddModule(*moduleCommand, module.module);
@@ -127,6 +134,8 @@ int Main(int argc, char** argv)
         status = Nodes(nodes, streams);
     else if (command == checkCommand)
         status = Check(check, streams);
+    else if (command == inspectCommand)
+        status = Inspect(inspect, streams);
     else if (command == moduleCommand)
         status = Module(module, streams);
     std::cout.flush();

@@ -29,24 +29,22 @@ void ForEachUnit(const ModuleExport& module, Visit&& visit)
 Json DescribeInterfaces(const ModuleExport& module)
 {
     Json interfaces = Json::Array();
-    ForEachUnit(module,
-        [&](const ModuleRecord&, const TranslationUnitRecord& unit)
+    ForEachUnit(module, [&](const ModuleRecord&, const TranslationUnitRecord& unit) {
+        for (const Record* record = unit.first; record; record = record->next)
         {
-            for (const Record* record = unit.first; record; record = record->next)
-            {
-                if (record->kind != RecordKind::InterfaceBinding)
-                    continue;
-                const auto& binding = *static_cast<const InterfaceBindingRecord*>(record);
-                Int bound = 0;
-                for (UInt32 i = 0; i < binding.methodCount; ++i)
-                    bound += binding.slots[i] != binding.shadow[i];
-                Json json = Json::Object();
-                json.Add("id", binding.interfaceId.View());
-                json.Add("slots", Int(binding.methodCount));
-                json.Add("bound", bound);
-                interfaces.Append(std::move(json));
-            }
-        });
+            if (record->kind != RecordKind::InterfaceBinding)
+                continue;
+            const auto& binding = *static_cast<const InterfaceBindingRecord*>(record);
+            Int bound = 0;
+            for (UInt32 i = 0; i < binding.methodCount; ++i)
+                bound += binding.slots[i] != binding.shadow[i];
+            Json json = Json::Object();
+            json.Add("id", binding.interfaceId.View());
+            json.Add("slots", Int(binding.methodCount));
+            json.Add("bound", bound);
+            interfaces.Append(std::move(json));
+        }
+    });
     return interfaces;
 }
 
@@ -59,16 +57,14 @@ Json Describe(const ModuleExport& module)
         modules.Append(record->id.View());
     json.Add("moduleRecords", std::move(modules));
     Json units = Json::Array();
-    ForEachUnit(module,
-        [&](const ModuleRecord& owner, const TranslationUnitRecord& unit)
-        {
-            if (owner.requiredCount == 0)
-                return; // a framework's bindings are listed below
-            Json entry = Json::Object();
-            entry.Add("id", unit.id.View());
-            entry.Add("flags", Int(unit.flags));
-            units.Append(std::move(entry));
-        });
+    ForEachUnit(module, [&](const ModuleRecord& owner, const TranslationUnitRecord& unit) {
+        if (owner.requiredCount == 0)
+            return; // a framework's bindings are listed below
+        Json entry = Json::Object();
+        entry.Add("id", unit.id.View());
+        entry.Add("flags", Int(unit.flags));
+        units.Append(std::move(entry));
+    });
     json.Add("translationUnits", std::move(units));
     Json registries = Json::Object();
     for (const std::string& name : host::RegistryNames())

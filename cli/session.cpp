@@ -13,10 +13,23 @@ namespace velto::cli
 namespace
 {
 
+constexpr const char* kModuleFile = "modules/shadernodes.module";
+
 std::filesystem::path ExecutableDirectory()
 {
     std::error_code ignored;
     return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+}
+
+// The directory with the modules and their resources: that of the command, or the one it is installed for.
+std::filesystem::path HomeDirectory()
+{
+    const std::filesystem::path beside = ExecutableDirectory();
+    const std::filesystem::path installed = (beside / VELTO_INSTALLED_DIRECTORY).lexically_normal();
+    std::error_code ignored;
+    const bool isInstalled = !std::filesystem::exists(beside / kModuleFile, ignored) &&
+                             std::filesystem::exists(installed / kModuleFile, ignored);
+    return isInstalled ? installed : beside;
 }
 
 } // namespace
@@ -47,8 +60,8 @@ void PrintDiagnostics(const Streams& streams, const std::string& file, const hos
 
 bool LoadModule(const ModuleOptions& options, const Streams& streams, std::shared_ptr<host::Module>& module)
 {
-    const std::filesystem::path file = options.file.empty() ? ExecutableDirectory() / "modules" / "shadernodes.module"
-                                                            : std::filesystem::path(options.file);
+    const std::filesystem::path file =
+        options.file.empty() ? HomeDirectory() / kModuleFile : std::filesystem::path(options.file);
     host::SetResourceDirectory(file.parent_path().parent_path() / "resource");
     const Result loaded = host::Module::Load(file, module);
     if (loaded.IsError())

@@ -1,10 +1,12 @@
 // The front door of the host: from a document to a graph that can be sampled.
 //
+//     velto::host::SetResourceDirectory("resource");
 //     std::shared_ptr<velto::host::Module> module;
 //     velto::host::Module::Load("modules/shadernodes.module", module);
 //     velto::host::Graph graph;
 //     velto::host::Diagnostics diagnostics;
 //     if (velto::host::LoadGraph(text, module, {}, diagnostics, graph)) ...
+//     graph.setup->Run();
 //     std::unique_ptr<velto::host::Instance> instance; // one a thread
 //     velto::host::Instance::Create(*graph.setup, instance);
 //     instance->Context().uvw = {u, v, 0};
@@ -13,7 +15,9 @@
 
 #include "host/graph/document.h"
 #include "host/loader/module.h"
+#include "host/render/message.h"
 #include "host/runtime/instance.h"
+#include "host/text/url.h"
 
 #include <set>
 
@@ -34,6 +38,7 @@ struct Graph
 {
     GraphDocument document;
     std::shared_ptr<const SearchPathsType> searchPaths;
+    std::unique_ptr<RenderMessages> messages = std::make_unique<RenderMessages>();
     std::shared_ptr<const Program> program;
     std::unique_ptr<Setup> setup;
 };

@@ -1,5 +1,7 @@
 #include "description.h"
 
+#include "template.h"
+
 #include "values.h"
 
 #include "host/registry/datatypes.h"
@@ -200,8 +202,9 @@ private:
             const CoreNodeFactory* const factory = entry ? entry->As<CoreNodeFactory>() : nullptr;
             Ref<MicroNodeGroup> group;
             if (!factory)
-                diagnostics_.Fault(place + ".type", fmt::format("there is no core node \"{}\"{}", Printable(inner.type),
-                    Suggestion(inner.type, EntryNames(registry::kCoreNodes.View()))));
+                diagnostics_.Fault(
+                    place + ".type", fmt::format("there is no core node \"{}\"{}", Printable(inner.type),
+                                         Suggestion(inner.type, EntryNames(registry::kCoreNodes.View()))));
             else if (Result made = CreateGroup(*factory, {}, group); made.IsError())
                 diagnostics_.Fault(place, made.Message());
             type_->inner.push_back(std::move(inner));
@@ -250,7 +253,8 @@ private:
     }
 
     // `node.port` of the inner nodes.
-    bool FindPort(const std::string& text, bool input, const std::string& place, InnerPort& found, const GroupPort*& port)
+    bool FindPort(
+        const std::string& text, bool input, const std::string& place, InnerPort& found, const GroupPort*& port)
     {
         const auto dot = text.find('.');
         const std::string name = text.substr(0, dot);
@@ -263,7 +267,8 @@ private:
             if (port && port->input == input)
                 return true;
         }
-        diagnostics_.Fault(place, fmt::format("the nodes have no {} \"{}\"", input ? "input" : "output", Printable(text)));
+        diagnostics_.Fault(
+            place, fmt::format("the nodes have no {} \"{}\"", input ? "input" : "output", Printable(text)));
         return false;
     }
 
@@ -314,8 +319,9 @@ private:
         {
             const DataType* const yields = FunctionResultType(port.type.Get());
             port.shownDefault = *value;
-            if (!port.isVariadic &&
-                !ReadValue(*value, yields ? yields : port.type.Get(), place + ".default", diagnostics_, port.defaultValue))
+            // That of every element, where the port is variadic.
+            if (!ReadValue(
+                    *value, yields ? yields : port.type.Get(), place + ".default", diagnostics_, port.defaultValue))
                 return false;
         }
         return true;
@@ -351,8 +357,10 @@ private:
                 port.isVariadic = inner->wildcard;
             }
             else if (port.type.Get() != type && FunctionResultType(type) != port.type.Get() &&
-                     FunctionResultType(port.type.Get()) != type && FunctionResultType(type) != FunctionResultType(port.type.Get()))
-                diagnostics_.Fault(place, fmt::format("{} is a {}, the port a {}", name, TypeName(type), TypeName(port.type.Get())));
+                     FunctionResultType(port.type.Get()) != type &&
+                     FunctionResultType(type) != FunctionResultType(port.type.Get()))
+                diagnostics_.Fault(
+                    place, fmt::format("{} is a {}, the port a {}", name, TypeName(type), TypeName(port.type.Get())));
             port.targets.push_back(std::move(target));
         }
         return true;
@@ -380,13 +388,6 @@ private:
             NodePort member;
             if (!ReadPort(bundle.Elements()[i], fmt::format("{}.bundle[{}]", place, i), member))
                 return false;
-            // Every element of the member's port has the member's default.
-            if (const Json* const value = bundle.Elements()[i].Find("default"))
-            {
-                const DataType* const yields = FunctionResultType(member.type.Get());
-                if (!ReadValue(*value, yields ? yields : member.type.Get(), place, diagnostics_, member.defaultValue))
-                    return false;
-            }
             port.members.push_back(std::move(member));
         }
         if (const Json* const elements = json.Find("default"))
@@ -426,6 +427,12 @@ Result ProcessDescription(
         }
         if (diagnostics.HasFaults())
             return {};
+        NodeSystem root;
+        if (Result built = BuildTemplate(*type, root); built.IsError())
+        {
+            Warn(file.path, "", built.Message());
+            return {};
+        }
         Types().push_back(type);
         result->value = type.get();
         result->destroy = [](void* value) {

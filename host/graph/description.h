@@ -1,7 +1,7 @@
 // Descriptions: what users see of nodes, and which core nodes stand behind them.
 //
-// A description database is a directory with a JSON file a node (docs/descriptions.md). A module registers it, then hands
-// those descriptions that are nodes to the processor that they name; the host's own makes a node type of them.
+// A description database is a directory with a JSON file a node (docs/descriptions.md). A module registers it, then
+// hands those descriptions that are nodes to the processor that they name; the host's own makes a node type of them.
 #pragma once
 
 #include "nodetype.h"

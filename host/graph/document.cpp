@@ -1,9 +1,11 @@
 #include "document.h"
 
+#include "material.h"
 #include "values.h"
 
 #include "host/registry/datatypes.h"
 #include "host/registry/dictionary.h"
+#include "host/registry/reflection.h"
 #include "host/runtime/convert.h"
 #include "velto/porttypes.h"
 
@@ -34,8 +36,19 @@ struct DocumentNode
     const NodeType* type = nullptr;
     DataDictionary arguments;
     std::size_t firstCore = 0;
-    std::vector<std::size_t> links; // nodes that it reads, for cycles
+    std::vector<std::size_t> links;                            // nodes that it reads, for cycles
+    std::vector<std::pair<std::string, CoreInput>> parameters; // of a BSDF layer: what the document gives it
 };
+
+CoreInput Copy(const CoreInput& input)
+{
+    CoreInput copy;
+    copy.link = input.link;
+    copy.connected = input.connected;
+    copy.origin = input.origin;
+    copy.value.CopyFrom(input.value).Ignore();
+    return copy;
+}
 
 class Reader
 {
@@ -50,7 +63,7 @@ public:
     {
         if (!root.IsObject())
             return diagnostics_.Fault("", fmt::format("expected an object, got {}", root.Description()));
-        CheckKeys(root, "", {"version", "nodes", "outputs"});
+        CheckKeys(root, "", {"version", "nodes", "outputs", "material"});
         const Json* const version = root.Find("version");
         if (!version)
             diagnostics_.Fault("version", "is missing; this host reads version 1");
@@ -65,8 +78,14 @@ public:
             if (nodes_[i].type)
                 ReadInputs(nodes_[i]);
         }
-        ReadOutputs(root.Find("outputs"));
+        const Json* const material = root.Find("material");
+        if (root.Find("outputs") || !material)
+            ReadOutputs(root.Find("outputs"));
+        if (material)
+            ReadMaterial(*material);
         FindCycle();
+        if (!diagnostics_.HasFaults() && !material)
+            MakeRoot();
     }
 
 private:
@@ -163,7 +182,8 @@ private:
             if (node == indexOf_.end())
                 diagnostics_.Fault(what, "there is no such node" + Suggestion(setting.node, names_));
             else if (const NodeType* const type = nodes_[node->second].type;
-                     type && !type->FindPort(setting.port, true) && !HasElements(*type, setting.port))
+                     type && !type->FindPort(setting.port, true) && !HasElements(*type, setting.port) &&
+                     !FindElement(nodes_[node->second], setting.port).first)
                 diagnostics_.Fault(what, "there is no such input" + Suggestion(setting.port, type->PortNames(true)));
         }
     }
@@ -171,6 +191,36 @@ private:
     static bool HasElements(const NodeType& type, const std::string& family)
     {
         return type.FindPort(family + "[0]", true) != nullptr;
+    }
+
+    // The elements of a described variadic port that the node's arguments name, each with its `#`.
+    std::vector<std::string> NamedElements(const DocumentNode& node, const NodePort& port)
+    {
+        std::vector<std::string> elements;
+        if (!node.arguments || !port.isVariadic)
+            return elements;
+        const InnerPort& target = port.targets[0];
+        if (const auto core = catalog_.Core(node.type->inner[target.node].type, node.arguments))
+        {
+            for (const NodePort& inner : core->ports)
+            {
+                if (inner.name.starts_with(target.port + "#"))
+                    elements.push_back(inner.name.substr(target.port.size()));
+            }
+        }
+        return elements;
+    }
+
+    // The variadic port of which `name` is an element that the node's arguments name, or null.
+    std::pair<const NodePort*, std::string> FindElement(const DocumentNode& node, const std::string& name)
+    {
+        const auto hash = std::min(name.find('#'), name.size());
+        const NodePort* const port = node.type->FindPort(name.substr(0, hash), true);
+        const std::string element = name.substr(hash);
+        if (!port)
+            return {};
+        const std::vector<std::string> elements = NamedElements(node, *port);
+        return {std::find(elements.begin(), elements.end(), element) == elements.end() ? nullptr : port, element};
     }
 
     // One core node for every inner node of every type.
@@ -187,6 +237,7 @@ private:
                 CoreNode core;
                 core.name = node.name;
                 core.type = inner.type;
+                core.forwarded = inner.forwarded;
                 core.arguments = node.arguments;
                 document_.graph.nodes.push_back(std::move(core));
             }
@@ -215,10 +266,14 @@ private:
     {
         const std::string place = fmt::format("nodes.{}.inputs", node.name);
         std::unordered_set<std::string> given;
-        const auto read = [&](const std::string& name, const Json& json)
-        {
+        const auto read = [&](const std::string& name, const Json& json) {
             if (!given.insert(name).second)
                 return;
+            if (json.IsArray() && HasElements(*node.type, name))
+            {
+                for (std::size_t i = 0; i < json.Elements().size(); ++i)
+                    given.insert(fmt::format("{}[{}]", name, i));
+            }
             ReadInput(node, name, json, Join(place, name));
         };
         for (const Setting& setting : settings_)
@@ -235,6 +290,11 @@ private:
         {
             if (port.input && !given.contains(port.name))
                 GiveDefault(node, port);
+            for (const std::string& element : NamedElements(node, port))
+            {
+                if (!given.contains(port.name + element))
+                    Give(node, port, element, DefaultInput(port));
+            }
         }
     }
 
@@ -252,6 +312,8 @@ private:
         }
         if (HasElements(*node.type, name))
             return ReadFixedElements(node, name, json, place);
+        if (const auto [port, element] = FindElement(node, name); port)
+            return ReadPort(node, *port, json, place, element, fmt::format("{}.{}", node.name, name));
         diagnostics_.Fault(place, "there is no such input" + Suggestion(name, node.type->PortNames(true)));
     }
 
@@ -342,22 +404,24 @@ private:
     {
         CoreInput input;
         input.origin = origin;
+        if (ReadSource(node, port, json, place, input))
+            Give(node, port, element, std::move(input));
+    }
+
+    // A link or a value for a port.
+    bool ReadSource(
+        DocumentNode& node, const NodePort& port, const Json& json, const std::string& place, CoreInput& input)
+    {
         if (json.IsObject() && (json.Find("from") || !IsDictionary(port)))
-        {
-            if (!ReadLink(node, port, json, place, input))
-                return;
-        }
-        else
-        {
-            const DataType* const yields = FunctionResultType(port.type.Get());
-            if (!ReadValue(json, yields ? yields : port.type.Get(), place, diagnostics_, input.value))
-                return;
-            if (json.IsString() && !port.values.empty() &&
-                std::find(port.values.begin(), port.values.end(), json.AsString()) == port.values.end())
-                diagnostics_.Warning(place, fmt::format("\"{}\" is not known{}; the node's own fallback applies",
-                                                Printable(json.AsString()), Suggestion(json.AsString(), port.values)));
-        }
-        Give(node, port, element, std::move(input));
+            return ReadLink(node, port, json, place, input);
+        const DataType* const yields = FunctionResultType(port.type.Get());
+        if (!ReadValue(json, yields ? yields : port.type.Get(), place, diagnostics_, input.value))
+            return false;
+        if (json.IsString() && !port.values.empty() &&
+            std::find(port.values.begin(), port.values.end(), json.AsString()) == port.values.end())
+            diagnostics_.Warning(place, fmt::format("\"{}\" is not known{}; the node's own fallback applies",
+                                            Printable(json.AsString()), Suggestion(json.AsString(), port.values)));
+        return true;
     }
 
     static bool IsDictionary(const NodePort& port) { return port.type.Get() == TypeOf<DataDictionary>(); }
@@ -426,23 +490,19 @@ private:
                                           Suggestion(portName, node.type->PortNames(false))));
             return false;
         }
-        link = {node.firstCore + port->targets[0].node, port->targets[0].port};
+        // A layer is no value of a program.
+        if (!port->targets.empty())
+            link = {node.firstCore + port->targets[0].node, port->targets[0].port};
         return true;
     }
 
     // Gives an input to all inner ports that it leads to.
-    void Give(const DocumentNode& node, const NodePort& port, const std::string& element, CoreInput input)
+    void Give(DocumentNode& node, const NodePort& port, const std::string& element, CoreInput input)
     {
-        for (std::size_t i = 0; i < port.targets.size(); ++i)
-        {
-            const InnerPort& target = port.targets[i];
-            CoreInput copy;
-            copy.link = input.link;
-            copy.connected = input.connected;
-            copy.origin = input.origin;
-            copy.value.CopyFrom(input.value).Ignore();
-            document_.graph.nodes[node.firstCore + target.node].inputs[target.port + element] = std::move(copy);
-        }
+        if (IsLayerNode(*node.type))
+            node.parameters.emplace_back(port.name, Copy(input));
+        for (const InnerPort& target : port.targets)
+            document_.graph.nodes[node.firstCore + target.node].inputs[target.port + element] = Copy(input);
     }
 
     static CoreInput DefaultInput(const NodePort& port)
@@ -484,9 +544,188 @@ private:
             if (!json.IsString())
                 diagnostics_.Fault(place, fmt::format("expected \"NODE.PORT\", got {}", json.Description()));
             else if (FindOutput(json.AsString(), place, port, link, node))
-                document_.graph.outputs.push_back({name, std::move(link)});
+                AddOutput(name, std::move(link));
         }
     }
+
+    void AddOutput(const std::string& name, CorePort link)
+    {
+        CoreOutput output;
+        output.name = name;
+        output.source.link = std::move(link);
+        document_.graph.outputs.push_back(std::move(output));
+    }
+
+    // A root with the context and the outputs, for people who look at the graph.
+    void MakeRoot()
+    {
+        document_.root = MakeNodeSystem();
+        const MutableRoot root(document_.root);
+        MutablePort inputs;
+        MutablePort outputs;
+        MutablePort port;
+        Result made = root.GetInputs(inputs);
+        if (made.IsOk())
+            made = inputs.AddPort("context", port);
+        if (made.IsOk())
+            made = root.GetOutputs(outputs);
+        for (const CoreOutput& output : document_.graph.outputs)
+        {
+            Id id;
+            if (made.IsOk())
+                made = Id::Create(output.name, id);
+            if (made.IsOk())
+                made = outputs.AddPort(id, port);
+        }
+        if (made.IsOk())
+            made = CallRootFunction("net.velto.shadernode.SetupContext", root);
+        if (made.IsError())
+            diagnostics_.Fault("", made.Message());
+    }
+
+    // --- Materials: what the document drives becomes outputs, one a channel. ---
+
+    void ReadMaterial(const Json& json)
+    {
+        if (!json.IsObject())
+            return diagnostics_.Fault("material", fmt::format("expected an object, got {}", json.Description()));
+        std::vector<std::string> known;
+        for (const bsdf::Name& name : bsdf::kMaterialInputs)
+        {
+            if (name.kind != bsdf::Kind::Context)
+                known.emplace_back(name.id);
+        }
+        CheckKeys(json, "material", known);
+        const Json* const layers = json.Find("bsdflayers");
+        const Json* const aovs = json.Find("aovs");
+        if (!layers || !layers->IsArray() || layers->Elements().empty())
+            diagnostics_.Fault("material.bsdflayers", "a material has at least one layer: expected an array of "
+                                                      "{\"active\", \"bsdflayer\", \"strength\"}");
+        for (const auto& [name, value] : json.GetMembers())
+        {
+            const bsdf::Name* const input = FindMaterialInput(name);
+            const std::string place = Join("material", name);
+            if (!input || input->kind == bsdf::Kind::Context)
+                continue; // said by CheckKeys
+            if (input->kind == bsdf::Kind::Layers)
+                ReadEntries(value, place, bsdf::kLayerEntry, [&](std::size_t i, const Json& entry) {
+                    ReadLayer(entry, fmt::format("{}[{}]", place, i), fmt::format("layer{}", i + 1));
+                });
+            else if (input->kind == bsdf::Kind::Outputs)
+                ReadEntries(value, place, bsdf::kOutputEntry,
+                    [&](std::size_t i, const Json& entry) { ReadAov(entry, fmt::format("{}[{}]", place, i)); });
+            else
+                DriveChannel(name, name, *input, value, place);
+        }
+        if (diagnostics_.HasFaults())
+            return;
+        const auto count = [](const Json* list) { return list && list->IsArray() ? list->Elements().size() : 0; };
+        if (Result made = BuildMaterialRoot(count(layers), count(aovs), document_.root); made.IsError())
+            return diagnostics_.Fault("material", made.Message());
+        TakeArrivingChannels();
+    }
+
+    template <std::size_t N, class Visit>
+    void ReadEntries(const Json& list, const std::string& place, const bsdf::Name (&members)[N], Visit&& visit)
+    {
+        if (!list.IsArray())
+            return diagnostics_.Fault(place, fmt::format("expected an array of objects, got {}", list.Description()));
+        std::vector<std::string> known;
+        for (const bsdf::Name& member : members)
+            known.emplace_back(member.id);
+        for (std::size_t i = 0; i < list.Elements().size(); ++i)
+        {
+            const Json& entry = list.Elements()[i];
+            const std::string entryPlace = fmt::format("{}[{}]", place, i);
+            if (!entry.IsObject())
+            {
+                diagnostics_.Fault(entryPlace, fmt::format("expected an object, got {}", entry.Description()));
+                continue;
+            }
+            CheckKeys(entry, entryPlace, known);
+            const Json* const active = entry.Find("active");
+            if (!active || !active->IsBool() || active->AsBool())
+                visit(i, entry);
+        }
+    }
+
+    void ReadLayer(const Json& entry, const std::string& place, const std::string& channel)
+    {
+        ReadMembers(entry, place, channel, "bsdflayers", bsdf::kLayerEntry);
+        const Json* const link = entry.Find("bsdflayer");
+        const Json* const from = link && link->IsObject() ? link->Find("from") : nullptr;
+        const std::string linkPlace = place + ".bsdflayer";
+        if (!from || !from->IsString())
+            return diagnostics_.Fault(linkPlace, "expected a link {\"from\": \"NODE.result\"} to a bsdflayer node");
+        const NodePort* port = nullptr;
+        CorePort ignored;
+        std::size_t index = 0;
+        if (!FindOutput(from->AsString(), linkPlace, port, ignored, index))
+            return;
+        if (port->type.Get() != LayerType())
+            return diagnostics_.Fault(linkPlace, fmt::format("{} is a {}, expected a BSDF layer",
+                                                     Printable(from->AsString()), TypeName(port->type.Get())));
+        for (const auto& [name, input] : nodes_[index].parameters)
+            channels_.push_back({"bsdflayers", fmt::format("{}.{}", channel, name), Copy(input)});
+    }
+
+    void ReadAov(const Json& entry, const std::string& place)
+    {
+        const Json* const id = entry.Find("id");
+        if (!id || !id->IsString() || !IsName(id->AsString()))
+            return diagnostics_.Fault(place + ".id", "expected a name of letters, digits and _");
+        if (const Json* const color = entry.Find("color"))
+            DriveChannel("aovs", "aov." + id->AsString(), bsdf::kOutputEntry[2], *color, place + ".color");
+    }
+
+    // The members of an entry that are channels: links and numbers, not the switch that stands for itself.
+    template <std::size_t N>
+    void ReadMembers(const Json& entry, const std::string& place, const std::string& channel, const std::string& input,
+        const bsdf::Name (&members)[N])
+    {
+        for (const bsdf::Name& member : members)
+        {
+            const Json* const value = entry.Find(member.id);
+            const bool isPlainSwitch = value && value->IsBool();
+            if (value && member.kind != bsdf::Kind::Layer && !isPlainSwitch)
+                DriveChannel(input, fmt::format("{}.{}", channel, member.id), member, *value,
+                    fmt::format("{}.{}", place, member.id));
+        }
+    }
+
+    // `input` is the material's input through which the channel arrives.
+    void DriveChannel(const std::string& input, const std::string& channel, const bsdf::Name& name, const Json& json,
+        const std::string& place)
+    {
+        NodePort port;
+        port.name = name.id;
+        port.type = Ref<const DataType>::Share(TypeOfName(name));
+        CoreInput source;
+        if (ReadSource(material_, port, json, place, source))
+            channels_.push_back({input, channel, std::move(source)});
+    }
+
+    // What the module forwarded to the material's output is what the document drives.
+    void TakeArrivingChannels()
+    {
+        for (const std::string& input : ArrivingInputs(AsHost(document_.root)))
+        {
+            for (Channel& channel : channels_)
+            {
+                if (channel.input == input)
+                    document_.graph.outputs.push_back({channel.name, std::move(channel.source)});
+            }
+        }
+        if (document_.graph.outputs.empty())
+            diagnostics_.Fault("material", "drives no channel: give an input of the material or of a layer");
+    }
+
+    struct Channel
+    {
+        std::string input;
+        std::string name;
+        CoreInput source;
+    };
 
     // Reports one circle, by names.
     void FindCycle()
@@ -545,6 +784,8 @@ private:
     std::vector<std::string> names_;
     std::unordered_map<std::string, std::size_t> indexOf_;
     std::size_t links_ = 0;
+    DocumentNode material_; // reads, and is read by none
+    std::vector<Channel> channels_;
 };
 
 } // namespace

@@ -1,6 +1,7 @@
 // The graph document: from JSON to a graph of core nodes, with every fault at its place.
 #pragma once
 
+#include "nodesystem.h"
 #include "nodetype.h"
 
 #include "host/runtime/coregraph.h"
@@ -29,6 +30,7 @@ struct GraphDocument
 {
     CoreGraph graph;
     std::vector<std::string> nodeNames; // of the document, in its order
+    NodeSystem root;                    // of the whole: its material, or its outputs
 };
 
 // Reads a document; all its faults go to `diagnostics`. False when there are any.

@@ -169,8 +169,7 @@ bool IsPlain(const Json& value)
 
 void WriteValue(const Json& value, bool pretty, int level, std::string& out)
 {
-    const auto newLine = [&](int indent)
-    {
+    const auto newLine = [&](int indent) {
         if (pretty)
             out.append("\n").append(static_cast<std::size_t>(indent) * 2, ' ');
     };

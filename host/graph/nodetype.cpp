@@ -1,6 +1,8 @@
 #include "nodetype.h"
 
 #include "description.h"
+#include "material.h"
+#include "template.h"
 
 #include "host/registry/datatypes.h"
 #include "host/registry/factory.h"
@@ -54,6 +56,8 @@ const DataType* FunctionResultType(const DataType* type)
 
 NodeCatalog::NodeCatalog() : described_(DescribedNodes())
 {
+    BuiltinTypes(described_).Ignore(); // what cannot be made is not there
+    described_.push_back(LayerNodeType());
     for (const auto& type : described_)
     {
         byName_[type->id].push_back(type.get());
@@ -61,8 +65,7 @@ NodeCatalog::NodeCatalog() : described_(DescribedNodes())
         // What a description says of a port holds for the core node behind it, too.
         for (const NodePort& port : type->ports)
         {
-            const auto note = [&](const NodePort& described)
-            {
+            const auto note = [&](const NodePort& described) {
                 for (const InnerPort& target : described.targets)
                     coreDescriptions_.try_emplace(
                         fmt::format("{}.{}", type->inner[target.node].type, target.port), &described);
@@ -93,7 +96,9 @@ std::shared_ptr<const NodeType> NodeCatalog::Core(const std::string& id, const D
     auto type = std::make_shared<NodeType>();
     type->id = id;
     type->name = id.substr(id.rfind('.') + 1);
-    type->inner.push_back({"", id, {}, {}});
+    InnerNode inner;
+    inner.type = id;
+    type->inner.push_back(std::move(inner));
     for (const GroupPort& port : AsHost(group).ports)
     {
         NodePort made;

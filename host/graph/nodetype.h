@@ -27,6 +27,7 @@ struct NodePort
     bool input = true;
     Ref<const DataType> type;
     bool isVariadic = false;        // takes an array; its elements go to `port[0]`, `port[1]`, ... of the targets
+    std::string follows;            // the input whose link it takes where it has none of its own
     std::vector<InnerPort> targets; // of an output: the one that it shows
     Int32 mark = 0;
     Int index = -1; // access index in a core node
@@ -51,7 +52,8 @@ struct NodePort
 struct InnerNode
 {
     std::string name; // in the description; empty for a core node that stands for itself
-    std::string type; // core node id
+    std::string type; // core node id, or `kForwardNode`
+    Ref<const DataType> forwarded;
     struct Given
     {
         std::string port;

@@ -212,16 +212,14 @@ template <class T>
 Codec NumberCodec(std::string_view name)
 {
     return {TypeOf<T>(), name,
-        [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value)
-        {
+        [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value) {
             T number{};
             if constexpr (std::is_same_v<T, Float>)
                 return ReadFloat(json, place, diagnostics, number) && Keep(number, value);
             else
                 return ReadInteger(json, place, diagnostics, number) && Keep(number, value);
         },
-        [](const void* value)
-        {
+        [](const void* value) {
             if constexpr (std::is_same_v<T, Float>)
                 return Json(*static_cast<const Float*>(value));
             else
@@ -233,8 +231,7 @@ template <class T>
 Codec ComponentsCodec(std::string_view name)
 {
     return {TypeOf<T>(), name,
-        [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value)
-        {
+        [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value) {
             T made{};
             return ReadComponentsOf(json, place, diagnostics, made) && Keep(made, value);
         },
@@ -318,8 +315,7 @@ const std::vector<Codec>& Codecs()
         NumberCodec<Int32>("Int32"),
         NumberCodec<UInt32>("UInt32"),
         {TypeOf<Bool>(), "Bool",
-            [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value)
-            {
+            [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value) {
                 if (json.IsBool())
                     return Keep(json.AsBool(), value);
                 diagnostics.Fault(place, fmt::format("expected true or false, got {}", json.Description()));
@@ -336,15 +332,13 @@ const std::vector<Codec>& Codecs()
         {TypeOf<InternedId>(), "InternedId", &ReadTextAs<InternedId, &MakeInterned>,
             [](const void* value) { return Json(static_cast<const InternedId*>(value)->View()); }},
         {TypeOf<TimeValue>(), "TimeValue",
-            [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value)
-            {
+            [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value) {
                 TimeValue time;
                 return ReadFloat(json, place, diagnostics, time.seconds) && Keep(time, value);
             },
             [](const void* value) { return Json(static_cast<const TimeValue*>(value)->seconds); }},
         {TypeOf<RenderMode>(), "RenderMode",
-            [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value)
-            {
+            [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value) {
                 RenderMode mode;
                 return ReadInteger(json, place, diagnostics, mode.value) && Keep(mode, value);
             },
@@ -354,8 +348,7 @@ const std::vector<Codec>& Codecs()
         {TypeOf<Url>(), "Url", &ReadTextAs<Url, &MakeUrl>,
             [](const void* value) { return Json(Path(*static_cast<const Url*>(value))); }},
         {TypeOf<LayerSet>(), "LayerSet", &ReadTextAs<LayerSet, &MakeLayerSet>,
-            [](const void* value)
-            {
+            [](const void* value) {
                 const auto& layers = *static_cast<const LayerSet*>(value);
                 return Json(layers ? Bytes(layers->name) : std::string_view());
             }},
@@ -485,8 +478,9 @@ bool ReadArguments(const Json& json, const std::string& place, Diagnostics& diag
     if (Bound<DataDictionaryInterface>().Alloc(arguments.Receive()).IsError())
         return false;
     bool isGood = true;
-    const auto keep = [&](const Id& key, const auto& value)
-    { isGood = SetData(arguments, key, value).IsOk() && isGood; };
+    const auto keep = [&](const Id& key, const auto& value) {
+        isGood = SetData(arguments, key, value).IsOk() && isGood;
+    };
     for (const auto& [name, member] : json.GetMembers())
     {
         const std::string memberPlace = place + "." + Printable(name);

@@ -2,6 +2,7 @@
 
 #include "services.h"
 
+#include "host/registry/reflection.h"
 #include "host/registry/registry.h"
 #include "host/system/configuration.h"
 #include "host/system/guard.h"
@@ -58,16 +59,16 @@ void* Initialize(const Id* registry, const Id* name)
 Result Module::Load(const std::filesystem::path& file, std::shared_ptr<Module>& module)
 {
     Services();
-    return Guarded(
-        [&]() -> Result
-        {
-            std::shared_ptr<Module> loading(new Module);
-            VELTO_TRY(loading->Open(file));
-            VELTO_TRY(loading->BindFrameworks());
-            VELTO_TRY(loading->WalkUnits());
-            module = std::move(loading);
-            return {};
-        });
+    return Guarded([&]() -> Result {
+        std::shared_ptr<Module> loading(new Module);
+        VELTO_TRY(loading->Open(file));
+        VELTO_TRY(loading->BindFrameworks());
+        for (const ModuleRecord* record = loading->export_->moduleRecords; record; record = record->nextModule)
+            VELTO_TRY(RegisterFunctions(record->providers, loading->functions_));
+        VELTO_TRY(loading->WalkUnits());
+        module = std::move(loading);
+        return {};
+    });
 }
 
 Module::~Module()
@@ -259,15 +260,15 @@ void Module::Unload()
         }
     }
     done_.clear();
+    UnregisterFunctions(functions_);
+    functions_.clear();
     if (export_)
     {
         // Switches that lie in the module go with it.
-        std::erase_if(Configuration(),
-            [this](const ConfigurationEntry* entry)
-            {
-                Dl_info info{};
-                return dladdr(entry, &info) != 0 && info.dli_fname && file_ == info.dli_fname;
-            });
+        std::erase_if(Configuration(), [this](const ConfigurationEntry* entry) {
+            Dl_info info{};
+            return dladdr(entry, &info) != 0 && info.dli_fname && file_ == info.dli_fname;
+        });
         export_ = nullptr;
     }
     if (library_)

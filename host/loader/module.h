@@ -40,6 +40,7 @@ private:
     void* library_ = nullptr;
     ModuleExport* export_ = nullptr;
     std::vector<TranslationUnitRecord*> walking_; // from the outermost
+    std::vector<std::string> functions_;          // that it offers by name
     std::vector<Record*> done_;                   // what is undone at unload, in order of doing
 };
 

@@ -1,7 +1,8 @@
 #include "services.h"
 
-#include "host/math/splinemapper.h"
 #include "host/graph/description.h"
+#include "host/graph/nodesystem.h"
+#include "host/math/splinemapper.h"
 #include "host/registry/datatypes.h"
 #include "host/registry/dictionary.h"
 #include "host/registry/factory.h"
@@ -64,6 +65,9 @@ std::span<const Service> Services()
         Offer(ConfigurationService()),
         Offer(DescriptionDefinitionService()),
         Offer(DescriptionService()),
+        Offer(NodeGraphService()),
+        Offer(NodesLibService()),
+        Offer(NodePathService()),
         Offer(GroupService()),
         Offer(MicroNodeService()),
         Offer(CoreNodeInstanceService()),

@@ -215,11 +215,10 @@ const SplineMapperInterface& SplineMapperService()
         .Alloc = {&Alloc},
         .SetTension = {+[](SplineMapper* mapper, Float tension) { AsHost(mapper).tension = tension; }},
         .SetRange = {&SetRange},
-        .GetKnotsRW = {+[](SplineMapper* mapper, BaseArray<SplineKnot>** knots) -> Result
-            {
-                *knots = &AsHost(mapper).knots;
-                return {};
-            }},
+        .GetKnotsRW = {+[](SplineMapper* mapper, BaseArray<SplineKnot>** knots) -> Result {
+            *knots = &AsHost(mapper).knots;
+            return {};
+        }},
         .ClampPosition = {&ClampPosition},
         .SortKnots = {&SortKnots},
         .GetPoint = {&GetPoint},

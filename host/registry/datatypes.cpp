@@ -4,6 +4,7 @@
 #include "host/system/guard.h"
 #include "velto/corenodes.h"
 #include "velto/descriptions.h"
+#include "velto/graph.h"
 #include "velto/imagepixelblend.h"
 #include "velto/porttypes.h"
 #include "velto/rendernoise.h"
@@ -83,12 +84,12 @@ const DataTypeOperations* HostOperations(std::string_view name)
     static constexpr Entry entries[] = {VELTO_HOST_TYPE(Float), VELTO_HOST_TYPE(Int), VELTO_HOST_TYPE(Int32),
         VELTO_HOST_TYPE(UInt32), VELTO_HOST_TYPE(Bool), VELTO_HOST_TYPE(Id), VELTO_HOST_TYPE(InternedId),
         VELTO_HOST_TYPE(TimeValue), VELTO_HOST_TYPE(String), VELTO_HOST_TYPE(Url), VELTO_HOST_TYPE(DataDictionary),
-        VELTO_HOST_TYPE(ShadingContext), VELTO_HOST_TYPE(RenderMode), VELTO_HOST_TYPE(SearchPathsType), VELTO_HOST_TYPE(Data),
-        VELTO_HOST_TYPE(Ref<const DataType>), VELTO_HOST_TYPE(BaseArray<Id>), VELTO_HOST_TYPE(CoreNodeFactory),
-        VELTO_HOST_TYPE(DescriptionProcessor),
+        VELTO_HOST_TYPE(ShadingContext), VELTO_HOST_TYPE(RenderMode), VELTO_HOST_TYPE(SearchPathsType),
+        VELTO_HOST_TYPE(Data), VELTO_HOST_TYPE(Ref<const DataType>), VELTO_HOST_TYPE(BaseArray<Id>),
+        VELTO_HOST_TYPE(CoreNodeFactory), VELTO_HOST_TYPE(DescriptionProcessor), VELTO_HOST_TYPE(NodePath),
+        VELTO_HOST_TYPE(NodeSystem), VELTO_HOST_TYPE(DescriptionFinalizer), VELTO_HOST_TYPE(BuiltinNode),
         VELTO_HOST_TYPE(BlendPixelHandlerRef), VELTO_HOST_TYPE(BlendClassRef), VELTO_HOST_TYPE(LayerSet),
-        VELTO_HOST_TYPE(RenderNoiseClass),
-        VELTO_HOST_TYPE(ThreadedTextureRef)};
+        VELTO_HOST_TYPE(RenderNoiseClass), VELTO_HOST_TYPE(ThreadedTextureRef)};
 #undef VELTO_HOST_TYPE
     for (const Entry& entry : entries)
     {
@@ -118,44 +119,38 @@ const DataTypeOperations* ComposedOperations(std::string_view parametric, Int co
 
 Result GetDataTypeForData(const Id& id, const DataType** type)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        // What a module published under this name goes before the host's own.
+        if (const Data* const published = FindEntry(registry::kDataTypes.View(), id.View()))
         {
-            // What a module published under this name goes before the host's own.
-            if (const Data* const published = FindEntry(registry::kDataTypes.View(), id.View()))
-            {
-                *type = Ref<const DataType>(*static_cast<const Ref<const DataType>*>(published->Value())).Detach();
-                return {};
-            }
-            return TypeTable::Get().Find(id.View(), HostOperations(id.View()), type);
-        });
+            *type = Ref<const DataType>(*static_cast<const Ref<const DataType>*>(published->Value())).Detach();
+            return {};
+        }
+        return TypeTable::Get().Find(id.View(), HostOperations(id.View()), type);
+    });
 }
 
 Result Compose(const Id& parametric, const DataType* argument, Int count, const DataType** type)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        VELTO_CHECK_ARGUMENT(argument);
+        if (parametric == Id("net.velto.parametrictype.const"))
         {
-            VELTO_CHECK_ARGUMENT(argument);
-            if (parametric == Id("net.velto.parametrictype.const"))
-            {
-                *type = Ref<const DataType>::Share(argument).Detach();
-                return {};
-            }
-            const std::string name = count > 0 ? fmt::format("{}<{},{}>", parametric.View(), argument->id.View(), count)
-                                               : fmt::format("{}<{}>", parametric.View(), argument->id.View());
-            return TypeTable::Get().Find(name, ComposedOperations(parametric.View(), count), type);
-        });
+            *type = Ref<const DataType>::Share(argument).Detach();
+            return {};
+        }
+        const std::string name = count > 0 ? fmt::format("{}<{},{}>", parametric.View(), argument->id.View(), count)
+                                           : fmt::format("{}<{}>", parametric.View(), argument->id.View());
+        return TypeTable::Get().Find(name, ComposedOperations(parametric.View(), count), type);
+    });
 }
 
 Result Create(const Id& id, const DataTypeOperations* operations, const DataType** type)
 {
-    return Guarded(
-        [&]() -> Result
-        {
-            VELTO_CHECK_ARGUMENT(operations && operations->construct && operations->size > 0);
-            return MakeDataType(id.View(), *operations, type);
-        });
+    return Guarded([&]() -> Result {
+        VELTO_CHECK_ARGUMENT(operations && operations->construct && operations->size > 0);
+        return MakeDataType(id.View(), *operations, type);
+    });
 }
 
 } // namespace

@@ -39,24 +39,22 @@ const Data* GetData(const DictionaryObject* dictionary, const DictionaryKey& key
 
 Result SetData(DictionaryObject* dictionary, const DictionaryKey& key, const Data& value)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        VELTO_CHECK_ARGUMENT(dictionary);
+        Data copy;
+        VELTO_TRY(copy.CopyFrom(value));
+        auto& entries = static_cast<HostDictionary*>(dictionary)->entries;
+        for (Entry& entry : entries)
         {
-            VELTO_CHECK_ARGUMENT(dictionary);
-            Data copy;
-            VELTO_TRY(copy.CopyFrom(value));
-            auto& entries = static_cast<HostDictionary*>(dictionary)->entries;
-            for (Entry& entry : entries)
+            if (entry.key == key)
             {
-                if (entry.key == key)
-                {
-                    entry.value = std::move(copy);
-                    return {};
-                }
+                entry.value = std::move(copy);
+                return {};
             }
-            entries.push_back({key, std::move(copy)});
-            return {};
-        });
+        }
+        entries.push_back({key, std::move(copy)});
+        return {};
+    });
 }
 
 } // namespace
@@ -92,11 +90,10 @@ bool AreEqual(const DictionaryObject* a, const DictionaryObject* b)
 const DataDictionaryInterface& DictionaryService()
 {
     static constexpr DataDictionaryInterface service{
-        .Alloc = {+[](DictionaryObject** dictionary) -> Result
-            {
-                *dictionary = NewObject<HostDictionary>();
-                return *dictionary ? Result() : OutOfMemory();
-            }},
+        .Alloc = {+[](DictionaryObject** dictionary) -> Result {
+            *dictionary = NewObject<HostDictionary>();
+            return *dictionary ? Result() : OutOfMemory();
+        }},
         .Free = {+[](DictionaryObject* dictionary) { DataDictionary::Adopt(dictionary) = {}; }},
         .SetData = {&SetData},
         .GetData = {&GetData},

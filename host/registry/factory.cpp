@@ -48,28 +48,26 @@ Result PrivateCreateCached(
 
 Result CreateGroup(const CoreNodeFactory& factory, const DataDictionary& arguments, Ref<MicroNodeGroup>& group)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        auto& self = *static_cast<HostFactory*>(factory.Get());
+        const std::lock_guard lock(self.mutex);
+        for (auto cached = self.cache.begin(); cached != self.cache.end(); ++cached)
         {
-            auto& self = *static_cast<HostFactory*>(factory.Get());
-            const std::lock_guard lock(self.mutex);
-            for (auto cached = self.cache.begin(); cached != self.cache.end(); ++cached)
+            if (AreEqual(cached->arguments.Get(), arguments.Get()))
             {
-                if (AreEqual(cached->arguments.Get(), arguments.Get()))
-                {
-                    self.cache.splice(self.cache.begin(), self.cache, cached);
-                    group = cached->group;
-                    return {};
-                }
+                self.cache.splice(self.cache.begin(), self.cache, cached);
+                group = cached->group;
+                return {};
             }
-            Ref<MicroNodeGroup> made;
-            VELTO_TRY(self.builder(self.context, arguments.Get(), made.Receive()));
-            self.cache.push_front({arguments, made});
-            if (self.cache.size() > self.cacheSize)
-                self.cache.pop_back();
-            group = std::move(made);
-            return {};
-        });
+        }
+        Ref<MicroNodeGroup> made;
+        VELTO_TRY(self.builder(self.context, arguments.Get(), made.Receive()));
+        self.cache.push_front({arguments, made});
+        if (self.cache.size() > self.cacheSize)
+            self.cache.pop_back();
+        group = std::move(made);
+        return {};
+    });
 }
 
 const FactoryInterface& FactoryService()

@@ -33,45 +33,41 @@ Registries& All()
 
 Result InsertEntry(const Id& registry, const Id& entry, const Data& value)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        VELTO_CHECK_ARGUMENT(!registry.IsEmpty() && !entry.IsEmpty());
+        std::string name(entry.View());
+        Data copy;
+        VELTO_TRY(copy.CopyFrom(value));
+        const std::lock_guard lock(All().mutex);
+        Registry& target = All().byName[std::string(registry.View())];
+        if (target.values.contains(name))
+            return MakeError(error::kIllegalArgument,
+                "The entry " + name + " is in the registry " + std::string(registry.View()) + " already.");
+        target.order.push_back(name);
+        try
         {
-            VELTO_CHECK_ARGUMENT(!registry.IsEmpty() && !entry.IsEmpty());
-            std::string name(entry.View());
-            Data copy;
-            VELTO_TRY(copy.CopyFrom(value));
-            const std::lock_guard lock(All().mutex);
-            Registry& target = All().byName[std::string(registry.View())];
-            if (target.values.contains(name))
-                return MakeError(error::kIllegalArgument,
-                    "The entry " + name + " is in the registry " + std::string(registry.View()) + " already.");
-            target.order.push_back(name);
-            try
-            {
-                target.values.emplace(std::move(name), std::move(copy));
-            }
-            catch (...)
-            {
-                target.order.pop_back();
-                throw;
-            }
-            return {};
-        });
+            target.values.emplace(std::move(name), std::move(copy));
+        }
+        catch (...)
+        {
+            target.order.pop_back();
+            throw;
+        }
+        return {};
+    });
 }
 
 Result EraseEntry(const Id& registry, const Id& entry)
 {
-    return Guarded(
-        [&]() -> Result
-        {
-            const std::lock_guard lock(All().mutex);
-            const auto target = All().byName.find(registry.View());
-            const std::string name(entry.View());
-            if (target == All().byName.end() || target->second.values.erase(name) == 0)
-                return MakeError(error::kIllegalArgument, "There is no entry to erase.");
-            std::erase(target->second.order, name);
-            return {};
-        });
+    return Guarded([&]() -> Result {
+        const std::lock_guard lock(All().mutex);
+        const auto target = All().byName.find(registry.View());
+        const std::string name(entry.View());
+        if (target == All().byName.end() || target->second.values.erase(name) == 0)
+            return MakeError(error::kIllegalArgument, "There is no entry to erase.");
+        std::erase(target->second.order, name);
+        return {};
+    });
 }
 
 Result FindEntryValue(const Id& registry, const Id& entry, Data* value)

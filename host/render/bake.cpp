@@ -256,7 +256,7 @@ private:
         context.time.seconds = options_.seconds;
         context.frameRate = options_.framesPerSecond;
         context.searchPaths = graph_.searchPaths.get();
-        context.renderMessages = RenderMessageSink();
+        context.renderMessages = graph_.messages.get();
     }
 
     Result SamplePixel(Instance& instance, int bandRow, int x, int y)
@@ -371,8 +371,7 @@ bool FillSphere(const BakeOptions& options, double x, double y, ShadingContext& 
     if (!OnSphere(options, x, y, position))
         return false;
     // A neighbour behind the horizon gives way to the one on the other side.
-    const auto neighbour = [&](double dx, double dy)
-    {
+    const auto neighbour = [&](double dx, double dy) {
         Vector next;
         if (OnSphere(options, x + dx, y + dy, next))
             return next;
@@ -420,14 +419,12 @@ bool FillContext(const BakeOptions& options, double x, double y, ShadingContext&
 Result Bake(
     Graph& graph, const std::vector<BakeTarget>& targets, const BakeOptions& options, BakeStatistics& statistics)
 {
-    return Guarded(
-        [&]() -> Result
-        {
-            if (targets.size() > Baker::kMaxTargets)
-                return MakeError(error::kIllegalArgument,
-                    fmt::format("{} outputs at once; at most {} are baked", targets.size(), Baker::kMaxTargets));
-            return Baker(graph, options, statistics).Run(targets);
-        });
+    return Guarded([&]() -> Result {
+        if (targets.size() > Baker::kMaxTargets)
+            return MakeError(error::kIllegalArgument,
+                fmt::format("{} outputs at once; at most {} are baked", targets.size(), Baker::kMaxTargets));
+        return Baker(graph, options, statistics).Run(targets);
+    });
 }
 
 } // namespace velto::host

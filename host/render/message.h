@@ -3,11 +3,25 @@
 
 #include "velto/message.h"
 
-namespace velto::host
+#include <mutex>
+#include <set>
+#include <string>
+
+namespace velto
 {
 
-// What a context's `renderMessages` holds for nodes to be heard.
-RenderMessages* RenderMessageSink();
+// What was said so far by the nodes of a graph. Many threads meet the same trouble, and say so once; also those that
+// otherwise are silent, since it may be they who meet it first.
+struct RenderMessages
+{
+    std::mutex mutex;
+    std::set<std::string, std::less<>> said;
+};
+
+} // namespace velto
+
+namespace velto::host
+{
 
 const RenderMessageInterface& RenderMessageService();
 

@@ -43,11 +43,10 @@ const NoiseInterface& NoiseService()
         .Init = {&Init},
         .Voronoi = {&Voronoi},
         .Free = {+[](NoiseObject* noise) { Ref<NoiseObject>::Adopt(noise) = {}; }},
-        .GetDefault = {+[]() -> const NoiseObject*
-            {
-                static const CellNoise noise;
-                return &noise;
-            }},
+        .GetDefault = {+[]() -> const NoiseObject* {
+            static const CellNoise noise;
+            return &noise;
+        }},
     };
     return service;
 }

@@ -160,15 +160,15 @@ HWY_INLINE void Gradients3d(const GradientBank& bank, int count, const NoisePoin
     for (int i = 0; i < count; i += kLanes)
     {
         const V frequency = hn::LoadU(d, bank.frequency + i);
-        const auto axis = [&](float at, const Float32* shift, UInt32 prime)
-        { return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::LoadU(d, shift + i)), prime); };
+        const auto axis = [&](float at, const Float32* shift, UInt32 prime) {
+            return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::LoadU(d, shift + i)), prime);
+        };
         const Axis x = axis(point.x, bank.shiftX, kPrimeX);
         const Axis y = axis(point.y, bank.shiftY, kPrimeY);
         const Axis z = axis(point.z, bank.shiftZ, kPrimeZ);
         const U seed = hn::LoadU(du, bank.seed + i);
         const V fadeZ = Fade(z.fraction);
-        const auto edge = [&](U cellsXY, V dx, V dy)
-        {
+        const auto edge = [&](U cellsXY, V dx, V dy) {
             const V low = GradientDot3d<kMoving>(hn::Xor(cellsXY, z.cell), dx, dy, z.fraction, time);
             const V high = GradientDot3d<kMoving>(hn::Xor(cellsXY, z.NextCell(kPrimeZ)), dx, dy, z.Beyond(), time);
             return Lerp(fadeZ, low, high);
@@ -194,14 +194,14 @@ HWY_INLINE void Gradients2d(const GradientBank& bank, int count, const NoisePoin
     for (int i = 0; i < count; i += kLanes)
     {
         const V frequency = hn::LoadU(d, bank.frequency + i);
-        const auto axis = [&](float at, const Float32* shift, UInt32 prime)
-        { return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::LoadU(d, shift + i)), prime); };
+        const auto axis = [&](float at, const Float32* shift, UInt32 prime) {
+            return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::LoadU(d, shift + i)), prime);
+        };
         const Axis x = axis(point.x, bank.shiftX, kPrimeX);
         const Axis y = axis(point.y, bank.shiftY, kPrimeY);
         const U seed = hn::LoadU(du, bank.seed + i);
         const V fadeY = Fade(y.fraction);
-        const auto edge = [&](U cellX, V dx)
-        {
+        const auto edge = [&](U cellX, V dx) {
             const V low = GradientDot2d<kMoving>(hn::Xor(cellX, y.cell), dx, y.fraction, time);
             const V high = GradientDot2d<kMoving>(hn::Xor(cellX, y.NextCell(kPrimeY)), dx, y.Beyond(), time);
             return Lerp(fadeY, low, high);
@@ -299,15 +299,13 @@ struct Neighbourhood
     constexpr Neighbourhood()
     {
         int n = 0;
-        const auto add = [&](int cx, int cy, int cz)
-        {
+        const auto add = [&](int cx, int cy, int cz) {
             x[n] = static_cast<Float32>(cx);
             y[n] = static_cast<Float32>(cy);
             z[n] = static_cast<Float32>(cz);
             ++n;
         };
-        const auto fill = [&]
-        {
+        const auto fill = [&] {
             while (n % 8 != 0)
                 add(1 << 28, 0, 0);
         };
@@ -393,8 +391,7 @@ struct LaneMinima
         auto b1 = f1[1];
         auto b2 = f2[1];
 #endif
-        const auto merge = [&]
-        {
+        const auto merge = [&] {
             a2 = hn::Min(hn::Max(a1, b1), hn::Min(a2, b2));
             a1 = hn::Min(a1, b1);
         };
@@ -518,8 +515,9 @@ private:
             if (row > 0)
             {
                 // A point's distance is rounded like its cell's, and no further down, so what is skipped is farther.
-                const auto gap = [&](V r)
-                { return hn::Max(hn::Zero(d), hn::Max(r, hn::Neg(hn::Add(r, hn::Set(d, 1.0f))))); };
+                const auto gap = [&](V r) {
+                    return hn::Max(hn::Zero(d), hn::Max(r, hn::Neg(hn::Add(r, hn::Set(d, 1.0f)))));
+                };
                 const V gaps = SquareSum(gap(rx), gap(ry), kDims == 3 ? gap(rz) : hn::Zero(d));
                 if (hn::AllFalse(d, hn::Le(gaps, hn::Set(d, second))))
                     continue;
@@ -534,8 +532,9 @@ private:
     {
         const Ints di;
         const UInts du;
-        const auto cell = [&](V offset, UInt32 base, UInt32 prime)
-        { return hn::Mul(hn::Add(hn::BitCast(du, hn::ConvertTo(di, offset)), hn::Set(du, base)), hn::Set(du, prime)); };
+        const auto cell = [&](V offset, UInt32 base, UInt32 prime) {
+            return hn::Mul(hn::Add(hn::BitCast(du, hn::ConvertTo(di, offset)), hn::Set(du, base)), hn::Set(du, prime));
+        };
         U hash = hn::Xor(hn::Xor(cell(ox, x_.cell, kPrimeX), cell(oy, y_.cell, kPrimeY)), hn::Set(du, seed_));
         if constexpr (kDims == 3)
             hash = hn::Xor(hash, cell(oz, z_.cell, kPrimeZ));
@@ -659,8 +658,7 @@ const NoiseKernels& BestNoiseKernels()
 
 std::span<const NoiseKernels* const> AllNoiseKernels()
 {
-    static const std::vector<const NoiseKernels*> all = []
-    {
+    static const std::vector<const NoiseKernels*> all = [] {
         std::vector<const NoiseKernels*> kernels{HWY_STATIC_DISPATCH(Kernels)()};
         [[maybe_unused]] const auto supported = hwy::SupportedTargets();
 #define VELTO_ADD_TARGET(target)                                                                                       \

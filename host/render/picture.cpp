@@ -156,14 +156,12 @@ private:
 Result PictureWriter::Open(const std::string& file, int width, int height, int channels, const BakeOptions& options,
     std::unique_ptr<PictureWriter>& writer)
 {
-    return Guarded(
-        [&]() -> Result
-        {
-            auto made = std::make_unique<Writer>();
-            VELTO_TRY(made->Open(file, width, height, channels, options));
-            writer = std::move(made);
-            return {};
-        });
+    return Guarded([&]() -> Result {
+        auto made = std::make_unique<Writer>();
+        VELTO_TRY(made->Open(file, width, height, channels, options));
+        writer = std::move(made);
+        return {};
+    });
 }
 
 } // namespace velto::host

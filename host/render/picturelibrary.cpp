@@ -1,6 +1,8 @@
 // The host's side: finds the library and passes calls on.
 #include "picturelibrary.h"
 
+#include "host/text/url.h"
+
 #include <dlfcn.h>
 #include <fmt/format.h>
 
@@ -10,15 +12,14 @@ namespace velto::host
 namespace
 {
 
-// Beside the executable, above it, where it was installed, or where the system looks.
+// Beside the resources, beside the executable, above it, or where the system looks.
 void* OpenLibrary(std::string& reason)
 {
     std::error_code ignored;
     const auto directory = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
     for (const std::filesystem::path& place :
-        {directory / kPictureLibraryFile, directory.parent_path() / kPictureLibraryFile,
-            std::filesystem::path(VELTO_PICTURE_DIRECTORY) / kPictureLibraryFile,
-            std::filesystem::path(kPictureLibraryFile)})
+        {ResourceDirectory().parent_path() / kPictureLibraryFile, directory / kPictureLibraryFile,
+            directory.parent_path() / kPictureLibraryFile, std::filesystem::path(kPictureLibraryFile)})
     {
         if (void* const library = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL))
             return library;

@@ -1,5 +1,5 @@
-// Reading and writing of picture files lies in a library of its own, libvelto_pictures.so, which is loaded when the first
-// picture is: what it links takes longer to load than most commands take to answer.
+// Reading and writing of picture files lies in a library of its own, libvelto_pictures.so, which is loaded when the
+// first picture is: what it links takes longer to load than most commands take to answer.
 #pragma once
 
 #include "picture.h"

@@ -42,8 +42,7 @@ void NoiseObjectOf::Setup(UInt32 seed, Float lacunarity, Float gain, Float newEx
     // Classes of one seed do not look like each other.
     UInt32 random = MixBits(seed ^ static_cast<UInt32>(HashBytes(noiseClass->name)));
     const auto next = [&random] { return MixBits(random += 0x9e3779b9u); };
-    const auto fill = [&](GradientBank& bank, int i, Float32 frequency)
-    {
+    const auto fill = [&](GradientBank& bank, int i, Float32 frequency) {
         bank.frequency[i] = frequency;
         // Off the lattice, on which gradient noise is 0 in all octaves at once.
         bank.shiftX[i] = UnitFloat(next());
@@ -74,7 +73,7 @@ class NoiseSampler
 {
 public:
     NoiseSampler(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point, Float32 octaves, Float32 filterWidth)
-        : noise_(noise), flat_(isFlat), point_(point)
+        : noise_(noise), flat_(isFlat), point_(Usable(point))
     {
         // Comparisons with NaN are false: such a number of octaves is 0.
         const Float32 wanted = octaves > 0.0f ? Min(octaves, static_cast<Float32>(kMaxOctaves)) : 0.0f;
@@ -94,6 +93,9 @@ public:
     }
 
     const NoisePoint& Point() const { return point_; }
+
+    // For shapes that bend the sum of the octaves: a value that fades to `mean` with the coarsest octave.
+    Float32 Settled(Float32 value, Float32 mean) const { return mean + keep_[0] * (value - mean); }
 
     // The octaves at a point, each faded to `mean` by the filter after `shape`, weighted and divided by the weights.
     template <class Shape>
@@ -185,8 +187,7 @@ public:
         {
             const NoisePoint p = Octave(at, i);
             UInt32 hash = noise_.cells[i];
-            const auto enter = [&hash](Float32 x)
-            {
+            const auto enter = [&hash](Float32 x) {
                 const Float32 usable = std::abs(x) < 1e9f ? x : 0.0f;
                 const Float32 whole = std::floor(usable);
                 hash = MixBits(hash ^ static_cast<UInt32>(static_cast<Int32>(whole)));
@@ -196,8 +197,7 @@ public:
             const Float32 y = enter(p.y);
             const Float32 z = flat_ ? 0.0f : enter(p.z);
             const Float32 speed = 0.15f + 0.3f * UnitFloat(MixBits(hash));
-            const Float32 time = std::abs(at.time) < 1e7f ? at.time : 0.0f;
-            const Float32 value = shape(x, y, z, 1.0f - Triangle(0.5f * UnitFloat(hash) + 0.5f + speed * time));
+            const Float32 value = shape(x, y, z, 1.0f - Triangle(0.5f * UnitFloat(hash) + 0.5f + speed * at.time));
             sum += weight_[i] * (mean + keep_[i] * (value - mean));
             norm += std::abs(weight_[i]);
         }
@@ -205,6 +205,12 @@ public:
     }
 
 private:
+    static NoisePoint Usable(const NoisePoint& point)
+    {
+        const auto usable = [](Float32 x, Float32 limit) { return std::abs(x) < limit ? x : 0.0f; };
+        return {usable(point.x, 1e9f), usable(point.y, 1e9f), usable(point.z, 1e9f), usable(point.time, 1e7f)};
+    }
+
     // What the filter leaves of a field, by how many of its cells one sample covers.
     static Float32 Keep(Float32 cellsPerSample)
     {
@@ -250,12 +256,10 @@ namespace
 
 Float32 BlisteredTurbulence(const NoiseSampler& s)
 {
-    const Float32 blister = s.SumCells(s.Point(), 0.25f,
-        [](const NearestPoints& n)
-        {
-            const Float32 dome = Max(1.0f - n.f1 * n.f1 * 2.5f, 0.0f);
-            return dome * dome;
-        });
+    const Float32 blister = s.SumCells(s.Point(), 0.25f, [](const NearestPoints& n) {
+        const Float32 dome = Max(1.0f - n.f1 * n.f1 * 2.5f, 0.0f);
+        return dome * dome;
+    });
     return 0.75f * s.Turbulence(s.Point()) + 0.7f * blister;
 }
 
@@ -267,22 +271,20 @@ Float32 Box(const NoiseSampler& s)
 // A product of octaves instead of a sum: calm where the coarse ones are low, rough where they are high.
 Float32 Buya(const NoiseSampler& s)
 {
-    const Float32 product = s.Fold(s.Point(), 1.0f,
-        [](Float32 value, Float32 g, Float32 weight, Float32 keep)
-        { return value * (1.0f + 1.6f * keep * weight * g); });
+    const Float32 product = s.Fold(s.Point(), 1.0f, [](Float32 value, Float32 g, Float32 weight, Float32 keep) {
+        return value * (1.0f + 1.6f * keep * weight * g);
+    });
     return 0.45f * product;
 }
 
 // Cushions in the boxes of a lattice, no two of a brightness.
 Float32 Cell(const NoiseSampler& s)
 {
-    return s.SumBoxes(s.Point(), 0.35f,
-        [](Float32 x, Float32 y, Float32 z, Float32 box)
-        {
-            const Float32 wall = Max(Max(std::abs(x), std::abs(y)), std::abs(z));
-            const Float32 square = wall * wall;
-            return (1.0f - square * square) * (0.35f + 0.65f * box);
-        });
+    return s.SumBoxes(s.Point(), 0.35f, [](Float32 x, Float32 y, Float32 z, Float32 box) {
+        const Float32 wall = Max(Max(std::abs(x), std::abs(y)), std::abs(z));
+        const Float32 square = wall * wall;
+        return (1.0f - square * square) * (0.35f + 0.65f * box);
+    });
 }
 
 Float32 CellVoronoi(const NoiseSampler& s)
@@ -301,12 +303,10 @@ Float32 Cranal(const NoiseSampler& s)
 // A plane with dents.
 Float32 Dents(const NoiseSampler& s)
 {
-    const Float32 depth = s.Sum(s.Point(), 0.02f,
-        [](Float32 g)
-        {
-            const Float32 low = Max(-g, 0.0f);
-            return low * low * low;
-        });
+    const Float32 depth = s.Sum(s.Point(), 0.02f, [](Float32 g) {
+        const Float32 low = Max(-g, 0.0f);
+        return low * low * low;
+    });
     return 1.0f - 7.0f * depth;
 }
 
@@ -324,7 +324,7 @@ Float32 DisplacedVoronoi(const NoiseSampler& s)
 Float32 Electric(const NoiseSampler& s)
 {
     const Float32 f = s.Fractal(s.Bent(s.Point(), 0.35f, 1.0f));
-    return 0.006f / (0.006f + f * f);
+    return s.Settled(0.006f / (0.006f + f * f), 0.3f);
 }
 
 Float32 Fbm(const NoiseSampler& s)
@@ -342,17 +342,14 @@ Float32 Gaseous(const NoiseSampler& s)
 // Round blobs that melt into each other.
 Float32 Hama(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.35f,
-        [](const NearestPoints& n)
-        {
-            const auto blob = [](Float32 f)
-            {
-                const Float32 fall = Max(1.0f - f * f, 0.0f);
-                return fall * fall * fall;
-            };
-            const Float32 field = blob(n.f1) + blob(n.f2);
-            return field / (0.5f + field);
-        });
+    return s.SumCells(s.Point(), 0.35f, [](const NearestPoints& n) {
+        const auto blob = [](Float32 f) {
+            const Float32 fall = Max(1.0f - f * f, 0.0f);
+            return fall * fall * fall;
+        };
+        const Float32 field = blob(n.f1) + blob(n.f2);
+        return field / (0.5f + field);
+    });
 }
 
 // Long streaks.
@@ -375,7 +372,7 @@ Float32 Naki(const NoiseSampler& s)
     const Float32 turbulence = s.Turbulence(s.Point());
     const Float32 gap =
         s.SumCells(s.Bent(s.Point(), 0.3f, 2.3f), 0.3f, [](const NearestPoints& n) { return n.f2 - n.f1; });
-    return SmoothStep(0.05f, 0.6f, 1.3f * gap + 0.35f * (turbulence - 0.4f));
+    return s.Settled(SmoothStep(0.05f, 0.6f, 1.3f * gap + 0.35f * (turbulence - 0.4f)), 0.4f);
 }
 
 // Bumps with a grained shell.
@@ -408,30 +405,26 @@ Float32 Pezo(const NoiseSampler& s)
 // Craters with rims.
 Float32 Poxo(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.45f,
-        [](const NearestPoints& n)
-        {
-            const Float32 r = n.f1 * 2.2f;
-            const Float32 inside = Max(1.0f - r * r, 0.0f);
-            const Float32 off = (r - 1.0f) * 3.0f;
-            const Float32 rim = Max(1.0f - off * off, 0.0f);
-            return 0.5f - 0.5f * inside + 0.5f * rim * rim;
-        });
+    return s.SumCells(s.Point(), 0.45f, [](const NearestPoints& n) {
+        const Float32 r = n.f1 * 2.2f;
+        const Float32 inside = Max(1.0f - r * r, 0.0f);
+        const Float32 off = (r - 1.0f) * 3.0f;
+        const Float32 rim = Max(1.0f - off * off, 0.0f);
+        return 0.5f - 0.5f * inside + 0.5f * rim * rim;
+    });
 }
 
 // Sharp crests; each octave is rough only where the one before is high.
 Float32 RidgedMultifractal(const NoiseSampler& s)
 {
     Float32 share = 1.0f;
-    const Float32 sum = s.Fold(s.Point(), 0.0f,
-        [&share](Float32 value, Float32 g, Float32 weight, Float32 keep)
-        {
-            Float32 ridge = 1.0f - std::abs(g);
-            ridge = 0.62f + keep * (ridge * ridge - 0.62f);
-            ridge *= share;
-            share = Clamp01(ridge * 1.4f);
-            return value + weight * ridge;
-        });
+    const Float32 sum = s.Fold(s.Point(), 0.0f, [&share](Float32 value, Float32 g, Float32 weight, Float32 keep) {
+        Float32 ridge = 1.0f - std::abs(g);
+        ridge = 0.62f + keep * (ridge * ridge - 0.62f);
+        ridge *= share;
+        share = Clamp01(ridge * 1.4f);
+        return value + weight * ridge;
+    });
     return SmoothStep(0.0f, 1.0f, sum / s.WeightSum());
 }
 
@@ -440,7 +433,7 @@ Float32 Sema(const NoiseSampler& s)
 {
     return s.SumCells(s.Point(), 0.4f,
         [](const NearestPoints& n)
-        { return Clamp01(n.f1 * 1.1f) * (0.4f + 0.6f * UnitFloat(MixBits(static_cast<UInt32>(n.id1)))) + 0.1f; });
+        { return n.f1 * n.f1 * (0.3f + 1.4f * UnitFloat(MixBits(static_cast<UInt32>(n.id1)))) + 0.1f; });
 }
 
 // Grains where two fields are high together.
@@ -533,8 +526,7 @@ constexpr NoiseClass kClasses[] = {
 
 Result Init(RenderNoiseInterface* self, UInt32 seed, Int32, const DictionaryObject* settings)
 {
-    const auto setting = [settings](Int key, Float otherwise)
-    {
+    const auto setting = [settings](Int key, Float otherwise) {
         const Data* const data = Bound<DataDictionaryInterface>().GetData(settings, key);
         const Float* const value = data ? data->As<Float>() : nullptr;
         return value ? *value : otherwise;
@@ -574,8 +566,7 @@ struct HostNoiseClass : RenderNoiseClassObject
 
     explicit HostNoiseClass(const NoiseClass& type) : noiseClass(&type)
     {
-        create = [](const RenderNoiseClassObject* self, RenderNoiseInterface** noise) -> Result
-        {
+        create = [](const RenderNoiseClassObject* self, RenderNoiseInterface** noise) -> Result {
             Ref<RenderNoiseInterface> made =
                 MakeNoise(*static_cast<const HostNoiseClass*>(self)->noiseClass, BestNoiseKernels());
             if (!made)

@@ -66,21 +66,19 @@ public:
     std::shared_ptr<const Reading> Read(const TextureFileRequest& request)
     {
         const std::shared_ptr<Reading> reading = Find(request);
-        std::call_once(reading->done,
-            [&]
+        std::call_once(reading->done, [&] {
+            std::string note;
+            try
             {
-                std::string note;
-                try
-                {
-                    reading->picture = ReadPicture(request, note);
-                }
-                catch (const TextureFileError& failure)
-                {
-                    reading->failure = failure.what();
-                }
-                if (!note.empty())
-                    Log(LogTarget::Warning, note);
-            });
+                reading->picture = ReadPicture(request, note);
+            }
+            catch (const TextureFileError& failure)
+            {
+                reading->failure = failure.what();
+            }
+            if (!note.empty())
+                Log(LogTarget::Warning, note);
+        });
         return reading;
     }
 
@@ -160,51 +158,49 @@ Result UnreadableFile(std::string_view text)
 Result LoadTexture(const UrlObject* given, const SearchPathsType* searchPaths, Bool force32Bit,
     const LayerSetObject* layers, const TimeValue& givenTime, const FrameCallback* callback, Texture** texture)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        Url url;
+        VELTO_TRY(Resolve(Url::Share(const_cast<UrlObject*>(given)), searchPaths, url));
+        if (Path(url).empty())
+            return UnreadableFile("There is no file given.");
+        // A file that is not there may be one of a sequence whose other files are.
+        Clip clip;
+        if (const std::filesystem::path file(Path(url)); IsFile(file))
         {
-            Url url;
-            VELTO_TRY(Resolve(Url::Share(const_cast<UrlObject*>(given)), searchPaths, url));
-            if (Path(url).empty())
-                return UnreadableFile("There is no file given.");
-            // A file that is not there may be one of a sequence whose other files are.
-            Clip clip;
-            if (const std::filesystem::path file(Path(url)); IsFile(file))
+            try
             {
-                try
-                {
-                    clip = ReadClip(file);
-                }
-                catch (const TextureFileError&)
-                {
-                    // The file that is shown in the end may be another one.
-                }
+                clip = ReadClip(file);
             }
-            TimeValue time = givenTime;
-            if (callback)
+            catch (const TextureFileError&)
             {
-                VELTO_TRY(callback->function(callback->user, TimeValue{clip.Seconds()}, &url, &time));
-                VELTO_TRY(Resolve(Url(url), searchPaths, url));
+                // The file that is shown in the end may be another one.
             }
+        }
+        TimeValue time = givenTime;
+        if (callback)
+        {
+            VELTO_TRY(callback->function(callback->user, TimeValue{clip.Seconds()}, &url, &time));
+            VELTO_TRY(Resolve(Url(url), searchPaths, url));
+        }
 
-            TextureFileRequest request;
-            request.file = Path(url);
-            if (layers)
-                request.layer = Bytes(layers->name);
-            request.frame = FrameAt(time.seconds, clip.framesPerSecond);
-            request.asFloat = force32Bit;
-            request.memory = textureMemory;
-            PictureCache::Get().Trim(textureMemory);
-            const std::shared_ptr<const Reading> reading = PictureCache::Get().Read(request);
-            if (!reading->picture)
-                return UnreadableFile(reading->failure);
-            HostTexture* const made = NewObject<HostTexture>();
-            if (!made)
-                return OutOfMemory();
-            made->picture = reading->picture;
-            *texture = made;
-            return {};
-        });
+        TextureFileRequest request;
+        request.file = Path(url);
+        if (layers)
+            request.layer = Bytes(layers->name);
+        request.frame = FrameAt(time.seconds, clip.framesPerSecond);
+        request.asFloat = force32Bit;
+        request.memory = textureMemory;
+        PictureCache::Get().Trim(textureMemory);
+        const std::shared_ptr<const Reading> reading = PictureCache::Get().Read(request);
+        if (!reading->picture)
+            return UnreadableFile(reading->failure);
+        HostTexture* const made = NewObject<HostTexture>();
+        if (!made)
+            return OutOfMemory();
+        made->picture = reading->picture;
+        *texture = made;
+        return {};
+    });
 }
 
 template <class T, class Base>

@@ -437,8 +437,7 @@ private:
 int ShiftFor(const OIIO::ImageSpec& spec, std::size_t texelSize, UInt memory)
 {
     int shift = 0;
-    const auto bytes = [&]
-    {
+    const auto bytes = [&] {
         const UInt width = UInt((spec.width - 1) >> shift) + 1;
         const UInt height = UInt((spec.height - 1) >> shift) + 1;
         return width * height * texelSize / 3 * 4;

@@ -525,8 +525,7 @@ private:
 ColorA SamplePicture(const Picture& picture, const SampleRequest& request)
 {
     Channels channels = std::visit(
-        [&]<class T>(const std::unique_ptr<Pyramid<T>>& pyramid)
-        {
+        [&]<class T>(const std::unique_ptr<Pyramid<T>>& pyramid) {
             const Reader<T> reader(
                 *pyramid, request.toLinear, request.alpha == texture_alpha::kPremultipliedColorSpace);
             return Sampler<T>(reader, request).Run(request.interpolation);
@@ -545,8 +544,7 @@ ColorA SamplePicture(const Picture& picture, const SampleRequest& request)
 velto::UInt velto::Picture::Bytes() const
 {
     const auto finest = std::visit(
-        [](const auto& pyramid)
-        {
+        [](const auto& pyramid) {
             const auto& texels = pyramid->Finest().texels;
             return texels.size() * sizeof(texels[0]);
         },

@@ -1,5 +1,6 @@
 // From a graph to a program: groups from the registry, replacements, what is fixed and what varies, bodies, links.
 #include "convert.h"
+#include "forward.h"
 #include "program.h"
 
 #include "host/registry/datatypes.h"
@@ -54,10 +55,12 @@ struct ProbeFunction : FunctionInterface
 {
     explicit ProbeFunction(bool constantAnswer) : answersConstantly(constantAnswer)
     {
-        invoke = [](const FunctionInterface*, void*, const ShadingContext*, Data*)
-        { return MakeError(error::kIllegalState, "A function has no value before the program is complete."); };
-        isConstant = [](const FunctionInterface* self) -> Bool
-        { return static_cast<const ProbeFunction*>(self)->answersConstantly; };
+        invoke = [](const FunctionInterface*, void*, const ShadingContext*, Data*) {
+            return MakeError(error::kIllegalState, "A function has no value before the program is complete.");
+        };
+        isConstant = [](const FunctionInterface* self) -> Bool {
+            return static_cast<const ProbeFunction*>(self)->answersConstantly;
+        };
         references = 1 << 30; // nobody ends it
     }
     bool answersConstantly;
@@ -93,8 +96,9 @@ struct Node
 {
     const CoreNode* source = nullptr;
     Ref<MicroNodeGroup> group;
-    std::vector<Input> inputs;   // by access index; entries of outputs are not used
-    std::vector<Int> newOutputs; // after a replacement: by old access index, the new one
+    Ref<MicroNodeGroup> original; // before a replacement
+    std::vector<Input> inputs;    // by access index; entries of outputs are not used
+    std::vector<Int> newOutputs;  // after a replacement: by old access index, the new one
     Visit visit = Visit::New;
     bool isFixed = false;
     Int takesInput = -1;     // the input that stands for the node's outputs
@@ -147,11 +151,7 @@ private:
             Node& node = nodes_[i];
             node.source = &graph_.nodes[i];
             program_.nodeNames.push_back(node.source->name);
-            const Data* const entry = FindEntry(registry::kCoreNodes.View(), node.source->type);
-            const CoreNodeFactory* const factory = entry ? entry->As<CoreNodeFactory>() : nullptr;
-            if (!factory)
-                return Fault(node, fmt::format("there is no core node {}", node.source->type));
-            VELTO_TRY(CreateGroup(*factory, node.source->arguments, node.group));
+            VELTO_TRY(MakeGroup(node));
             node.inputs.resize(static_cast<std::size_t>(node.PortCount()));
         }
         for (Node& node : nodes_)
@@ -160,6 +160,17 @@ private:
                 VELTO_TRY(LinkInput(node, name, given));
         }
         return {};
+    }
+
+    Result MakeGroup(Node& node)
+    {
+        if (node.source->forwarded)
+            return MakeForwardGroup(node.source->forwarded.Get(), node.group);
+        const Data* const entry = FindEntry(registry::kCoreNodes.View(), node.source->type);
+        const CoreNodeFactory* const factory = entry ? entry->As<CoreNodeFactory>() : nullptr;
+        if (!factory)
+            return Fault(node, fmt::format("there is no core node {}", node.source->type));
+        return CreateGroup(*factory, node.source->arguments, node.group);
     }
 
     Result LinkInput(Node& node, const std::string& name, const CoreInput& given)
@@ -172,20 +183,21 @@ private:
         if (given.link)
         {
             input.kind = Input::Kind::Link;
-            VELTO_TRY(FindOutput(node, *given.link, input.link));
+            VELTO_TRY(FindOutput(node.source->name, *given.link, input.link));
         }
         else if (!given.value.IsEmpty())
             input.kind = Input::Kind::Value;
         return {};
     }
 
-    Result FindOutput(const Node& node, const CorePort& from, OutputOf& found)
+    Result FindOutput(const std::string& reader, const CorePort& from, OutputOf& found)
     {
         if (from.node >= nodes_.size())
-            return Fault(node, "a link leads to no node");
+            return MakeError(error::kIllegalArgument, fmt::format("{}: a link leads to no node", reader));
         const GroupPort* const port = nodes_[from.node].Group().FindPort(from.port);
         if (!port || port->input)
-            return Fault(node, fmt::format("{} has no output {}", nodes_[from.node].source->name, from.port));
+            return MakeError(error::kIllegalArgument,
+                fmt::format("{}: {} has no output {}", reader, nodes_[from.node].source->name, from.port));
         found = {from.node, port->index};
         return {};
     }
@@ -347,6 +359,8 @@ private:
                 output = output < 0 ? -1 : newOutputs[static_cast<std::size_t>(output)];
         }
         node.inputs = std::move(inputs);
+        if (!node.original)
+            node.original = node.group;
         node.group = std::move(answer.group);
         return {};
     }
@@ -358,14 +372,19 @@ private:
         Body main{0, {}, {}};
         for (const CoreOutput& output : graph_.outputs)
         {
-            if (output.from.node >= nodes_.size())
-                return MakeError(
-                    error::kIllegalArgument, fmt::format("outputs.{}: there is no such node", output.name));
-            OutputOf link{};
-            VELTO_TRY(FindOutput(nodes_[output.from.node], output.from, link));
             const DataType* type = nullptr;
             Address value;
-            VELTO_TRY(PlaceLink(main, link, type, value));
+            if (output.source.link)
+            {
+                OutputOf link{};
+                VELTO_TRY(FindOutput(output.name, *output.source.link, link));
+                VELTO_TRY(PlaceLink(main, link, type, value));
+            }
+            else
+            {
+                type = output.source.value.Type();
+                VELTO_TRY(PlaceConstant(output.source, type, value));
+            }
             program_.outputs.push_back({output.name, type, value});
         }
         for (const Node& node : nodes_)
@@ -384,8 +403,7 @@ private:
 
     void MarkUsedPorts()
     {
-        const auto use = [this](OutputOf link)
-        {
+        const auto use = [this](OutputOf link) {
             if (!Resolve(link))
                 nodes_[link.node].usedPorts.insert(link.port);
         };
@@ -400,7 +418,7 @@ private:
         for (const CoreOutput& output : graph_.outputs)
         {
             OutputOf link{};
-            if (output.from.node < nodes_.size() && FindOutput(nodes_[output.from.node], output.from, link).IsOk())
+            if (output.source.link && FindOutput(output.name, *output.source.link, link).IsOk())
                 use(link);
         }
     }
@@ -705,15 +723,13 @@ private:
 
 Result Program::Compile(const CoreGraph& graph, const CompileOptions& options, std::shared_ptr<const Program>& program)
 {
-    return Guarded(
-        [&]() -> Result
-        {
-            auto made = std::make_shared<Program>();
-            made->keepAlive = options.keepAlive;
-            VELTO_TRY(Compiler(graph, options, *made).Run());
-            program = std::move(made);
-            return {};
-        });
+    return Guarded([&]() -> Result {
+        auto made = std::make_shared<Program>();
+        made->keepAlive = options.keepAlive;
+        VELTO_TRY(Compiler(graph, options, *made).Run());
+        program = std::move(made);
+        return {};
+    });
 }
 
 } // namespace velto::host

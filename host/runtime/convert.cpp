@@ -66,8 +66,8 @@ To Convert(const From& x)
 template <class From, class To>
 void Call(Result* out, const MicroNode*, const Binding* binding)
 {
-    const auto slot = [binding](int i)
-    { return reinterpret_cast<const Slot*>(binding->frame + binding->offsets[i])->value; };
+    const auto slot = [binding](
+                          int i) { return reinterpret_cast<const Slot*>(binding->frame + binding->offsets[i])->value; };
     *static_cast<To*>(slot(1)) = Convert<To>(*static_cast<const From*>(slot(0)));
     ::new (out) Result();
 }
@@ -101,8 +101,7 @@ auto ToNumber()
 
 const std::vector<Entry>& Table()
 {
-    static const std::vector<Entry> table = []
-    {
+    static const std::vector<Entry> table = [] {
         std::vector<Entry> all{
             Between<ColorA, Color>(), Between<Color, ColorA>(), Between<Vector, Color>(), Between<Color, Vector>()};
         const auto add = [&all](const auto& entries) { all.insert(all.end(), entries.begin(), entries.end()); };

@@ -29,16 +29,18 @@ struct CoreInput
 
 struct CoreNode
 {
-    std::string name; // for people: in errors and counts
-    std::string type; // the id in the registry of core nodes
+    std::string name;              // for people: in errors and counts
+    std::string type;              // the id in the registry of core nodes, or `kForwardNode`
+    Ref<const DataType> forwarded; // of a node that hands its input on
     DataDictionary arguments;
     std::map<std::string, CoreInput> inputs;
 };
 
+// A link, or a value that every sample has.
 struct CoreOutput
 {
     std::string name;
-    CorePort from;
+    CoreInput source;
 };
 
 struct CoreGraph

@@ -30,32 +30,30 @@ HostGroup& Host(MicroNodeGroup* group)
 
 Result CreatePort(MicroNodeGroup* self, UInt key, const char* name, Int32 flags, Int32, const DataType* type, Int32)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        HostGroup& group = Host(self);
+        VELTO_CHECK_STATE(!group.isFinal);
+        VELTO_CHECK_ARGUMENT(name && *name && type);
+        VELTO_CHECK_ARGUMENT(flags == port_flags::kInput || flags == port_flags::kOutput);
+        GroupPort port;
+        port.name = name;
+        port.input = flags == port_flags::kInput;
+        port.key = key;
+        port.type = Ref<const DataType>::Share(type);
+        if (port.name.starts_with('.') && port.name.ends_with("#*"))
         {
-            HostGroup& group = Host(self);
-            VELTO_CHECK_STATE(!group.isFinal);
-            VELTO_CHECK_ARGUMENT(name && *name && type);
-            VELTO_CHECK_ARGUMENT(flags == port_flags::kInput || flags == port_flags::kOutput);
-            GroupPort port;
-            port.name = name;
-            port.input = flags == port_flags::kInput;
-            port.key = key;
-            port.type = Ref<const DataType>::Share(type);
-            if (port.name.starts_with('.') && port.name.ends_with("#*"))
-            {
-                port.wildcard = true;
-                port.name = port.name.substr(1, port.name.size() - 3);
-                port.family = port.name;
-            }
-            else if (key == kKeyBit)
-                port.family = port.name.substr(0, port.name.find_first_of("#["));
-            if (group.FindPort(port.name))
-                return MakeError(error::kIllegalArgument,
-                    fmt::format("The node {} declares the port {} twice.", group.id.View(), port.name));
-            group.ports.push_back(std::move(port));
-            return {};
-        });
+            port.wildcard = true;
+            port.name = port.name.substr(1, port.name.size() - 3);
+            port.family = port.name;
+        }
+        else if (key == kKeyBit)
+            port.family = port.name.substr(0, port.name.find_first_of("#["));
+        if (group.FindPort(port.name))
+            return MakeError(error::kIllegalArgument,
+                fmt::format("The node {} declares the port {} twice.", group.id.View(), port.name));
+        group.ports.push_back(std::move(port));
+        return {};
+    });
 }
 
 Result PrivateGetMicroNode(MicroNodeGroup* self, UInt key, PortMicroNode** node)
@@ -73,19 +71,17 @@ Result PrivateGetMicroNode(MicroNodeGroup* self, UInt key, PortMicroNode** node)
 
 Result AddMicroNode(MicroNodeGroup* self, MicroNode* record)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        HostGroup& group = Host(self);
+        if (group.record)
         {
-            HostGroup& group = Host(self);
-            if (group.record)
-            {
-                record->destructor(record);
-                return MakeError(error::kIllegalState, "A group has one micro node.");
-            }
-            group.record = record;
-            AccessBuilder builder{group};
-            return record->access(record, &builder);
-        });
+            record->destructor(record);
+            return MakeError(error::kIllegalState, "A group has one micro node.");
+        }
+        group.record = record;
+        AccessBuilder builder{group};
+        return record->access(record, &builder);
+    });
 }
 
 Result DescribePortAccess(AccessBuilder* builder, Int index, UInt key, Int32 direction)
@@ -116,29 +112,27 @@ Result ExportPortAccess(AccessBuilder* builder, Int first, const char* wildcard,
 
 Result Finalize(MicroNodeGroup* self)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        HostGroup& group = Host(self);
+        VELTO_CHECK_STATE(group.record && !group.isFinal);
+        const auto elements =
+            std::count_if(group.ports.begin(), group.ports.end(), [](const GroupPort& port) { return !port.wildcard; });
+        group.access.assign(static_cast<std::size_t>(elements), nullptr);
+        for (const GroupPort& port : group.ports)
         {
-            HostGroup& group = Host(self);
-            VELTO_CHECK_STATE(group.record && !group.isFinal);
-            const auto elements = std::count_if(
-                group.ports.begin(), group.ports.end(), [](const GroupPort& port) { return !port.wildcard; });
-            group.access.assign(static_cast<std::size_t>(elements), nullptr);
-            for (const GroupPort& port : group.ports)
-            {
-                if (port.wildcard)
-                    continue;
-                const bool isFree =
-                    port.index >= 0 && port.index < elements && !group.access[static_cast<std::size_t>(port.index)];
-                if (!isFree)
-                    return MakeError(error::kIllegalState,
-                        fmt::format("The port {} of {} has no access index of its own.", port.name, group.id.View()));
-                group.access[static_cast<std::size_t>(port.index)] = &port;
-            }
-            VELTO_CHECK_STATE(group.record->portCount == group.access.size());
-            group.isFinal = true;
-            return {};
-        });
+            if (port.wildcard)
+                continue;
+            const bool isFree =
+                port.index >= 0 && port.index < elements && !group.access[static_cast<std::size_t>(port.index)];
+            if (!isFree)
+                return MakeError(error::kIllegalState,
+                    fmt::format("The port {} of {} has no access index of its own.", port.name, group.id.View()));
+            group.access[static_cast<std::size_t>(port.index)] = &port;
+        }
+        VELTO_CHECK_STATE(group.record->portCount == group.access.size());
+        group.isFinal = true;
+        return {};
+    });
 }
 
 // The optimizer of all groups that have a table.
@@ -183,16 +177,14 @@ Result Optimize(const HostGroup& group, const OptimizeRequest& request, Optimiza
 const MicroNodeGroupInterface& GroupService()
 {
     static constexpr MicroNodeGroupInterface service{
-        .Alloc = {+[](MicroNodeGroup** group) -> Result
-            {
-                *group = NewObject<HostGroup>();
-                return *group ? Result() : OutOfMemory();
-            }},
-        .SetId = {+[](MicroNodeGroup* group, const Id& id) -> Result
-            {
-                Host(group).id = id;
-                return {};
-            }},
+        .Alloc = {+[](MicroNodeGroup** group) -> Result {
+            *group = NewObject<HostGroup>();
+            return *group ? Result() : OutOfMemory();
+        }},
+        .SetId = {+[](MicroNodeGroup* group, const Id& id) -> Result {
+            Host(group).id = id;
+            return {};
+        }},
         .PrivateCreatePort = {&CreatePort},
         .PrivateGetMicroNode = {&PrivateGetMicroNode},
         .AddMicroNode = {&AddMicroNode},
@@ -204,11 +196,10 @@ const MicroNodeGroupInterface& GroupService()
 const MicroNodeInterface& MicroNodeService()
 {
     static constexpr MicroNodeInterface service{
-        .GetImplementation = {+[](PortMicroNode* node, MicroNode** implementation) -> Result
-            {
-                *implementation = node;
-                return {};
-            }},
+        .GetImplementation = {+[](PortMicroNode* node, MicroNode** implementation) -> Result {
+            *implementation = node;
+            return {};
+        }},
         .PrivateDescribePortAccess = {&DescribePortAccess},
         .PrivateExportPortAccess = {&ExportPortAccess},
     };
@@ -218,11 +209,10 @@ const MicroNodeInterface& MicroNodeService()
 const CoreNodeInstanceBaseInterface& CoreNodeInstanceService()
 {
     static constexpr CoreNodeInstanceBaseInterface service{
-        .InitFactory = {+[](MicroNodeGroup* group, Bool hasSideEffect) -> Result
-            {
-                Host(group).hasSideEffect = hasSideEffect;
-                return {};
-            }},
+        .InitFactory = {+[](MicroNodeGroup* group, Bool hasSideEffect) -> Result {
+            Host(group).hasSideEffect = hasSideEffect;
+            return {};
+        }},
     };
     return service;
 }
@@ -230,20 +220,16 @@ const CoreNodeInstanceBaseInterface& CoreNodeInstanceService()
 const CoreNodesLibInterface& CoreNodesLibService()
 {
     static constexpr CoreNodesLibInterface service{
-        .SetOptimizer = {+[](MicroNodeGroup* group, Optimizer optimizer) -> Result
-            {
-                Host(group).optimizer = optimizer;
+        .SetOptimizer = {+[](MicroNodeGroup* group, Optimizer optimizer) -> Result {
+            Host(group).optimizer = optimizer;
+            return {};
+        }},
+        .CreateOptimizer = {+[](MicroNodeGroup* group, const Int32* rows, Int32 rowCount) {
+            return Guarded([&]() -> Result {
+                Host(group).optimizerRows.assign(rows, rows + 4 * rowCount);
                 return {};
-            }},
-        .CreateOptimizer = {+[](MicroNodeGroup* group, const Int32* rows, Int32 rowCount)
-                            {
-                                return Guarded(
-                                    [&]() -> Result
-                                    {
-                                        Host(group).optimizerRows.assign(rows, rows + 4 * rowCount);
-                                        return {};
-                                    });
-                            }},
+            });
+        }},
     };
     return service;
 }

@@ -68,8 +68,7 @@ using InvokePointer = decltype(FunctionInterface::invoke);
 void LinkBody(RunnableBody& body, const BodyPlan& plan, const UInt32* offsets, const Storage& setup,
     const Storage* frame, const ShadingContext* context, void* owner, InvokePointer invoke)
 {
-    const auto resolve = [&](Address address) -> std::byte*
-    {
+    const auto resolve = [&](Address address) -> std::byte* {
         switch (address.store)
         {
         case Store::Setup:
@@ -170,34 +169,32 @@ Instance::Instance(Setup& setup) : setup_(setup), storage_(setup.GetProgram().fr
 
 Result Instance::Create(Setup& setup, std::unique_ptr<Instance>& instance)
 {
-    return Guarded(
-        [&]() -> Result
-        {
-            const Program& program = setup.GetProgram();
-            std::unique_ptr<Instance> made(new Instance(setup));
-            VELTO_TRY(made->storage_.Construct());
-            made->bodies_ = std::vector<RunnableBody>(program.bodies.size());
+    return Guarded([&]() -> Result {
+        const Program& program = setup.GetProgram();
+        std::unique_ptr<Instance> made(new Instance(setup));
+        VELTO_TRY(made->storage_.Construct());
+        made->bodies_ = std::vector<RunnableBody>(program.bodies.size());
         made->primed_.resize(program.bodies.size());
-            for (std::size_t i = 0; i < program.bodies.size(); ++i)
-                LinkBody(made->bodies_[i], program.bodies[i], setup.offsets_.data(), setup.storage_, &made->storage_,
-                    i == 0 ? &made->context_ : nullptr, made.get(), &InvokeFunction);
-            for (const OutputPlan& output : program.outputs)
+        for (std::size_t i = 0; i < program.bodies.size(); ++i)
+            LinkBody(made->bodies_[i], program.bodies[i], setup.offsets_.data(), setup.storage_, &made->storage_,
+                i == 0 ? &made->context_ : nullptr, made.get(), &InvokeFunction);
+        for (const OutputPlan& output : program.outputs)
+        {
+            switch (output.value.store)
             {
-                switch (output.value.store)
-                {
-                case Store::Setup:
-                    made->outputs_.push_back(setup.storage_.At(output.value.offset));
-                    break;
-                case Store::Context:
-                    made->outputs_.push_back(&made->context_);
-                    break;
-                default:
-                    made->outputs_.push_back(made->storage_.At(output.value.offset));
-                }
+            case Store::Setup:
+                made->outputs_.push_back(setup.storage_.At(output.value.offset));
+                break;
+            case Store::Context:
+                made->outputs_.push_back(&made->context_);
+                break;
+            default:
+                made->outputs_.push_back(made->storage_.At(output.value.offset));
             }
-            instance = std::move(made);
-            return {};
-        });
+        }
+        instance = std::move(made);
+        return {};
+    });
 }
 
 Result Instance::Evaluate()
@@ -252,12 +249,17 @@ Result Instance::RunFunction(UInt32 index, void* value, const ShadingContext* co
 }
 
 // What nodes make of the first sample that they see must not depend on which sample a thread happens to see first.
-void Instance::PrimeFunction(UInt32 index)
+// What all samples of a picture share is as in the one that is asked for.
+void Instance::PrimeFunction(UInt32 index, const ShadingContext& asked)
 {
     primed_[index] = true;
     const OutputSilence silence;
     ShadingContext context;
     context.uvwValid = true;
+    context.time = asked.time;
+    context.frameRate = asked.frameRate;
+    context.searchPaths = asked.searchPaths;
+    context.renderMessages = asked.renderMessages;
     RunBody(bodies_[index], &context).Ignore();
 }
 
@@ -295,17 +297,15 @@ Setup::~Setup() = default;
 
 Result Setup::Create(std::shared_ptr<const Program> program, std::unique_ptr<Setup>& setup)
 {
-    return Guarded(
-        [&]() -> Result
-        {
-            std::unique_ptr<Setup> made(new Setup(std::move(program)));
-            VELTO_TRY(made->storage_.Construct());
-            LinkBody(made->body_, made->program_->setupBody, made->offsets_.data(), made->storage_, nullptr, nullptr,
-                made.get(), &InvokeFunction);
-            made->errors_.resize(made->body_.calls.size());
-            setup = std::move(made);
-            return {};
-        });
+    return Guarded([&]() -> Result {
+        std::unique_ptr<Setup> made(new Setup(std::move(program)));
+        VELTO_TRY(made->storage_.Construct());
+        LinkBody(made->body_, made->program_->setupBody, made->offsets_.data(), made->storage_, nullptr, nullptr,
+            made.get(), &InvokeFunction);
+        made->errors_.resize(made->body_.calls.size());
+        setup = std::move(made);
+        return {};
+    });
 }
 
 Result Setup::Run()
@@ -403,15 +403,13 @@ Result Setup::InvokePooled(UInt32 body, void* value, const ShadingContext* conte
     {
         std::unique_ptr<Instance> made;
         VELTO_TRY(Instance::Create(*this, made));
-        VELTO_TRY(Guarded(
-            [&]() -> Result
-            {
-                const std::lock_guard lock(poolMutex_);
-                instance = made.get();
-                idle_.reserve(pool_.size() + 1);
-                pool_.push_back(std::move(made));
-                return {};
-            }));
+        VELTO_TRY(Guarded([&]() -> Result {
+            const std::lock_guard lock(poolMutex_);
+            instance = made.get();
+            idle_.reserve(pool_.size() + 1);
+            pool_.push_back(std::move(made));
+            return {};
+        }));
     }
     // The first free frame of a setup stays with the thread; one that is taken while that is busy goes back.
     const bool keeps = isMine || mine.serial != serial_;
@@ -419,7 +417,7 @@ Result Setup::InvokePooled(UInt32 body, void* value, const ShadingContext* conte
         mine = {serial_, instance, true};
     instance->owner_ = &threadMark;
     if (program_->hasState && !instance->primed_[body]) [[unlikely]]
-        instance->PrimeFunction(body);
+        instance->PrimeFunction(body, *context);
     Result ran = instance->RunFunction(body, value, context);
     if (keeps)
         mine.isBusy = false;

@@ -96,7 +96,7 @@ private:
 
     Result RunBody(RunnableBody& body, const ShadingContext* context);
     Result RunFunction(UInt32 body, void* value, const ShadingContext* context);
-    void PrimeFunction(UInt32 body);
+    void PrimeFunction(UInt32 body, const ShadingContext& asked);
     static Result InvokeFunction(
         const FunctionInterface* self, void* value, const ShadingContext* context, Data* cache);
 
@@ -107,7 +107,7 @@ private:
     std::vector<const void*> outputs_;
     EvaluationCounts* counts_ = nullptr;
     bool areSamplesIndependent_ = false;
-    std::vector<bool> primed_; // by body
+    std::vector<bool> primed_;    // by body
     const char* owner_ = nullptr; // the thread that runs it, by the address of a thread's own variable
 };
 

@@ -123,19 +123,16 @@ class Listener
 public:
     Listener()
     {
-        SetOutputHandler(
-            [this](OutputChannel channel, LogTarget, std::string_view line)
-            {
-                Json& list = channel == OutputChannel::Log ? log : channel == OutputChannel::Message ? messages : stops;
-                list.Append(Json(line));
-            });
+        SetOutputHandler([this](OutputChannel channel, LogTarget, std::string_view line) {
+            Json& list = channel == OutputChannel::Log ? log : channel == OutputChannel::Message ? messages : stops;
+            list.Append(Json(line));
+        });
     }
     ~Listener() { SetOutputHandler({}); }
 
     void MoveTo(Json& result)
     {
-        const auto move = [&result](const char* name, Json& list)
-        {
+        const auto move = [&result](const char* name, Json& list) {
             if (!list.Elements().empty())
                 result.Add(name, std::exchange(list, Json::Array()));
         };
@@ -233,7 +230,7 @@ bool EvaluateSamples(
             graph.setup->RunAgainIfFailed().Ignore();
         instance->Context() = samples[i].context;
         instance->Context().searchPaths = graph.searchPaths.get();
-        instance->Context().renderMessages = RenderMessageSink();
+        instance->Context().renderMessages = graph.messages.get();
         if (ran.IsOk())
             ran = instance->Evaluate();
 

@@ -14,16 +14,13 @@ std::vector<const ConfigurationEntry*>& Configuration()
 const ConfigurationInterface& ConfigurationService()
 {
     static constexpr ConfigurationInterface service{
-        .ConfigurationRegister = {+[](const ConfigurationEntry* entry)
-                                  {
-                                      return Guarded(
-                                          [&]() -> Result
-                                          {
-                                              VELTO_CHECK_ARGUMENT(entry && entry->name && entry->value);
-                                              Configuration().push_back(entry);
-                                              return {};
-                                          });
-                                  }},
+        .ConfigurationRegister = {+[](const ConfigurationEntry* entry) {
+            return Guarded([&]() -> Result {
+                VELTO_CHECK_ARGUMENT(entry && entry->name && entry->value);
+                Configuration().push_back(entry);
+                return {};
+            });
+        }},
     };
     return service;
 }

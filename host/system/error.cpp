@@ -38,8 +38,7 @@ ErrorObject* CreateError(const char* kind, UInt kindLength, const char* message,
     auto* const error = ::new (memory) ErrorObject;
     error->destroy = [](Object* self) { Bound<SystemInterface>().Free(static_cast<ErrorObject*>(self)); };
     char* text = reinterpret_cast<char*>(error + 1);
-    const auto append = [&text](const char* from, UInt length)
-    {
+    const auto append = [&text](const char* from, UInt length) {
         std::memcpy(text, from, length);
         text += length;
     };

@@ -13,12 +13,10 @@ void EnqueueAndWait(const JobGroup* group)
 {
     // Isolated: a worker that waits here takes up jobs of this group alone, so that a node that bakes inside a sample
     // is never interrupted by another sample.
-    tbb::this_task_arena::isolate(
-        [group]
-        {
-            tbb::parallel_for(
-                Int32(0), group->jobs, [group](Int32 job) { group->run(group->user, job); }, tbb::simple_partitioner());
-        });
+    tbb::this_task_arena::isolate([group] {
+        tbb::parallel_for(
+            Int32(0), group->jobs, [group](Int32 job) { group->run(group->user, job); }, tbb::simple_partitioner());
+    });
 }
 
 } // namespace

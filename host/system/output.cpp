@@ -17,8 +17,7 @@ thread_local int silences = 0;
 
 spdlog::logger& Stderr()
 {
-    static const std::shared_ptr<spdlog::logger> logger = []
-    {
+    static const std::shared_ptr<spdlog::logger> logger = [] {
         auto made = std::make_shared<spdlog::logger>("velto", std::make_shared<spdlog::sinks::stderr_sink_st>());
         made->set_pattern("%v");
         return made;
@@ -51,7 +50,7 @@ void SetOutputHandler(OutputHandler handler)
 
 void WriteOutput(OutputChannel channel, LogTarget target, std::string_view line)
 {
-    if (silences > 0)
+    if (silences > 0 && channel != OutputChannel::Message)
         return;
     try
     {

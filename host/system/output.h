@@ -24,7 +24,7 @@ void SetOutputHandler(OutputHandler handler);
 
 void WriteOutput(OutputChannel channel, LogTarget target, std::string_view line);
 
-// While it lives, what this thread says is dropped.
+// While it lives, what this thread says is dropped, but for render messages, which are said once in any case.
 class OutputSilence
 {
 public:

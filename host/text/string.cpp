@@ -68,17 +68,15 @@ bool IsUtf8(std::string_view text)
 
 Result Create(const char* bytes, UInt count, StringObject** string)
 {
-    return Guarded(
-        [&]() -> Result
-        {
-            if (!IsUtf8({bytes, count}))
-                return MakeError(error::kIllegalArgument, "The bytes are not UTF-8.");
-            HostString* const made = NewObject<HostString>(std::string(bytes, count));
-            if (!made)
-                return OutOfMemory();
-            *string = made;
-            return {};
-        });
+    return Guarded([&]() -> Result {
+        if (!IsUtf8({bytes, count}))
+            return MakeError(error::kIllegalArgument, "The bytes are not UTF-8.");
+        HostString* const made = NewObject<HostString>(std::string(bytes, count));
+        if (!made)
+            return OutOfMemory();
+        *string = made;
+        return {};
+    });
 }
 
 const char* GetBytes(const StringObject* string, UInt* count)
@@ -112,23 +110,21 @@ Result Store(StringObject** string, std::string changed)
 
 Result Append(StringObject** string, const StringObject* tail)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        const std::string_view head = View(*string);
+        const std::string_view more = View(tail);
+        auto* const held = static_cast<HostString*>(*string);
+        if (held && held->references.load(std::memory_order_acquire) == 1 && held != tail)
         {
-            const std::string_view head = View(*string);
-            const std::string_view more = View(tail);
-            auto* const held = static_cast<HostString*>(*string);
-            if (held && held->references.load(std::memory_order_acquire) == 1 && held != tail)
-            {
-                held->bytes.append(more);
-                held->length += GetLength(tail);
-                return {};
-            }
-            std::string joined;
-            joined.reserve(head.size() + more.size());
-            joined.append(head).append(more);
-            return Store(string, std::move(joined));
-        });
+            held->bytes.append(more);
+            held->length += GetLength(tail);
+            return {};
+        }
+        std::string joined;
+        joined.reserve(head.size() + more.size());
+        joined.append(head).append(more);
+        return Store(string, std::move(joined));
+    });
 }
 
 StringObject* GetPart(const StringObject* string, Int start, Int partEnd)
@@ -187,25 +183,23 @@ StringObject* MapCharacters(const StringObject* string, utf8proc_int32_t (*map)(
 
 Result Replace(StringObject** string, const StringObject* search, const StringObject* replacement)
 {
-    return Guarded(
-        [&]() -> Result
+    return Guarded([&]() -> Result {
+        const std::string_view text = View(*string);
+        const std::string_view what = View(search);
+        const std::string_view with = View(replacement);
+        std::size_t found = what.empty() ? text.npos : text.find(what);
+        if (found == text.npos)
+            return {};
+        std::string changed;
+        std::size_t from = 0;
+        for (; found != text.npos; found = text.find(what, from))
         {
-            const std::string_view text = View(*string);
-            const std::string_view what = View(search);
-            const std::string_view with = View(replacement);
-            std::size_t found = what.empty() ? text.npos : text.find(what);
-            if (found == text.npos)
-                return {};
-            std::string changed;
-            std::size_t from = 0;
-            for (; found != text.npos; found = text.find(what, from))
-            {
-                changed.append(text, from, found - from).append(with);
-                from = found + what.size();
-            }
-            changed.append(text, from);
-            return Store(string, std::move(changed));
-        });
+            changed.append(text, from, found - from).append(with);
+            from = found + what.size();
+        }
+        changed.append(text, from);
+        return Store(string, std::move(changed));
+    });
 }
 
 StringObject* GetEmpty()

@@ -16,7 +16,7 @@ struct HostUrl : UrlObject
     std::string path;
 };
 
-std::string& ResourceDirectory()
+std::string& TheResourceDirectory()
 {
     static std::string directory;
     return directory;
@@ -38,28 +38,24 @@ Result Give(std::string path, UrlObject** url)
 
 Result GetApplicationUrl(Int32 kind, UrlObject** url)
 {
-    return Guarded(
-        [&]() -> Result
-        {
-            if (kind != static_cast<Int32>(UrlKind::Resource))
-                return MakeError(error::kUnresolved, "There is no application URL of this kind.");
-            return Give(ResourceDirectory(), url);
-        });
+    return Guarded([&]() -> Result {
+        if (kind != static_cast<Int32>(UrlKind::Resource))
+            return MakeError(error::kUnresolved, "There is no application URL of this kind.");
+        return Give(TheResourceDirectory(), url);
+    });
 }
 
 Result Append(UrlObject** url, const char* component, UInt length)
 {
-    return Guarded(
-        [&]() -> Result
-        {
-            std::string path(View(*url));
-            if (!path.empty() && !path.ends_with('/'))
-                path += '/';
-            UrlObject* made = nullptr;
-            VELTO_TRY(Give(path.append(component, length), &made));
-            Url::Adopt(std::exchange(*url, made)) = {};
-            return {};
-        });
+    return Guarded([&]() -> Result {
+        std::string path(View(*url));
+        if (!path.empty() && !path.ends_with('/'))
+            path += '/';
+        UrlObject* made = nullptr;
+        VELTO_TRY(Give(path.append(component, length), &made));
+        Url::Adopt(std::exchange(*url, made)) = {};
+        return {};
+    });
 }
 
 } // namespace
@@ -71,30 +67,34 @@ Result MakeUrl(std::string_view path, Url& url)
 
 void SetResourceDirectory(const std::filesystem::path& directory)
 {
-    ResourceDirectory() = directory.string();
+    TheResourceDirectory() = std::filesystem::absolute(directory).string();
+}
+
+std::filesystem::path ResourceDirectory()
+{
+    return TheResourceDirectory();
 }
 
 const UrlInterface& UrlService()
 {
     static constexpr UrlInterface service{
         .GetApplicationUrl = {&GetApplicationUrl},
-        .Create = {+[](const char* path, UInt length, UrlObject** url)
-                   { return Guarded([&] { return Give(std::string(path, length), url); }); }},
-        .GetPath = {+[](const UrlObject* url, UInt* length)
-                    {
-                        const std::string_view view = View(url);
-                        *length = view.size();
-                        return url ? view.data() : "";
-                    }},
+        .Create = {+[](const char* path, UInt length, UrlObject** url) {
+            return Guarded([&] { return Give(std::string(path, length), url); });
+        }},
+        .GetPath = {+[](const UrlObject* url, UInt* length) {
+            const std::string_view view = View(url);
+            *length = view.size();
+            return url ? view.data() : "";
+        }},
         .Append = {&Append},
         .GetDirectory = {+[](const UrlObject* url, UrlObject** directory) {
             return Guarded([&] { return Give(std::filesystem::path(View(url)).parent_path().string(), directory); });
         }},
-        .Exists = {+[](const UrlObject* url) -> Bool
-            {
-                std::error_code ignored;
-                return std::filesystem::exists(std::filesystem::path(View(url)), ignored);
-            }},
+        .Exists = {+[](const UrlObject* url) -> Bool {
+            std::error_code ignored;
+            return std::filesystem::exists(std::filesystem::path(View(url)), ignored);
+        }},
     };
     return service;
 }

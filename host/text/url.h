@@ -12,6 +12,7 @@ Result MakeUrl(std::string_view path, Url& url);
 
 // The directory above all resource directories, which modules ask for. Set before a module is loaded.
 void SetResourceDirectory(const std::filesystem::path& directory);
+std::filesystem::path ResourceDirectory();
 
 const UrlInterface& UrlService();
 

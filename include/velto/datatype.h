@@ -52,8 +52,7 @@ constexpr DataTypeOperations MakeDataTypeOperations()
     DataTypeOperations operations{sizeof(T), alignof(T)};
     operations.construct = [](void* value) { ::new (value) T{}; };
     if constexpr (requires(T & to, const T& from) { to.CopyFrom(from); })
-        operations.copy = [](void* to, const void* from) -> Result
-        {
+        operations.copy = [](void* to, const void* from) -> Result {
             T* const made = ::new (to) T{};
             Result copied = made->CopyFrom(*static_cast<const T*>(from));
             if (copied.IsError())
@@ -61,16 +60,16 @@ constexpr DataTypeOperations MakeDataTypeOperations()
             return copied;
         };
     else if constexpr (!std::is_trivially_copyable_v<T>)
-        operations.copy = [](void* to, const void* from) -> Result
-        {
+        operations.copy = [](void* to, const void* from) -> Result {
             ::new (to) T(*static_cast<const T*>(from));
             return {};
         };
     if constexpr (!std::is_trivially_destructible_v<T>)
         operations.destroy = [](void* value) { static_cast<T*>(value)->~T(); };
     if constexpr (requires(const T& x) { static_cast<bool>(x == x); })
-        operations.equal = [](const void* a, const void* b) -> Bool
-        { return *static_cast<const T*>(a) == *static_cast<const T*>(b); };
+        operations.equal = [](const void* a, const void* b) -> Bool {
+            return *static_cast<const T*>(a) == *static_cast<const T*>(b);
+        };
     return operations;
 }
 

@@ -21,8 +21,8 @@ struct DescriptionDefinitionDatabaseInterface
 
     // [one thread; loading] Makes a directory of descriptions known under `database`. It need not exist.
     VELTO_METHOD(RegisterDatabaseWithUrl, Result(const Id& database, const UrlObject* url));
-    // [one thread; loading] The ids of all descriptions of `database` for a language; a database that nobody registered is
-    // unresolved.
+    // [one thread; loading] The ids of all descriptions of `database` for a language; a database that nobody registered
+    // is unresolved.
     VELTO_METHOD(GetRegisteredDescriptions, Result(const Id& database, const Id& language, BaseArray<Id>* ids));
 };
 
@@ -32,8 +32,8 @@ struct DescriptionDatabaseInterface
     static constexpr Id kFramework{"net.velto.core.framework"};
 
     // [one thread; loading] Reads a description; the caller owns the reference. An error names what is wrong with it.
-    VELTO_METHOD(LoadDescription,
-        Result(const Id& database, const Id& language, const Id& id, DescriptionObject** description));
+    VELTO_METHOD(
+        LoadDescription, Result(const Id& database, const Id& language, const Id& id, DescriptionObject** description));
     // [any thread] The dictionary of the description's head; the caller owns the reference.
     VELTO_METHOD(GetDictionary, Result(const DescriptionObject* description, DictionaryObject** dictionary));
 };

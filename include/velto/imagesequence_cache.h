@@ -18,8 +18,7 @@ inline Result SequenceName(const Url& directory, std::string_view prefix, std::s
 {
     BaseArray<char> name;
     VELTO_TRY(name.EnsureCapacity(static_cast<Int>(prefix.size() + zeros + number.size() + suffix.size())));
-    const auto append = [&name](std::string_view text)
-    {
+    const auto append = [&name](std::string_view text) {
         for (const char c : text)
             name.Append(c).Ignore(); // there is room
     };

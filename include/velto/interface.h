@@ -180,8 +180,7 @@ constexpr auto MakeMethodNames(std::index_sequence<I...>)
     constexpr std::size_t size = ((SlotAt<Interface, I>::kName.size() + 18) + ... + 0);
     std::array<char, size> block = {};
     char* out = block.data();
-    const auto append = [&out](std::string_view name, UInt hash)
-    {
+    const auto append = [&out](std::string_view name, UInt hash) {
         for (const char c : name)
             *out++ = c;
         *out++ = '@';

@@ -9,10 +9,10 @@ namespace velto
 // One parameter that stands for five ports, behind a node's own inputs.
 struct Mask
 {
-    static constexpr std::array<PortSpec, 5> kPorts = []
-    {
-        const auto port = [](std::string_view name, Result (*type)(const DataType*&))
-        { return PortSpec{.name = name, .input = true, .rank = PortRank::Shared, .type = type}; };
+    static constexpr std::array<PortSpec, 5> kPorts = [] {
+        const auto port = [](std::string_view name, Result (*type)(const DataType*&)) {
+            return PortSpec{.name = name, .input = true, .rank = PortRank::Shared, .type = type};
+        };
         return std::array<PortSpec, 5>{port("maskblend", &GetDataType<Float>), port("maskred", &GetDataType<Bool>),
             port("maskgreen", &GetDataType<Bool>), port("maskblue", &GetDataType<Bool>),
             port("maskalpha", &GetDataType<Bool>)};

@@ -3,6 +3,7 @@
 
 #include "velto/corenodes.h"
 #include "velto/descriptions.h"
+#include "velto/graph.h"
 #include "velto/imagepixelblend.h"
 #include "velto/jobqueue.h"
 #include "velto/logger.h"
@@ -23,6 +24,7 @@ using CoreNodesFramework = Framework<"net.velto.corenodes.framework", MicroNodeG
     CoreNodeInstanceBaseInterface, CoreNodesLibInterface>;
 using ImageFramework = Framework<"net.velto.image.framework", ImagePixelBlendInterface>;
 using MathFramework = Framework<"net.velto.math.framework", SplineMapperInterface>;
+using NodesFramework = Framework<"net.velto.nodes.framework", NodeGraphInterface, NodesLibInterface, NodePathInterface>;
 using RenderFramework = Framework<"net.velto.render.framework", TextureManagementInterface, TextureInterface,
     ThreadedTextureInterface, RenderMessageInterface, NoiseInterface>;
 

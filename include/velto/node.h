@@ -330,15 +330,13 @@ struct NodeOf<F, Kind>
         UInt32 word;
     };
 
-    static constexpr std::array<Place, kParameters> kPlaces = []
-    {
+    static constexpr std::array<Place, kParameters> kPlaces = [] {
         std::array<Place, kParameters> places{};
         std::size_t i = 0;
         Int index = 0;
         UInt32 rangeWord = 0;
         UInt32 argumentWord = kVariadics * 2;
-        [[maybe_unused]] const auto place = [&](bool variadic, bool argument, UInt32 ports)
-        {
+        [[maybe_unused]] const auto place = [&](bool variadic, bool argument, UInt32 ports) {
             places[i++] = {index, argument ? argumentWord : rangeWord};
             index += ports;
             rangeWord += variadic ? 2 : 0;
@@ -348,12 +346,10 @@ struct NodeOf<F, Kind>
         return places;
     }();
 
-    static constexpr std::array<PortSpec, kFixed + kVariadics> kPorts = []
-    {
+    static constexpr std::array<PortSpec, kFixed + kVariadics> kPorts = [] {
         std::array<PortSpec, kFixed + kVariadics> ports{};
         std::size_t i = 0;
-        [[maybe_unused]] const auto add = [&](const auto& specs, bool wanted)
-        {
+        [[maybe_unused]] const auto add = [&](const auto& specs, bool wanted) {
             for (const PortSpec& spec : specs)
             {
                 if (wanted)
@@ -367,13 +363,11 @@ struct NodeOf<F, Kind>
         return ports;
     }();
 
-    static constexpr std::array<ArgumentSpec, kArguments> kArgumentSpecs = []
-    {
+    static constexpr std::array<ArgumentSpec, kArguments> kArgumentSpecs = [] {
         std::array<ArgumentSpec, kArguments> specs{};
         std::size_t parameter = 0;
         std::size_t i = 0;
-        [[maybe_unused]] const auto add = [&]<class Q>(const Q*)
-        {
+        [[maybe_unused]] const auto add = [&]<class Q>(const Q*) {
             if constexpr (kIsArgumentParameter<Q>)
                 specs[i++] = {Q::kName, Q::kDefault, kPlaces[parameter].word};
             ++parameter;
@@ -408,7 +402,8 @@ struct NodeOf<F, Kind>
         return {};
     }
 
-    static void Compute(Result* out, const MicroNode* record, const Binding* binding)
+    // Flattened: the node's function works on the slots themselves, its parameters cost nothing.
+    [[gnu::flatten]] static void Compute(Result* out, const MicroNode* record, const Binding* binding)
     {
         constexpr auto parameters = std::make_index_sequence<kParameters>();
         if constexpr (Kind == MicroNodeKind::Sample)
@@ -450,8 +445,7 @@ inline Result ElementName(const PortSpec& port, const Id* element, Int number, B
         element ? element->View() : std::string_view(digits, static_cast<std::size_t>(length));
     name.Clear();
     VELTO_TRY(name.EnsureCapacity(static_cast<Int>(port.name.size() + tail.size() + 2)));
-    const auto append = [&name](std::string_view text)
-    {
+    const auto append = [&name](std::string_view text) {
         for (const char c : text)
             name.Append(c).Ignore(); // there is room
     };
@@ -535,8 +529,7 @@ inline Result CreatePort(MicroNodeGroup* group, const PortSpec& port, UInt key, 
 inline Result CreateFixedPorts(const NodeTable& table, const CoreNodeOptions& options, MicroNodeGroup* group)
 {
     const UInt32 fixed = table.portCount - table.variadicCount;
-    const auto create = [&](UInt32 i)
-    {
+    const auto create = [&](UInt32 i) {
         const PortSpec& port = table.ports[i];
         return CreatePort(group, port, PortKey(port.name, port.input), port.name.data());
     };

@@ -55,6 +55,7 @@ public:
     }
 
     constexpr T* Get() const { return object_; }
+    constexpr T* GetPointer() const { return object_; }
     constexpr T* operator->() const { return object_; }
     constexpr T& operator*() const { return *object_; }
     constexpr explicit operator bool() const { return object_ != nullptr; }

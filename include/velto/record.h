@@ -226,8 +226,9 @@ private:
         record.shadow = reinterpret_cast<void (*const*)()>(&kUnboundSlots<Interface>);
         record.methodNames = kMethodNames<Interface>.data();
         record.methodCount = kSlotCount<Interface>;
-        record.binder = [](InterfaceBindingRecord* self, void (*const* functions)())
-        { std::memcpy(self->slots, functions, self->methodCount * sizeof(*functions)); };
+        record.binder = [](InterfaceBindingRecord* self, void (*const* functions)()) {
+            std::memcpy(self->slots, functions, self->methodCount * sizeof(*functions));
+        };
         record.framework = &module_;
         unit_.Add(record);
     }
@@ -328,9 +329,8 @@ struct DataTypeDeclaration : DeclarationRecord
 {
     explicit DataTypeDeclaration(TranslationUnitRecord& unit)
     {
-        ConstructPublished(unit, DataTypeTraits<T>::kId, 0, registry::kDataTypes,
-            [](DeclarationRecord*, Data* value, Id*) -> Result
-            {
+        ConstructPublished(
+            unit, DataTypeTraits<T>::kId, 0, registry::kDataTypes, [](DeclarationRecord*, Data* value, Id*) -> Result {
                 const DataType* type = nullptr;
                 VELTO_TRY(GetDataType<T>(type));
                 return value->Set(Ref<const DataType>::Share(type));

@@ -79,7 +79,8 @@ Result NullptrError(SourceLocation where = SourceLocation::Current());
     {                                                                                                                  \
         if (::velto::Result veltoTried = (__VA_ARGS__); veltoTried.IsError())                                          \
             return veltoTried;                                                                                         \
-    } while (false)
+    }                                                                                                                  \
+    while (false)
 
 // A failed condition becomes an error that names the condition as written.
 #define VELTO_CHECK_STATE(condition)                                                                                   \
@@ -88,7 +89,8 @@ Result NullptrError(SourceLocation where = SourceLocation::Current());
         if (!(condition)) [[unlikely]]                                                                                 \
             return ::velto::MakeLocatedError(                                                                          \
                 ::velto::error::kIllegalState, "Illegal state: Condition " #condition " not fulfilled. ");             \
-    } while (false)
+    }                                                                                                                  \
+    while (false)
 
 #define VELTO_CHECK_ARGUMENT(condition)                                                                                \
     do                                                                                                                 \
@@ -96,4 +98,5 @@ Result NullptrError(SourceLocation where = SourceLocation::Current());
         if (!(condition)) [[unlikely]]                                                                                 \
             return ::velto::MakeLocatedError(                                                                          \
                 ::velto::error::kIllegalArgument, "Illegal argument: Condition " #condition " not fulfilled. ");       \
-    } while (false)
+    }                                                                                                                  \
+    while (false)

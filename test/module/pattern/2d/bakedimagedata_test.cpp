@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <utility>
 
 namespace velto::pattern::twod
 {
@@ -12,143 +12,115 @@ namespace velto::pattern::twod
 namespace
 {
 
-// An upstream of a test's own.
+// Yields the coordinate as a colour, up to a u from which on it fails.
 struct Upstream : FunctionInterface
 {
-    ColorA (*color)(const Vector& uvw);
     Float failsFromU = 2.0;
-    const SearchPathsType* searchPaths = nullptr;
+    SearchPathsType searchPaths;
     std::atomic<bool> isContextFresh = true;
 
-    explicit Upstream(ColorA (*function)(const Vector&)) : color(function)
+    Upstream()
     {
         invoke = [](const FunctionInterface* self, void* value, const ShadingContext* context, Data*) {
             auto& upstream = const_cast<Upstream&>(*static_cast<const Upstream*>(self));
-            const ColorA start = *static_cast<ColorA*>(value);
+            auto& color = *static_cast<ColorA*>(value);
             ShadingContext expected;
             expected.uvwValid = true;
-            expected.searchPaths = upstream.searchPaths;
+            expected.searchPaths = &upstream.searchPaths;
             MoveTo(expected, context->uvw);
-            if (start != kOpaqueBlack || std::memcmp(&expected, context, sizeof(expected)) != 0)
+            if (color != kOpaqueBlack || std::memcmp(&expected, context, sizeof(expected)) != 0)
                 upstream.isContextFresh = false;
             if (context->uvw.x >= upstream.failsFromU)
                 return NullptrError();
-            *static_cast<ColorA*>(value) = upstream.color(context->uvw);
+            color = {context->uvw.x, context->uvw.y, context->uvw.z, 0.0};
             return Result();
         };
     }
-    ColorAFunction Function() { return {Ref<const FunctionInterface>::Share(this)}; }
+
+    Result Bake(BakedImageData& image, UInt32 width, UInt32 height)
+    {
+        const ColorAFunction function{Ref<const FunctionInterface>::Share(this)};
+        return PrecomputePortData(searchPaths, function, image, width, height);
+    }
+    BakedImageData Baked(UInt32 width, UInt32 height)
+    {
+        BakedImageData image;
+        EXPECT_TRUE(Bake(image, width, height).IsOk());
+        return image;
+    }
 };
-
-ColorA Coordinates(const Vector& uvw)
-{
-    return {uvw.x, uvw.y, uvw.z, 1.0};
-}
-
-ColorA White(const Vector&)
-{
-    return {1.0, 1.0, 1.0, 1.0};
-}
-
-BakedImageData Baked(Upstream& upstream, UInt32 width, UInt32 height)
-{
-    BakedImageData image;
-    EXPECT_TRUE(PrecomputePortData({}, upstream.Function(), image, width, height).IsOk());
-    return image;
-}
 
 TEST(PrecomputePortData, SamplesPixelCentresUnderAFreshContext)
 {
-    Upstream upstream(&Coordinates);
-    SearchPathsType searchPaths;
-    upstream.searchPaths = &searchPaths;
-    BakedImageData image;
-    ASSERT_TRUE(PrecomputePortData(searchPaths, upstream.Function(), image, 37, 50).IsOk());
+    Upstream upstream;
+    const BakedImageData image = upstream.Baked(37, 50);
     EXPECT_TRUE(upstream.isContextFresh);
-    EXPECT_TRUE(image.IsUsable());
     EXPECT_EQ(image.pixels.Capacity(), 37 * 50);
     for (Int y = 0; y < 50; ++y)
     {
         for (Int x = 0; x < 37; ++x)
-        {
-            const ColorA expected{Float(x) / 37 + 1.0 / 37 * 0.5, Float(y) / 50 + 1.0 / 50 * 0.5, 0.0, 1.0};
-            ASSERT_EQ(image.At(x, y), expected) << x << ", " << y;
-        }
+            ASSERT_EQ(image.At(x, y), (ColorA{x / 37.0 + 1.0 / 37 * 0.5, y / 50.0 + 1.0 / 50 * 0.5, 0.0, 0.0}));
     }
 }
 
 TEST(PrecomputePortData, AFailingSampleLeavesTheRestOfItsRow)
 {
-    Upstream upstream(&White);
+    Upstream upstream;
     upstream.failsFromU = 0.5;
-    BakedImageData image = Baked(upstream, 4, 2);
-    EXPECT_EQ(image.At(1, 1), White({}));
-    EXPECT_EQ(image.At(2, 1), kOpaqueBlack);
-    // The same pixels at another aspect keep what they were; those behind them are new.
+    BakedImageData image = upstream.Baked(4, 2);
     upstream.failsFromU = 0.0;
-    ASSERT_TRUE(PrecomputePortData({}, upstream.Function(), image, 3, 4).IsOk());
-    EXPECT_EQ(image.pixels.Count(), 12);
+    // The pixels stay where they were at another aspect, too; those behind them are new.
+    ASSERT_TRUE(upstream.Bake(image, 3, 4).IsOk());
+    ASSERT_EQ(image.pixels.Count(), 12);
     for (Int i = 0; i < 12; ++i)
-        EXPECT_EQ(image.pixels[i], i < 8 && i % 4 < 2 ? White({}) : kOpaqueBlack) << i;
-    // No function at all fails everywhere.
-    ASSERT_TRUE(PrecomputePortData({}, ColorAFunction(), image, 2, 2).IsOk());
-    EXPECT_EQ(image.At(0, 0), White({}));
+        EXPECT_EQ(image.pixels[i] != kOpaqueBlack, i < 8 && i % 4 < 2) << i;
+    ASSERT_TRUE(PrecomputePortData({}, ColorAFunction(), image, 2, 1).IsOk());
+    EXPECT_EQ(image.pixels[1], (ColorA{0.375, 0.25, 0.0, 0.0}));
     EXPECT_EQ(image.pixels.Capacity(), 12);
 }
 
 TEST(PrecomputePortData, RefusesWhatItCannotHold)
 {
     constexpr UInt32 kHuge = UInt32(1) << 31;
-    Upstream upstream(&White);
-    for (const auto& [width, height] : {std::pair{0u, kHuge}, {kHuge, 0u}, {0u, 0u}})
-        EXPECT_TRUE(Baked(upstream, width, height).pixels.IsEmpty());
+    Upstream upstream;
+    for (const auto& [width, height] : {std::pair{0u, kHuge}, {kHuge, 0u}})
+        EXPECT_TRUE(upstream.Baked(width, height).pixels.IsEmpty());
+    BakedImageData image = upstream.Baked(3, 3);
     // As 32-bit numbers, these products are 0 and 9.
-    for (const auto& [width, height] : {std::pair{kHuge, kHuge}, {1431655769u, 5u * 3u}})
+    for (const auto& [width, height] : {std::pair{kHuge, kHuge}, {858993461u, 5u}})
     {
-        BakedImageData image = Baked(upstream, 3, 3);
-        EXPECT_EQ(PrecomputePortData({}, upstream.Function(), image, width, height).Kind(), error::kOutOfMemory.View());
+        EXPECT_EQ(upstream.Bake(image, width, height).Kind(), error::kOutOfMemory.View());
         EXPECT_EQ(image.width, width);
         EXPECT_EQ(image.pixels.Count(), 9);
         EXPECT_FALSE(image.IsUsable());
     }
-    BakedImageData image = Baked(upstream, 3, 3);
     host::AllocationFault::FailAt(0);
-    EXPECT_EQ(PrecomputePortData({}, upstream.Function(), image, 4, 4).Kind(), error::kOutOfMemory.View());
+    EXPECT_TRUE(upstream.Bake(image, 4, 4).IsError());
     EXPECT_FALSE(image.IsUsable());
-    // The loop's own memory is not needed.
-    host::AllocationFault::FailAt(1);
-    EXPECT_TRUE(PrecomputePortData({}, upstream.Function(), image, 4, 4).IsOk());
+    host::AllocationFault::FailAt(1); // the loop's own, which it can do without
+    EXPECT_TRUE(upstream.Bake(image, 4, 4).IsOk());
     host::AllocationFault::Disarm();
-    EXPECT_EQ(image.At(3, 3), White({}));
+    EXPECT_EQ(image.At(3, 3).r, 0.875);
 }
 
-TEST(LookUp, NearestTakesThePixelThatThePlaceLiesIn)
+TEST(LookUp, TakesOrMixesPixelsAcrossTheEdges)
 {
-    Upstream upstream(&Coordinates);
-    const BakedImageData image = Baked(upstream, 4, 2);
-    EXPECT_EQ(LookUpNearest(image, 0.0f, 0.0f), image.At(0, 0));
+    Upstream upstream;
+    const BakedImageData image = upstream.Baked(4, 2);
     EXPECT_EQ(LookUpNearest(image, 0.2499999f, 0.4999999f), image.At(0, 0));
     EXPECT_EQ(LookUpNearest(image, 0.25f, 0.5f), image.At(1, 1));
     EXPECT_EQ(LookUpNearest(image, 0.9999999f, 0.9999999f), image.At(3, 1));
     EXPECT_EQ(LookUpNearest(image, 1.0f, 0.5f), kOpaqueBlack);
     EXPECT_EQ(LookUpNearest(image, 0.5f, 1.0f), kOpaqueBlack);
-    EXPECT_EQ(LookUpNearest(image, std::numeric_limits<Float32>::quiet_NaN(), 0.5f), kOpaqueBlack);
-}
+    EXPECT_EQ(LookUpNearest(image, std::nanf(""), 0.5f), kOpaqueBlack);
 
-TEST(LookUp, LinearMixesNeighboursAcrossTheEdges)
-{
-    Upstream upstream(&Coordinates);
-    const BakedImageData image = Baked(upstream, 4, 2);
     EXPECT_EQ(LookUpLinear(image, 0.375f, 0.25f), image.At(1, 0));
-    EXPECT_EQ(LookUpLinear(image, 0.5f, 0.5f), (ColorA{0.5, 0.5, 0.0, 1.0}));
-    EXPECT_EQ(LookUpLinear(image, 0.4375f, 0.25f), (ColorA{0.4375, 0.25, 0.0, 1.0}));
-    // Columns 0 and 3, rows 0 and 1, half and half; from both sides.
-    EXPECT_EQ(LookUpLinear(image, 0.0f, 0.0f), (ColorA{0.5, 0.5, 0.0, 1.0}));
-    EXPECT_EQ(LookUpLinear(image, 1.0f, 1.0f), (ColorA{0.5, 0.5, 0.0, 1.0}));
-    EXPECT_EQ(LookUpLinear(image, 0.96875f, 0.25f), (ColorA{0.875 - 0.75 * 0.375, 0.25, 0.0, 1.0}));
-    const BakedImageData one = Baked(upstream, 1, 1);
-    EXPECT_EQ(LookUpLinear(one, 0.9f, 0.1f), (ColorA{0.5, 0.5, 0.0, 1.0}));
-    EXPECT_TRUE(std::isnan(LookUpLinear(image, std::numeric_limits<Float32>::quiet_NaN(), 0.5f).r));
+    EXPECT_EQ(LookUpLinear(image, 0.4375f, 0.5f), (ColorA{0.4375, 0.5, 0.0, 0.0}));
+    for (const Float32 edge : {0.0f, 1.0f})
+        EXPECT_EQ(LookUpLinear(image, edge, edge), (ColorA{0.5, 0.5, 0.0, 0.0}));
+    EXPECT_EQ(LookUpLinear(image, 0.96875f, 0.25f), (ColorA{0.875 - 0.75 * 0.375, 0.25, 0.0, 0.0}));
+    EXPECT_EQ(LookUpLinear(upstream.Baked(1, 1), 0.9f, 0.1f), (ColorA{0.5, 0.5, 0.0, 0.0}));
+    EXPECT_TRUE(std::isnan(LookUpLinear(image, std::nanf(""), 0.5f).r));
 }
 
 } // namespace

@@ -131,23 +131,6 @@ TEST(BoxBlur, ColumnsEqualTheRowsOfTheTransposedRaster)
     }
 }
 
-TEST(BlurRaster, SpreadsAPointToTheVarianceOfTheRadius)
-{
-    constexpr Int32 kEdge = 101;
-    auto pixels = Raster(kEdge, [](Int i) { return i / 4 == kEdge * kEdge / 2 ? 1.0 : 0.0; });
-    ASSERT_TRUE(BlurRaster(pixels, kEdge, 0.06).IsOk());
-    Float total = 0.0;
-    Float variance = 0.0;
-    for (Int i = 0; i < pixels.Count(); ++i)
-    {
-        const Float dx = Float(i % kEdge - kEdge / 2);
-        total += pixels[i].g;
-        variance += pixels[i].g * dx * dx;
-    }
-    EXPECT_NEAR(total, 1.0, 1e-12);
-    EXPECT_NEAR(variance, Variance(BoxSizes(kEdge, 0.06)) / 12.0, 1e-9);
-}
-
 TEST(BlurRaster, LeavesTheRasterAloneWithoutRadiusOrMemory)
 {
     const auto source = Raster(20, [](Int i) { return Float(i); });

@@ -1,12 +1,12 @@
 #include "module/source/pattern/generator/random.h"
-#include "test/support/node_table.h"
+#include "test/support/eval.h"
 #include "velto/types.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
+#include <tuple>
 
 namespace velto::test
 {
@@ -14,35 +14,34 @@ namespace velto::test
 namespace
 {
 
-// Tiles of half a unit, color1 where both or none of u and v are above one half.
-constexpr std::string_view kTiles = R"({"type": "net.velto.pattern.corenode.generator.checkerboard",
-    "inputs": {"color1": [1, 2, 4, 0.5], "color2": [0, 0, 0, 0]}})";
 constexpr std::string_view kFullMask =
     R"("maskblend": 1, "maskred": true, "maskgreen": true, "maskblue": true, "maskalpha": true)";
+constexpr std::string_view kPartMask =
+    R"("maskblend": 0.5, "maskred": true, "maskgreen": false, "maskblue": false, "maskalpha": true)";
 
-// One filter over the tiles.
-std::string Filter(std::string_view type, std::string_view inputs)
+// A filter, with the pre node that fills its raster if inputs for one are given, over tiles of half a unit: (1, 2, 4,
+// 0.5) where both or none of u and v are above one half, else nothing.
+std::string Filter(std::string_view type, std::string_view inputs, std::string_view preInputs = "")
 {
-    return fmt::format(R"({{"version": 1, "nodes": {{"tiles": {}, "filter": {{
-        "type": "net.velto.pattern.corenode.2d.{}", "inputs": {{"color": {{"from": "tiles.result"}}, {}}}}}}},
+    const std::string id = fmt::format("net.velto.pattern.corenode.2d.{}", type);
+    std::string nodes = R"("tiles": {"type": "net.velto.pattern.corenode.generator.checkerboard",
+        "inputs": {"color1": [1, 2, 4, 0.5], "color2": [0, 0, 0, 0]}})";
+    std::string all = fmt::format(R"("color": {{"from": "tiles.result"}}, {})", inputs);
+    if (!preInputs.empty())
+    {
+        nodes += fmt::format(
+            R"(, "pre": {{"type": "{}pre", "inputs": {{"color": {{"from": "tiles.result"}}, {}}}}})", id, preInputs);
+        all += R"(, "imageData": {"from": "pre.imageData"})";
+    }
+    return fmt::format(R"({{"version": 1, "nodes": {{{}, "filter": {{"type": "{}", "inputs": {{{}}}}}}},
         "outputs": {{"result": "filter.result"}}}})",
-        kTiles, type, inputs);
+        nodes, id, all);
 }
 
-// The filter with the pre node that fills its raster.
-std::string BakedFilter(std::string_view type, std::string_view preInputs, std::string_view inputs)
-{
-    return fmt::format(R"({{"version": 1, "nodes": {{"tiles": {0}, "pre": {{
-        "type": "net.velto.pattern.corenode.2d.{1}pre", "inputs": {{"color": {{"from": "tiles.result"}}, {2}}}}},
-        "filter": {{"type": "net.velto.pattern.corenode.2d.{1}", "inputs": {{"color": {{"from": "tiles.result"}},
-        "imageData": {{"from": "pre.imageData"}}, {3}}}}}}}, "outputs": {{"result": "filter.result"}}}})",
-        kTiles, type, preInputs, inputs);
-}
-
-std::string At(Float u, Float v)
+std::string At(Float u, Float v, std::string_view more = "")
 {
     return fmt::format(
-        R"({{"uvw": [{0}, {1}, 0], "uvwPlusDeltaU": [{0}, {1}, 0], "uvwPlusDeltaV": [{0}, {1}, 0]}})", u, v);
+        R"([{{"uvw": [{0}, {1}, 0], "uvwPlusDeltaU": [{0}, {1}, 0], "uvwPlusDeltaV": [{0}, {1}, 0]{2}}}])", u, v, more);
 }
 
 void ExpectResult(const host::Json& results, std::string_view expected, std::size_t i = 0, double tolerance = 0.0)
@@ -50,155 +49,153 @@ void ExpectResult(const host::Json& results, std::string_view expected, std::siz
     EXPECT_TRUE(AreEqual(Parse(expected), Parse(Output(results, "result", i)), tolerance)) << "sample " << i;
 }
 
-// The tiles' colour 1 times `share`.
+// The tiles' colour times `share`.
 void ExpectShare(const host::Json& results, Float share, std::size_t i = 0, double tolerance = 0.0)
 {
     ExpectResult(results, fmt::format("[{}, {}, {}, {}]", share, share * 2, share * 4, share / 2), i, tolerance);
 }
 
-std::string Kernel(std::string_view resolution, std::string_view more)
+host::Json Kernel(std::string_view resolution, std::array<int, 9> weights, std::string_view more, std::string_view mask)
 {
-    return Filter("kernel", fmt::format(R"("resolution": {}, "kernel00": 1, "kernel01": 2, "kernel02": 4, "kernel10": 8,
-        "kernel11": 16, "kernel12": 32, "kernel20": 64, "kernel21": 128, "kernel22": 256, {})",
-                                resolution, more));
+    std::string inputs = fmt::format(R"("resolution": {}, {}, {})", resolution, more, mask);
+    for (int i = 0; i < 9; ++i)
+        inputs += fmt::format(R"(, "kernel{}{}": {})", i / 3, i % 3, weights[i]);
+    return EvalJson(Filter("kernel", inputs), At(0.4, 0.6));
 }
 
-TEST(Kernel, FirstDigitRunsAlongU)
+TEST(Kernel, WeighsNeighboursAlongUFirst)
 {
-    const std::string inputs = fmt::format(R"("normalize": false, {})", kFullMask);
-    const std::string sample = "[" + At(0.4, 0.6) + "]";
-    const host::Json quarter = EvalJson(Kernel("[4, 4]", inputs), sample);
-    ExpectShare(quarter, 1 + 8 + 128 + 256);
-    EXPECT_EQ(Evaluations(quarter, "tiles"), 10);
+    constexpr std::array<int, 9> kPowers{1, 2, 4, 8, 16, 32, 64, 128, 256};
+    const auto at = [&](const char* resolution) {
+        return Kernel(resolution, kPowers, R"("normalize": false)", kFullMask);
+    };
+    ExpectShare(at("[4, 4]"), 1 + 8 + 128 + 256);
+    EXPECT_EQ(Evaluations(at("[4, 4]"), "tiles"), 10);
     // Neighbours lie no further than 1 apart, where the tiles repeat.
-    ExpectShare(EvalJson(Kernel("[0.1, 4]", inputs), sample), 1 + 8 + 64);
-    ExpectShare(EvalJson(Kernel("[4, -3]", inputs), sample), 64 + 128 + 256);
+    ExpectShare(at("[0.1, 4]"), 1 + 8 + 64);
+    ExpectShare(at("[4, -3]"), 64 + 128 + 256);
 }
 
-TEST(Kernel, NormalizesPositiveSumsOnly)
+TEST(Kernel, NormalizesPositiveSumsAndLaysTheMaskOver)
 {
-    const auto filtered = [](std::string_view weights) {
-        return EvalJson(
-            Filter("kernel", fmt::format(R"("resolution": [4, 4], "normalize": true, {}, {})", weights, kFullMask)),
-            "[" + At(0.25, 0.25) + "]");
+    const auto weighed = [](int coloured, int other, std::string_view mask = kFullMask) {
+        return Kernel("[4, 4]", {coloured, 0, 0, 0, other, 0, 0, 0, 0}, R"("normalize": true)", mask);
     };
-    // Of the four direct neighbours, those at +1 are on the other tile.
-    ExpectShare(filtered(R"("kernel01": 3, "kernel21": 1)"), 0.75);
-    ExpectShare(filtered(R"("kernel01": 3, "kernel21": -3)"), 3.0);
-    ExpectShare(filtered(R"("kernel01": -3, "kernel21": 1)"), -3.0);
-    ExpectShare(filtered(R"("kernel01": 0)"), 0.0);
-}
-
-TEST(Kernel, LaysTheMaskOverItsInput)
-{
-    const auto masked = [](std::string_view mask) {
-        return EvalJson(Filter("kernel", fmt::format(R"("resolution": [4, 4], "kernel11": 3, {})", mask)),
-            "[" + At(0.2, 0.2) + "]");
-    };
-    ExpectResult(
-        masked(R"("maskblend": 0.5, "maskred": true, "maskgreen": false, "maskblue": true)"), "[2, 2, 8, 0.5]");
-    ExpectResult(masked(R"("maskblend": 2, "maskalpha": true)"), "[1, 2, 4, 2.5]");
+    ExpectShare(weighed(3, 1), 0.75);
+    ExpectShare(weighed(3, -3), 3.0);
+    ExpectShare(weighed(-3, 1), -3.0);
+    ExpectShare(weighed(0, 0), 0.0);
+    ExpectResult(weighed(3, 1, kPartMask), "[0.375, 0, 0, 0.1875]");
 }
 
 TEST(AreaAverage, DividesByThePointsThatTheMaskLetsThrough)
 {
-    const auto average = [](std::string_view inputs, std::string_view samples = "[{}]") {
-        return EvalJson(Filter("areaaverage", inputs), samples);
-    };
-    ExpectShare(average(R"("width": 2, "height": 2, "mask": 1)"), 0.5);
+    const auto average = [](std::string_view inputs) { return EvalJson(Filter("areaaverage", inputs)); };
+    ExpectShare(average(R"("width": 4, "height": 2, "mask": 1)"), 0.5);
     ExpectShare(average(R"("width": 4, "height": 2, "mask": 0.5)"), 0.25);
-    // Points lie at 1/6, 1/2, 5/6.
-    ExpectShare(average(R"("width": 3, "height": 1, "mask": 1)"), 2 * (1.0 / 3.0));
     for (const char* const nothing : {R"("width": 0, "height": 9, "mask": 1)", R"("width": 9, "height": 0, "mask": 1)",
              R"("width": 9, "height": 9, "mask": 0)", R"("width": 9, "height": 9, "mask": -1)"})
     {
-        const host::Json results = average(nothing);
-        ExpectResult(results, "[0, 0, 0, 0]");
-        EXPECT_LE(Evaluations(results, "tiles"), 0);
+        ExpectResult(average(nothing), "[0, 0, 0, 0]");
+        EXPECT_EQ(Evaluations(average(nothing), "tiles"), 0) << nothing;
     }
-    EXPECT_EQ(Output(average(R"("width": 1, "height": 1)"), "result"), "net.velto.error.nullptr");
-    const host::Json preview = average(R"("width": 1000, "height": 3, "mask": 1, "renderMode": 2)");
-    EXPECT_EQ(Evaluations(preview, "tiles"), 128 * 3);
+    EXPECT_EQ(Evaluations(average(R"("width": 1000, "height": 3, "mask": 1, "renderMode": 2)"), "tiles"), 128 * 3);
 }
 
 TEST(AreaAverage, IsMadeOnceUnlessItLooksUnmade)
 {
-    const std::string twice = R"([{}, {"set": {"filter.width": 8}}, {}])";
-    const host::Json made = EvalJson(Filter("areaaverage", R"("width": 3, "height": 1, "mask": 1)"), twice);
-    EXPECT_EQ(Evaluations(made, "tiles", 0), 3);
-    EXPECT_LE(Evaluations(made, "tiles", 1), 0);
-    ExpectShare(made, 2 * (1.0 / 3.0), 2);
-    // A mean whose channels add up to 1: color1 = (1, 2, 4, 0.5) at 1 / 7.5.
-    const host::Json unmade =
-        EvalJson(Filter("areaaverage", R"("width": 1, "height": 1, "mask": 0.13333333333333333)"), twice);
-    EXPECT_EQ(Evaluations(unmade, "tiles", 2), 8);
+    const host::Json results = EvalJson(Filter("areaaverage", R"("width": 3, "height": 1, "mask": 1)"),
+        R"([{"set": {"tiles.color1": [0, 0, 0, 1], "tiles.color2": [0, 0, 0, 1]}}, {}, {"set": {"tiles.color1": [3, 6, 12, 0]}}, {}])");
+    for (const std::size_t i : {0u, 1u, 2u, 3u})
+        EXPECT_EQ(Evaluations(results, "tiles", i), i < 3 ? 3 : 0) << i;
+    ExpectResult(results, "[2, 4, 8, 0.3333333333333333]", 3, 1e-15);
 }
 
-// Samples of a raster of two by two pixels, each as large as a tile.
-TEST(Cache, BakesAgainForAnotherSizeOnly)
-{
-    const std::string document =
-        BakedFilter("cache", R"("width": 2, "height": 2, "renderMode": 0)", R"("interpolation": "nearest")");
-    const std::string here = At(0.2, 0.2);
-    const auto with = [&here](std::string_view set) {
-        return here.substr(0, here.size() - 1) + fmt::format(R"(, "set": {{{}}}}})", set);
-    };
-    const host::Json results = EvalJson(
-        document, "[" + here + "," + with(R"("tiles.color1": [3, 6, 12, 1.5])") + "," + with(R"("pre.width": 4)") +
-                      "," + with(R"("tiles.color1": [5, 10, 20, 2.5], "pre.renderMode": 1)") + "," +
-                      with(R"("tiles.color1": [7, 14, 28, 3.5], "pre.renderMode": 0)") + "," +
-                      with(R"("tiles.color1": [9, 18, 36, 4.5], "pre.width": 2, "pre.height": 4)") + "," +
-                      with(R"("tiles.color1": [11, 22, 44, 5.5], "pre.height": 0)") + "]");
-    const Float expected[] = {1, 1, 3, 5, 7, 9, 11};
-    for (std::size_t i = 0; i < std::size(expected); ++i)
-        ExpectShare(results, expected[i], i);
-    // Live without a raster.
-    for (const std::size_t i : {3u, 6u})
-        EXPECT_EQ(Evaluations(results, "tiles", i), 1);
-}
-
+// A raster of a pixel a tile.
 TEST(Cache, LooksUpWithWrapping)
 {
     const auto cached = [](std::string_view interpolation, Float u, Float v) {
-        return EvalJson(
-            BakedFilter("cache", R"("width": 2, "height": 2)", fmt::format(R"("interpolation": "{}")", interpolation)),
-            "[" + At(u, v) + "]");
+        return EvalJson(Filter("cache", fmt::format(R"("interpolation": "{}")", interpolation),
+                            R"("width": 2, "height": 2, "renderMode": 0)"),
+            At(u, v));
     };
     ExpectShare(cached("nearest", -0.1, 0.8), 1.0);
-    ExpectShare(cached("nearest", 1.0, 0.0), 1.0);
     ExpectShare(cached("nearest", -1e-12, 0.0), 1.0); // wraps to 1, and so to 0
     ExpectShare(cached("nearest", 0.7, 2.3), 0.0);
     ExpectShare(cached("linear", 0.0, 0.25), 0.5);
     ExpectShare(cached("linear", 0.375, 0.25), 0.75);
+    ExpectResult(EvalJson(Filter("cache", R"("interpolation": "linear")")), "[0, 0, 0, 1]");
 }
 
-TEST(Cache, WithoutRasterOrInput)
+// A row: what changes ahead of the sample, and what it gives.
+struct Step
 {
-    const auto alone = [](std::string_view pre) {
+    const char* set;
+    Float share;
+};
+
+void ExpectSteps(const std::string& document, std::initializer_list<Step> steps)
+{
+    std::string samples;
+    for (const Step& step : steps)
+        samples += (samples.empty() ? "[" : ",") + fmt::format(R"({{"uvw": [0.1, 0.1, 0], "set": {{{}}}}})", step.set);
+    const host::Json results = EvalJson(document, samples + "]");
+    for (std::size_t i = 0; i < steps.size(); ++i)
+        ExpectShare(results, steps.begin()[i].share, i);
+}
+
+TEST(Cache, BakesAgainForAnotherSizeOnly)
+{
+    ExpectSteps(Filter("cache", R"("interpolation": "nearest")", R"("width": 2, "height": 2, "renderMode": 0)"),
+        {{"", 1.0}, {R"("tiles.color1": [3, 6, 12, 1.5])", 1.0}, {R"("pre.width": 4)", 3.0},
+            {R"("tiles.color1": [5, 10, 20, 2.5], "pre.renderMode": 1)", 5.0},             // live from here,
+            {R"("tiles.color1": [7, 14, 28, 3.5])", 7.0}, {R"("pre.renderMode": 0)", 7.0}, // to here
+            {R"("tiles.color1": [9, 18, 36, 4.5])", 7.0}, {R"("pre.width": 2, "pre.height": 4)", 9.0},
+            {R"("pre.height": 0, "tiles.color1": [4, 8, 16, 2])", 4.0}});
+}
+
+TEST(Blur, BakesAgainForAnotherSizeOrAnEmptyRasterOnly)
+{
+    const std::string filter = fmt::format(R"("mode": "baked", "interpolation": "nearest", {})", kFullMask);
+    ExpectSteps(Filter("blur", filter, R"("mode": "baked", "resolution": 0, "radius": 0, "renderMode": 0)"),
+        {{"", 0.0}, {R"("pre.mode": "kernel", "pre.resolution": 4)", 0.0}, {R"("pre.mode": "baked")", 1.0},
+            {R"("pre.radius": 9, "tiles.color1": [3, 6, 12, 1.5])", 1.0},
+            {R"("pre.resolution": 128, "pre.radius": -9)", 3.0},
+            {R"("pre.resolution": 129, "pre.renderMode": 1, "tiles.color1": [5, 10, 20, 2.5])", 3.0}});
+    const std::string huge = Filter("blur", filter, R"("mode": "baked", "resolution": 2147483648, "radius": 0)");
+    EXPECT_EQ(Output(EvalJson(huge), "result"), "net.velto.error.outofmemory");
+}
+
+TEST(Blur, BakedModeLooksUpTheBlurredRaster)
+{
+    const auto blurred = [](std::string_view pre, std::string_view interpolation, Float u, Float v) {
         return EvalJson(
-            fmt::format(R"({{"version": 1, "nodes": {{"pre": {{"type": "net.velto.pattern.corenode.2d.cachepre"}},
-            "filter": {{"type": "net.velto.pattern.corenode.2d.cache", "inputs": {{"interpolation": "linear"{}}}}}}},
-            "outputs": {{"result": "filter.result"}}}})",
-                pre));
+            Filter("blur", fmt::format(R"("mode": "baked", "interpolation": "{}", {})", interpolation, kFullMask),
+                fmt::format(R"("mode": "baked", {})", pre)),
+            At(u, v));
     };
-    ExpectResult(alone(""), "[0, 0, 0, 1]");
-    EXPECT_EQ(Output(alone(R"(, "imageData": {"from": "pre.imageData"})"), "result"), "net.velto.error.nullptr");
-}
-
-host::Json Blurred(std::string_view inputs, const std::string& sample)
-{
-    return EvalJson(Filter("blur", inputs), "[" + sample + "]");
+    constexpr std::string_view kSharp = R"("resolution": 2, "radius": 0)";
+    ExpectShare(blurred(kSharp, "nearest", -0.1, 0.8), 1.0);
+    ExpectShare(blurred(kSharp, "linear", 0.375, 0.25), 0.75);
+    ExpectShare(blurred(kSharp, "anything", 0.375, 0.25), 0.75);
+    ExpectResult(blurred(kSharp, "nearest", -1e-12, 0.2), "[0, 0, 0, 1]"); // wraps to 1, which is outside
+    // Three boxes of three over 1, 1, 0, 0, whose edges go on each time.
+    const Float edge = 22.0 / 27.0;
+    ExpectShare(blurred(R"("resolution": 4, "radius": 9)", "nearest", 0.1, 0.1),
+        edge * edge + (1.0 - edge) * (1.0 - edge), 0, 1e-15);
 }
 
 TEST(Blur, KernelModeWeighsCellsByAGaussian)
 {
-    constexpr int kResolution = 7;
+    constexpr int kCells = 7;
     for (const auto& [radius, u, v] : {std::tuple{0.05, 0.3, 0.9}, {0.11, 0.45, -1.7}, {0.3, 0.01, 0.6}})
     {
-        const Float sigma = radius * kResolution;
+        const Float sigma = radius * kCells;
         const int reach = static_cast<int>(std::ceil(sigma * 2.57));
-        const int cellX = static_cast<int>((u - std::floor(u)) * kResolution);
-        const int cellY = static_cast<int>((v - std::floor(v)) * kResolution);
+        const auto isHigh = [](Float place, int offset) {
+            const int cell = static_cast<int>((place - std::floor(place)) * kCells) + offset;
+            return std::clamp(cell, 0, kCells - 1) > kCells / 2; // the middle one's centre is not
+        };
         Float sum = 0.0;
         Float total = 0.0;
         for (int dx = -reach; dx <= reach; ++dx)
@@ -206,35 +203,46 @@ TEST(Blur, KernelModeWeighsCellsByAGaussian)
             for (int dy = -reach; dy <= reach; ++dy)
             {
                 const Float weight = std::exp(-0.5 * (dx * dx + dy * dy) / (sigma * sigma));
-                // The middle cell's centre is not above one half.
-                const bool isRight = std::clamp(cellX + dx, 0, kResolution - 1) > kResolution / 2;
-                const bool isLow = std::clamp(cellY + dy, 0, kResolution - 1) > kResolution / 2;
-                sum += isRight == isLow ? weight : 0.0;
+                sum += isHigh(u, dx) == isHigh(v, dy) ? weight : 0.0;
                 total += weight;
             }
         }
-        const host::Json results = Blurred(
-            fmt::format(R"("mode": "kernel", "radius": {}, "resolution": {}, {})", radius, kResolution, kFullMask),
-            At(u, v));
+        const std::string inputs =
+            fmt::format(R"("mode": "kernel", "radius": {}, "resolution": {}, {})", radius, kCells, kFullMask);
+        const host::Json results = EvalJson(Filter("blur", inputs), At(u, v));
         ExpectShare(results, sum / total, 0, 1e-14);
         EXPECT_EQ(Evaluations(results, "tiles"), 1 + (2 * reach + 1) * (2 * reach + 1));
     }
 }
 
-TEST(Blur, KernelModeAtItsLimits)
+TEST(Blur, ModesAtTheirLimits)
 {
-    const auto blurred = [](std::string_view inputs) {
-        return Blurred(fmt::format(R"("mode": "kernel", {}, {})", inputs, kFullMask), At(0.6, 0.2));
+    const auto blurred = [](std::string_view inputs, std::string_view mask = kFullMask) {
+        return EvalJson(Filter("blur", fmt::format("{}, {}", inputs, mask)), At(0.6, 0.8));
     };
-    // One cell, whose centre lies on another tile than the sample.
-    ExpectShare(blurred(R"("radius": 0, "resolution": 1)"), 1.0);
-    ExpectShare(blurred(R"("radius": -0.4, "resolution": 1)"), 0.0);
-    ExpectShare(blurred(R"("radius": -1e300, "resolution": 4)"), 0.0);
-    ExpectShare(blurred(R"("radius": -0.1, "resolution": 1)"), 1.0); // still rounds up to one cell
-    EXPECT_EQ(Output(blurred(R"("radius": 0.1, "resolution": 0)"), "result"), "net.velto.error.illegalargument");
-    EXPECT_EQ(Output(blurred(R"("radius": 0, "resolution": -4)"), "result"), "net.velto.error.illegalargument");
-    EXPECT_EQ(Evaluations(blurred(R"("radius": 0.01, "resolution": 1000, "renderMode": 1)"), "tiles"), 1 + 9 * 9);
-    EXPECT_EQ(Evaluations(blurred(R"("radius": 0.02, "resolution": 100, "renderMode": 1)"), "tiles"), 1 + 13 * 13);
+    // One cell, whose centre lies on another tile than (0.6, 0.2) and the same as (0.6, 0.8).
+    ExpectShare(
+        EvalJson(Filter("blur", fmt::format(R"("mode": "kernel", "radius": 0, "resolution": 1, {})", kFullMask)),
+            At(0.6, 0.2)),
+        1.0);
+    ExpectShare(blurred(R"("mode": "kernel", "radius": -0.1, "resolution": 1)"), 1.0); // rounds up to it
+    ExpectShare(blurred(R"("mode": "kernel", "radius": -0.4, "resolution": 1)"), 0.0);
+    ExpectShare(blurred(R"("mode": "kernel", "radius": -1e300, "resolution": 4)"), 0.0);
+    for (const char* const resolution : {"0", "-4"})
+        EXPECT_EQ(
+            Output(blurred(fmt::format(R"("mode": "kernel", "radius": 0, "resolution": {})", resolution)), "result"),
+            "net.velto.error.illegalargument");
+    EXPECT_EQ(Evaluations(blurred(R"("mode": "kernel", "radius": 0.01, "resolution": 1000, "renderMode": 1)"), "tiles"),
+        1 + 9 * 9);
+
+    ExpectShare(blurred(R"("mode": "stochastic", "radius": 0.1, "samples": 0)"), 0.0);
+    const host::Json unblurred = blurred(R"("mode": "stochastic", "radius": 0, "samples": 9)");
+    ExpectShare(unblurred, 1.0);
+    EXPECT_EQ(Evaluations(unblurred, "tiles"), 2);
+
+    ExpectShare(blurred(R"("mode": "")"), 0.0);
+    ExpectResult(blurred(R"("mode": "")", kPartMask), "[0.5, 2, 4, 0.25]");
+    ExpectResult(blurred(R"("mode": "baked")", kPartMask), "[0, 0, 0, 1]"); // no raster, no mask
 }
 
 TEST(Blur, StochasticModeDrawsFromTheSample)
@@ -242,17 +250,17 @@ TEST(Blur, StochasticModeDrawsFromTheSample)
     struct Row
     {
         const char* fields;
-        Int sum; // of the seed's terms, without those of u and v
+        Int terms; // of the seed, without those of u and v
         bool staticNoise = true;
         Int seed = 0;
     };
     const Row rows[] = {
-        {"", 0}, {R"(, "pixel": [3, 40], "subpixel": [0.5, 0.25])", 43 * 43778 + 17757},
+        {R"(, "pixel": [3, 40], "subpixel": [0.5, 0.25])", 43 * 43778 + 17757},
+        {R"(, "pixel": [4611686018427387904, 4611686018427387904])", 0}, // wraps
         {R"(, "rayOrigin": [-1, 0.5, 0.25], "rayDirection": [0, 0.5, -1])", -3161 - 7275},
         {R"(, "time": 1.5, "frameRate": 25)", 37 * 74643, false},
         {R"(, "time": -1.5, "frameRate": 25)", -37 * 74643, false},
         {R"(, "time": 1.5, "frameRate": 25)", -12, true, -12},
-        {R"(, "pixel": [4611686018427387904, 4611686018427387904])", 0}, // wraps
     };
     constexpr Float kU = 0.4;
     constexpr Float kV = -0.3;
@@ -260,85 +268,23 @@ TEST(Blur, StochasticModeDrawsFromTheSample)
     constexpr int kSamples = 20;
     for (const Row& row : rows)
     {
-        const Int sum = row.sum + static_cast<Int>(kU * 15362.567) + static_cast<Int>(kV * 13671.123);
-        auto random = pattern::RandomStream::FromState(pattern::IntegerHash32(static_cast<UInt32>(sum)));
+        const Int seed = row.terms + static_cast<Int>(kU * 15362.567) + static_cast<Int>(kV * 13671.123);
+        auto random = pattern::RandomStream::FromState(pattern::IntegerHash32(static_cast<UInt32>(seed)));
         Float total = 0.0;
         for (int i = 0; i < kSamples; ++i)
         {
             const Float x = kU + (2 * random.Next01() - 1) * kReach;
             const Float y = kV + (2 * random.Next01() - 1) * kReach;
             random.Next01();
-            const bool isOnColor1 = (x - std::floor(x) > 0.5) == (y - std::floor(y) > 0.5);
-            total += isOnColor1 ? std::exp(-0.5 * (x * x + y * y) * kReach * kReach) : 0.0;
+            const bool isColoured = (x - std::floor(x) > 0.5) == (y - std::floor(y) > 0.5);
+            total += isColoured ? std::exp(-0.5 * (x * x + y * y) * kReach * kReach) : 0.0;
         }
-        std::string sample = At(kU, kV);
-        sample.insert(sample.size() - 1, row.fields);
-        const host::Json results = Blurred(
+        const std::string inputs =
             fmt::format(R"("mode": "stochastic", "radius": 0.35, "samples": {}, "seed": {}, "staticNoise": {}, {})",
-                kSamples, row.seed, row.staticNoise, kFullMask),
-            sample);
+                kSamples, row.seed, row.staticNoise, kFullMask);
         SCOPED_TRACE(row.fields);
-        ExpectShare(results, total / kSamples, 0, 1e-14);
+        ExpectShare(EvalJson(Filter("blur", inputs), At(kU, kV, row.fields)), total / kSamples, 0, 1e-14);
     }
-}
-
-TEST(Blur, WithoutSamplesRadiusOrMode)
-{
-    const auto blurred = [](std::string_view inputs) {
-        return Blurred(fmt::format("{}, {}", inputs, kFullMask), At(0.2, 0.2));
-    };
-    ExpectShare(blurred(R"("mode": "stochastic", "radius": 0.1, "samples": 0)"), 0.0);
-    for (const char* const radius : {"0", "-1"})
-    {
-        const host::Json results = blurred(fmt::format(R"("mode": "stochastic", "radius": {}, "samples": 9)", radius));
-        ExpectShare(results, 1.0);
-        EXPECT_EQ(Evaluations(results, "tiles"), 2);
-    }
-    ExpectShare(blurred(R"("mode": "", "radius": 0.1)"), 0.0);
-    ExpectResult(Blurred(R"("mode": "", "maskblend": 0.5, "maskgreen": true, "maskalpha": true)", At(0.2, 0.2)),
-        "[1, 1, 4, 0.25]");
-    // Without a raster there is no mask stage either.
-    ExpectResult(Blurred(R"("mode": "baked", "maskblend": 0)", At(0.2, 0.2)), "[0, 0, 0, 1]");
-}
-
-TEST(Blur, BakedModeReadsTheRasterOfItsPreNode)
-{
-    const auto blurred = [](std::string_view pre, std::string_view interpolation, Float u, Float v) {
-        return EvalJson(BakedFilter("blur", fmt::format(R"("mode": "baked", {})", pre),
-                            fmt::format(R"("mode": "baked", "interpolation": "{}", {})", interpolation, kFullMask)),
-            "[" + At(u, v) + "]");
-    };
-    ExpectShare(blurred(R"("resolution": 2, "radius": 0)", "nearest", -0.1, 0.8), 1.0);
-    ExpectShare(blurred(R"("resolution": 2, "radius": 0)", "nearest", 0.7, 2.3), 0.0);
-    ExpectShare(blurred(R"("resolution": 2, "radius": 0)", "linear", 0.375, 0.25), 0.75);
-    ExpectShare(blurred(R"("resolution": 2, "radius": 0)", "anything", 0.375, 0.25), 0.75);
-    // Just below 0 the place wraps to 1, which is outside.
-    ExpectResult(blurred(R"("resolution": 2, "radius": 0)", "nearest", -1e-12, 0.2), "[0, 0, 0, 1]");
-    ExpectShare(blurred(R"("resolution": 0, "radius": 0)", "nearest", 0.2, 0.2), 0.0);
-    // Four pixels a side in three boxes of three: weights 1, 3, 6, 7, 6, 3, 1 of 27, and the edge goes on.
-    const Float left = (1 + 3 + 6 + 7 + 6) / 27.0;
-    ExpectShare(blurred(R"("resolution": 4, "radius": 9)", "nearest", 0.1, 0.1), left * left + (1 - left) * (1 - left),
-        0, 1e-15);
-}
-
-TEST(Blur, BakesAgainForAnotherSizeOrAnEmptyRasterOnly)
-{
-    const std::string document =
-        BakedFilter("blur", R"("mode": "kernel", "resolution": 4, "radius": 0, "renderMode": 0)",
-            fmt::format(R"("mode": "baked", "interpolation": "nearest", {})", kFullMask));
-    const std::string here = At(0.1, 0.1);
-    const auto with = [&here](std::string_view set) {
-        return here.substr(0, here.size() - 1) + fmt::format(R"(, "set": {{{}}}}})", set);
-    };
-    const host::Json results = EvalJson(document, "[" + here + "," + with(R"("pre.mode": "baked")") + "," +
-                                                      with(R"("pre.radius": 9, "tiles.color1": [3, 6, 12, 1.5])") +
-                                                      "," + with(R"("pre.resolution": 6, "pre.radius": -9)") + "," +
-                                                      with(R"("pre.resolution": 4294967295)") + "]");
-    ExpectResult(results, "[0, 0, 0, 1]", 0);
-    ExpectShare(results, 1.0, 1);
-    ExpectShare(results, 1.0, 2);
-    ExpectShare(results, 3.0, 3);
-    EXPECT_EQ(Output(results, "result", 4), "net.velto.error.outofmemory");
 }
 
 } // namespace

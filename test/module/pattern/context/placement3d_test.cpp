@@ -15,7 +15,7 @@ static constexpr const char* kNode = "net.velto.render.corenode.placement3d";
 #define PLACEMENT(more) R"({"enableSpaceTransformation": true, "spaceScale": [1, 1, 1])" more "}"
 static constexpr const char kRotated[] =
     R"({{"enableSpaceTransformation": true, "spaceScale": [1, 1, 1], "spaceRotation": [0.4, -1.1, 2.3],
-        "spaceRotationOrder": "{}"}})";
+        "spaceRotationOrder": "{}", "pivot": [0, 0, 0]}})";
 #define AT_123                                                                                                         \
     R"({"uvw": [1, 2, 3], "uvwPlusDeltaU": [1.5, 2, 3], "uvwPlusDeltaV": [1, 2.5, 4], "uvwValid": false, "tileModeU": 2})"
 
@@ -24,7 +24,8 @@ NODE_TABLE(Placement3dTable, kNode,
         {"neutral", PLACEMENT(""), R"({"result": {"uvw": [1, 2, 3], "uvwPlusDeltaU": [1.5, 2, 3],
         "uvwPlusDeltaV": [1, 2.5, 4], "uvwValid": false, "tileModeU": 2}})",
             AT_123},
-        {"off", R"({"spacePosition": [5, 5, 5]})", R"({"result": {"uvw": [1, 2, 3]}})", AT_123},
+        {"off", R"({"enableSpaceTransformation": false, "spacePosition": [5, 5, 5]})",
+            R"({"result": {"uvw": [1, 2, 3]}})", AT_123},
         {"a pattern at t is looked up at minus t", PLACEMENT(R"(, "spacePosition": [1, 0, -2])"),
             R"({"result": {"uvw": [0, 2, 5], "uvwPlusDeltaU": [0.5, 2, 5], "uvwPlusDeltaV": [0, 2.5, 6]}})", AT_123},
         {"scale about the pivot",

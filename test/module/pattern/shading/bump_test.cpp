@@ -40,7 +40,7 @@ TEST(Bump, SlopesTiltTheNormal)
     ExpectNormal(Bumped(bump, "1.5707963267948966"), "[0, 0.7071067811865475, 0.7071067811865475]");
     ExpectNormal(Bumped(RAMP R"("strength": 0.04, "epsilonuv": 1000)"), "[-0.8944271909999159, 0, 0.4472135954999579]");
     ExpectNormal(Bumped(RAMP R"("strength": 0.04, "epsilonuv": 500)"), "[-0.7071067811865475, 0, 0.7071067811865475]");
-    ExpectNormal(Bumped(RAMP R"("strength": 5, "epsilon3d": 1)"), "[0, 0, 1]");
+    ExpectNormal(Bumped(RAMP R"("strength": 5, "epsilonuv": 0, "epsilon3d": 1)"), "[0, 0, 1]");
 }
 
 TEST(Bump, LooksThreeTimesOrNotAtAll)

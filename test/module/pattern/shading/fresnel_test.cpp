@@ -29,10 +29,10 @@ NODE_TABLE(FresnelDielectricTable, "net.velto.pattern.corenode.effect.fresneldie
 
 NODE_TABLE(FresnelConductorTable, "net.velto.pattern.corenode.effect.fresnelconductor",
     {
-        {"without absorption, straight on", R"({"ior": [1.5, 2, 3]})",
+        {"without absorption, straight on", R"({"ior": [1.5, 2, 3], "absorption": [0, 0, 0]})",
             R"({"result": [0.04, 0.1111111111111111, 0.25, 1]})", RAY(0, -1), 1e-15},
-        {"aslant", R"({"ior": [0.2, 0.9, 1.1], "absorption": [3.9, 2.4, 2.5]})", R"({"result": [0.9491968261192321, 0.6222098411156085, 0.591875216988595, 1]})",
-            RAY(0.8, -0.6)},
+        {"aslant", R"({"ior": [0.2, 0.9, 1.1], "absorption": [3.9, 2.4, 2.5]})",
+            R"({"result": [0.9491968261192321, 0.6222098411156085, 0.591875216988595, 1]})", RAY(0.8, -0.6)},
         {"the cosine is not limited", R"({"ior": [0.2, 0.9, 1.1], "absorption": [3.9, 2.4, 2.5]})",
             R"({"result": [0.9473608971202567, 0.6293618203824032, 0.5977143936802298, 1]})", RAY(0, -2)},
     });
@@ -40,7 +40,8 @@ NODE_TABLE(FresnelConductorTable, "net.velto.pattern.corenode.effect.fresnelcond
 TEST(Fresnel, ShortIds)
 {
     CheckRow("fresneldielectric", {"dielectric", R"({"ior": 1})", R"({"result": 0})", RAY(0, -1)});
-    CheckRow("fresnelconductor", {"conductor", R"({"ior": [1, 1, 1]})", R"({"result": [0, 0, 0, 1]})", RAY(0, -1)});
+    CheckRow("fresnelconductor",
+        {"conductor", R"({"ior": [1, 1, 1], "absorption": [0, 0, 0]})", R"({"result": [0, 0, 0, 1]})", RAY(0, -1)});
 }
 
 } // namespace velto::test

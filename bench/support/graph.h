@@ -1,0 +1,89 @@
+// Measures a graph through the loaded module against the same formulas in one loop.
+#pragma once
+
+#include "host/host.h"
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace velto::bench
+{
+
+// The graph of a document that is known to be right; ends the process when it is not.
+void LoadGraph(std::string_view document, host::Graph& graph);
+
+std::unique_ptr<host::Instance> MakeInstance(host::Graph& graph);
+
+// The samples that all graphs are measured on: a tile of 64 x 64 pixels of a picture of 1024 x 1024.
+inline constexpr int kTile = 64;
+inline constexpr int kPicture = 1024;
+inline constexpr int kSamples = kTile * kTile;
+
+inline void FillSample(ShadingContext& context, int i)
+{
+    constexpr Float pixel = 1.0 / kPicture;
+    const Vector uvw{(i % kTile + 0.5) * pixel, (i / kTile + 0.5) * pixel, 0.0};
+    context.uvwValid = true;
+    context.uvw = uvw;
+    context.uvwPlusDeltaU = {uvw.x + pixel, uvw.y, 0.0};
+    context.uvwPlusDeltaV = {uvw.x, uvw.y + pixel, 0.0};
+}
+
+class Stopwatch
+{
+public:
+    double Seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point start_ = Clock::now();
+};
+
+// Runs both ways in turn, and reports nanoseconds a sample of each and their ratio. `hand` gives the colour of a
+// context. The colours have to be the same to the last bit.
+template <class Hand>
+void MeasureAgainstHand(benchmark::State& state, std::string_view document, Hand hand)
+{
+    host::Graph graph;
+    LoadGraph(document, graph);
+    const std::unique_ptr<host::Instance> instance = MakeInstance(graph);
+    std::vector<ColorA> fromModule(kSamples);
+    std::vector<ColorA> fromHand(kSamples);
+    ShadingContext context;
+    double moduleSeconds = 0.0;
+    double handSeconds = 0.0;
+    for (auto _ : state)
+    {
+        const Stopwatch moduleWatch;
+        for (int i = 0; i < kSamples; ++i)
+        {
+            FillSample(instance->Context(), i);
+            if (instance->Evaluate().IsError())
+                return state.SkipWithError("a sample failed");
+            fromModule[static_cast<std::size_t>(i)] = *static_cast<const ColorA*>(instance->Output(0));
+        }
+        const double seconds = moduleWatch.Seconds();
+        const Stopwatch handWatch;
+        for (int i = 0; i < kSamples; ++i)
+        {
+            FillSample(context, i);
+            fromHand[static_cast<std::size_t>(i)] = hand(context);
+        }
+        handSeconds += handWatch.Seconds();
+        moduleSeconds += seconds;
+        state.SetIterationTime(seconds);
+        benchmark::ClobberMemory();
+    }
+    if (std::memcmp(fromModule.data(), fromHand.data(), kSamples * sizeof(ColorA)) != 0)
+        return state.SkipWithError("the colours differ from those of the loop by hand");
+    const double samples = static_cast<double>(state.iterations()) * kSamples;
+    state.counters["module_ns"] = moduleSeconds / samples * 1e9;
+    state.counters["hand_ns"] = handSeconds / samples * 1e9;
+    state.counters["ratio"] = moduleSeconds / handSeconds;
+}
+
+} // namespace velto::bench

@@ -1,0 +1,20 @@
+#include "inspect.h"
+
+#include <ostream>
+
+namespace velto::cli
+{
+
+int Inspect(const InspectArguments& arguments, const Streams& streams)
+{
+    std::shared_ptr<host::Module> module;
+    if (!LoadModule(arguments.module, streams, module))
+        return kFailed;
+    host::Graph graph;
+    if (!LoadGraph(arguments.graph, {}, module, streams, graph))
+        return kWrongInput;
+    streams.out << host::DescribeNodeSystem(host::AsHost(graph.document.root)).Write(true) << '\n';
+    return kSuccess;
+}
+
+} // namespace velto::cli

@@ -1,0 +1,199 @@
+#include "template.h"
+
+#include "values.h"
+
+#include "host/registry/datatypes.h"
+#include "host/registry/reflection.h"
+#include "host/registry/registry.h"
+#include "host/runtime/forward.h"
+
+#include <fmt/format.h>
+
+namespace velto::host
+{
+
+namespace
+{
+
+constexpr std::string_view kLocalContextPort = "contextLocal"; // as nodes name it
+constexpr std::string_view kLocalContextId = "contextlocal";   // as graph roots name it
+
+Result AddPort(const MutablePort& parent, std::string_view name, MutablePort& added)
+{
+    Id id;
+    VELTO_TRY(Id::Create(name, id));
+    return parent.AddPort(id, added);
+}
+
+// A port that takes a function has the type of what the function yields, and is marked.
+Result Describe(const NodePort& source, const MutablePort& port)
+{
+    const DataType* const yields = FunctionResultType(source.type.Get());
+    const DataType* const type = yields ? yields : source.type.Get();
+    VELTO_TRY(port.SetValue(port_attribute::kFixedType, Ref<const DataType>::Share(type)));
+    return yields ? port.SetValue(port_attribute::kFunctionResult, true) : Result();
+}
+
+Result AddInput(const MutablePort& inputs, const NodePort& source)
+{
+    MutablePort port;
+    VELTO_TRY(AddPort(inputs, source.name == kLocalContextPort ? kLocalContextId : source.name, port));
+    if (!source.IsBundle())
+        return Describe(source, port);
+    const std::size_t elements = source.defaultElements.IsArray() ? source.defaultElements.Elements().size() : 0;
+    for (std::size_t i = 0; i < elements; ++i)
+    {
+        MutablePort element;
+        VELTO_TRY(AddPort(port, fmt::format("_{}", i), element));
+        for (const NodePort& member : source.members)
+        {
+            MutablePort child;
+            VELTO_TRY(AddPort(element, member.name, child));
+            VELTO_TRY(Describe(member, child));
+        }
+    }
+    return {};
+}
+
+Result Finalize(const std::string& id, const MutableRoot& root)
+{
+    const Data* const entry = FindEntry(registry::kDescriptionFinalizers.View(), id);
+    const DescriptionFinalizer* const finalizer = entry ? entry->As<DescriptionFinalizer>() : nullptr;
+    return finalizer ? (*finalizer)->finalize(finalizer->Get(), &root) : Result();
+}
+
+// The defaults that the finalizer gave the elements of a bundle, where the description has none.
+void TakeDefaults(const HostNodeSystem& system, Int bundle, NodePort& port)
+{
+    Json elements = Json::Array();
+    const std::vector<Int>& knots = system.ports[static_cast<std::size_t>(bundle)].children;
+    for (std::size_t i = 0; i < knots.size(); ++i)
+    {
+        Json element = port.defaultElements.Elements()[i];
+        for (const Int child : system.ports[static_cast<std::size_t>(knots[i])].children)
+        {
+            const std::string& name = system.ports[static_cast<std::size_t>(child)].name;
+            const Data* const value = FindAttribute(system, child, port_attribute::kDefaultValue);
+            if (value && !value->IsEmpty() && !element.Find(name))
+                element.Add(name, WriteValue(value->Type(), value->Value()));
+        }
+        elements.Append(std::move(element));
+    }
+    port.defaultElements = elements;
+    port.shownDefault = std::move(elements);
+}
+
+// What the root says after its set-up: defaults of bundles, and which port holds the context where nothing else is
+// given.
+void TakeOver(const HostNodeSystem& system, NodeType& type)
+{
+    for (const Int input : system.ports[HostNodeSystem::kInputs].children)
+    {
+        for (NodePort& port : type.ports)
+        {
+            if (port.input && port.IsBundle() && port.name == system.ports[static_cast<std::size_t>(input)].name)
+                TakeDefaults(system, input, port);
+        }
+    }
+    for (const GraphWire& wire : system.wires)
+    {
+        if (wire.mode != wire_mode::kDefaultContext)
+            continue;
+        for (NodePort& port : type.ports)
+        {
+            if (port.input && port.name == kLocalContextPort)
+                port.follows = system.ports[static_cast<std::size_t>(wire.from)].name;
+        }
+    }
+}
+
+// A type whose outputs hand inputs on: each forwarding wire becomes a node that programs look through.
+std::shared_ptr<NodeType> TypeOfTemplate(const std::string& id, const HostNodeSystem& system)
+{
+    auto type = std::make_shared<NodeType>();
+    type->isDescribed = true;
+    type->id = id;
+    type->name = id.substr(id.rfind('.') + 1);
+    type->label = "Passthrough";
+    type->category = "Maths";
+    type->help = "Hands a colour on unchanged: a named junction of wires.";
+    for (const GraphWire& wire : system.wires)
+    {
+        if (wire.mode != wire_mode::kForward)
+            continue;
+        const std::size_t inner = type->inner.size();
+        InnerNode forward;
+        forward.type = kForwardNode;
+        for (const bool input : {true, false})
+        {
+            const Int source = input ? wire.from : wire.to;
+            const Data* const fixed = FindAttribute(system, source, port_attribute::kFixedType);
+            const auto* const held = fixed ? fixed->As<Ref<const DataType>>() : nullptr;
+            if (!held)
+                return nullptr;
+            NodePort port;
+            port.name = system.ports[static_cast<std::size_t>(source)].name;
+            port.label = port.name;
+            port.input = input;
+            port.type = *held;
+            port.targets.push_back({inner, input ? "in" : "out"});
+            if (const Data* const value = FindAttribute(system, source, port_attribute::kDefaultValue))
+            {
+                port.defaultValue.CopyFrom(*value).Ignore();
+                port.shownDefault = WriteValue(value->Type(), value->Value());
+            }
+            forward.forwarded = *held;
+            type->ports.push_back(std::move(port));
+        }
+        type->inner.push_back(std::move(forward));
+    }
+    return type;
+}
+
+} // namespace
+
+Result BuildTemplate(NodeType& type, NodeSystem& system)
+{
+    system = MakeNodeSystem();
+    if (!system)
+        return OutOfMemory();
+    const MutableRoot root(system);
+    MutablePort inputs;
+    MutablePort outputs;
+    VELTO_TRY(root.GetInputs(inputs));
+    VELTO_TRY(root.GetOutputs(outputs));
+    for (const NodePort& port : type.ports)
+    {
+        if (port.input)
+        {
+            VELTO_TRY(AddInput(inputs, port));
+            continue;
+        }
+        MutablePort output;
+        VELTO_TRY(AddPort(outputs, port.name, output));
+        VELTO_TRY(Describe(port, output));
+    }
+    VELTO_TRY(Finalize(type.id, root));
+    VELTO_TRY(CallRootFunction("net.velto.shadernode.SetupContext", root));
+    VELTO_TRY(root.Commit(0));
+    TakeOver(AsHost(system), type);
+    return {};
+}
+
+Result BuiltinTypes(std::vector<std::shared_ptr<const NodeType>>& types)
+{
+    for (const std::string& id : EntryNames(registry::kBuiltinNodes.View()))
+    {
+        const Data* const entry = FindEntry(registry::kBuiltinNodes.View(), id);
+        const BuiltinNode* const node = entry ? entry->As<BuiltinNode>() : nullptr;
+        Data made;
+        if (node)
+            VELTO_TRY((*node)->makeTemplate(node->Get(), &made));
+        const NodeSystem* const system = made.As<NodeSystem>();
+        if (std::shared_ptr<NodeType> type = system ? TypeOfTemplate(id, AsHost(*system)) : nullptr)
+            types.push_back(std::move(type));
+    }
+    return {};
+}
+
+} // namespace velto::host

@@ -1,0 +1,25 @@
+// Functions that modules offer by name.
+#pragma once
+
+#include "velto/reflection.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velto::host
+{
+
+// The signature that all functions of a graph root have.
+inline constexpr std::string_view kRootFunctionHash = "@fe0b344e033cea7a";
+
+// Takes over what a module's providers offer; the names go to `names`.
+Result RegisterFunctions(const ReflectionProvider* providers, std::vector<std::string>& names);
+void UnregisterFunctions(const std::vector<std::string>& names);
+
+// Calls `net.velto.shadernode.SetupContext` and its kin. Unresolved when no module offers it.
+Result CallRootFunction(std::string_view name, const MutableRoot& root);
+
+std::vector<std::string> FunctionNames();
+
+} // namespace velto::host

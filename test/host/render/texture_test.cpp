@@ -1,0 +1,298 @@
+#include "host/render/texture.h"
+
+#include "host/loader/services.h"
+#include "host/render/texturelevels.h"
+#include "host/system/output.h"
+#include "host/text/url.h"
+#include "test/support/picture_files.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <thread>
+
+namespace velto::test
+{
+
+using host::Pyramid;
+using host::SampleRequest;
+using host::TexelLevel;
+using host::Transfer;
+
+namespace
+{
+
+// A picture of one grey channel value a texel, as numbers.
+Picture Grey(int width, int height, const std::vector<double>& values, const Transfer& transfer = {})
+{
+    TexelLevel<float> level{width, height, {}};
+    for (const double value : values)
+        level.texels.insert(level.texels.end(), {float(value), float(value), float(value), 1.0f});
+    Picture picture;
+    picture.width = width;
+    picture.height = height;
+    picture.texels = std::make_unique<Pyramid<float>>(std::move(level), transfer);
+    return picture;
+}
+
+double At(const Picture& picture, double u, double v, Int32 interpolation, std::uint8_t tileMode = 0,
+    bool acrossTiles = true, double width = 0.0, double height = 0.0)
+{
+    return host::SamplePicture(
+        picture, {u, v, width, height, tileMode, tileMode, interpolation, true, texture_alpha::kStraight, acrossTiles})
+        .r;
+}
+
+class TextureTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        host::Services();
+        host::SetTextureMemory(UInt(1) << 30);
+    }
+
+    Result Load(const std::string& file, Ref<Texture>& texture, const std::string& layer = "")
+    {
+        Url url;
+        VELTO_TRY(host::MakeUrl(file, url));
+        LayerSet layers;
+        VELTO_TRY(host::MakeLayerSet(layer, layers));
+        return host::TextureManagementService().LoadTexture(
+            url.Get(), nullptr, false, layers.Get(), {}, nullptr, texture.Receive());
+    }
+
+    // The colour at (u, v) of a file, or the error's text.
+    std::string ColorOf(const std::string& file, const std::string& layer = "", double u = 0.5, double v = 0.5)
+    {
+        Ref<Texture> texture;
+        if (const Result loaded = Load(file, texture, layer); loaded.IsError())
+            return std::string(loaded.Message());
+        ThreadedTextureRef front;
+        const auto& fronts = host::ThreadedTextureService();
+        EXPECT_TRUE(fronts.Alloc(front.Receive()).IsOk() && fronts.Init(front.Get(), texture.Get()).IsOk());
+        const ColorA color = fronts.Sample(front.Get(), u, v, 0, 0, 0, 0, texture_filter::kNone, true, 0, true);
+        char text[100];
+        std::snprintf(text, sizeof(text), "%.4f %.4f %.4f %.4f", color.r, color.g, color.b, color.a);
+        return text;
+    }
+
+    PictureFolder folder;
+};
+
+} // namespace
+
+TEST_F(TextureTest, LinearLooksBetweenTexels)
+{
+    const Picture picture = Grey(2, 1, {0.0, 1.0});
+    EXPECT_EQ(0.0, At(picture, 0.25, 0.5, texture_filter::kLinear));
+    EXPECT_EQ(0.5, At(picture, 0.5, 0.5, texture_filter::kLinear));
+    EXPECT_EQ(1.0, At(picture, 0.75, 0.5, texture_filter::kLinear));
+    EXPECT_EQ(0.0, At(picture, 0.49, 0.5, texture_filter::kNone));
+    EXPECT_EQ(1.0, At(picture, 0.51, 0.5, texture_filter::kNone));
+}
+
+TEST_F(TextureTest, TileModes)
+{
+    const Picture picture = Grey(2, 1, {0.0, 1.0});
+    struct Row
+    {
+        double u;
+        std::uint8_t mode;
+        bool across;
+        double expected;
+    };
+    const Row rows[] = {{0.0, 2, true, 0.5}, {1.0, 2, true, 0.5}, {0.0, 2, false, 0.0}, {1.25, 2, true, 0.0},
+        {-0.25, 2, true, 1.0}, {0.0, 0, true, 0.5}, {0.0, 1, true, 0.0}, {1.0, 1, true, 1.0}, {9.0, 1, true, 1.0},
+        {-9.0, 1, true, 0.0}, {0.0, 3, true, 0.0}, {0.99, 3, true, 1.0}, {0.99, 3, false, 1.0},
+        {std::nan(""), 2, true, 0.5}, {INFINITY, 2, true, 0.5}};
+    for (const Row& row : rows)
+        EXPECT_EQ(row.expected, At(picture, row.u, 0.5, texture_filter::kLinear, row.mode, row.across))
+            << row.u << ", mode " << int(row.mode) << ", across " << row.across;
+}
+
+TEST_F(TextureTest, FootprintsTakeTheMean)
+{
+    std::vector<double> values;
+    for (int i = 0; i < 64; ++i)
+        values.push_back(i % 2);
+    const Picture stripes = Grey(8, 8, values); // along u
+    // A footprint of two texels takes the level where every texel is the mean of a black and a white one.
+    for (const Int32 interpolation : {texture_filter::kMip, texture_filter::kBicubic, texture_filter::kSat})
+        EXPECT_NEAR(0.5, At(stripes, 0.3, 0.3, interpolation, 2, true, 0.25, 0.25), 1e-6) << interpolation;
+    // Without one it is the finest level.
+    for (const Int32 interpolation : {texture_filter::kMip, texture_filter::kBicubic, texture_filter::kSat})
+        EXPECT_NEAR(0.0, At(stripes, 0.0625, 0.0625, interpolation), 1e-6) << interpolation;
+    // Between two levels, half of each; linear does not look.
+    EXPECT_NEAR(0.25, At(stripes, 0.0625, 0.0625, texture_filter::kMip, 2, true, std::sqrt(2.0) / 8.0), 1e-6);
+    EXPECT_EQ(0.0, At(stripes, 0.0625, 0.0625, texture_filter::kLinear, 2, true, 0.9, 0.9));
+    // A footprint along the stripes keeps them apart where it is asked to.
+    EXPECT_NEAR(0.0, At(stripes, 0.0625, 0.5, texture_filter::kRip, 2, true, 0.125, 1.0), 1e-6);
+    EXPECT_NEAR(0.5, At(stripes, 0.0625, 0.5, texture_filter::kMip, 2, true, 0.125, 1.0), 1e-6);
+    // The exact mean over three texels.
+    EXPECT_NEAR(2.0 / 3.0, At(stripes, 0.1875, 0.5, texture_filter::kSat, 2, false, 0.375, 0.0) + 1.0 / 3.0, 1e-6);
+}
+
+TEST_F(TextureTest, CatmullRomPassesThroughTexels)
+{
+    const Picture ramp = Grey(8, 1, {0, 1, 2, 3, 4, 5, 6, 7});
+    for (const double x : {2.0, 3.25, 4.5})
+        EXPECT_NEAR(x, At(ramp, (x + 0.5) / 8.0, 0.5, texture_filter::kBicubic, 1), 1e-6);
+}
+
+TEST_F(TextureTest, OddSidesKeepTheirMean)
+{
+    const Picture odd = Grey(3, 5, {3, 1, 4, 1, 5, 9, 2, 6, 5, 3, 5, 8, 9, 7, 9});
+    EXPECT_NEAR(77.0 / 15.0, At(odd, 0.5, 0.5, texture_filter::kMip, 1, true, 9, 9), 1e-5);
+}
+
+TEST_F(TextureTest, EncodedColoursAreLinearBeforeTheyAreMixed)
+{
+    const Picture picture = Grey(2, 2, {0, 1, 0, 1}, {Transfer::Curve::Srgb});
+    EXPECT_NEAR(0.5, At(picture, 0.5, 0.5, texture_filter::kLinear), 1e-7);
+    const Picture grey = Grey(1, 1, {0.5}, {Transfer::Curve::Srgb});
+    EXPECT_NEAR(0.21404114, At(grey, 0.5, 0.5, texture_filter::kLinear), 1e-7);
+    EXPECT_NEAR(0.5, host::SamplePicture(grey, {.u = 0.5, .v = 0.5, .toLinear = false}).r, 1e-7);
+    // A level is the mean of linear light, or of the plain numbers, as it is asked for.
+    EXPECT_NEAR(0.5, At(picture, 0.5, 0.5, texture_filter::kMip, 2, true, 1, 1), 1e-6);
+    EXPECT_NEAR(0.5,
+        host::SamplePicture(picture,
+            {.u = 0.5, .v = 0.5, .width = 1, .height = 1, .interpolation = texture_filter::kMip, .toLinear = false})
+            .r,
+        1e-6);
+}
+
+TEST_F(TextureTest, AlphaModes)
+{
+    TexelLevel<std::uint8_t> level{1, 1, {64, 64, 64, 128}};
+    Picture picture;
+    picture.texels = std::make_unique<Pyramid<std::uint8_t>>(std::move(level), Transfer{Transfer::Curve::Srgb});
+    const auto at = [&](Int32 alpha, bool toLinear) {
+        return host::SamplePicture(picture, {.toLinear = toLinear, .alpha = alpha});
+    };
+    const Transfer srgb{Transfer::Curve::Srgb};
+    const double linear = srgb.ToLinear(64.0 / 255.0);
+    EXPECT_DOUBLE_EQ(linear, at(texture_alpha::kStraight, true).r);
+    EXPECT_DOUBLE_EQ(128.0 / 255.0, at(texture_alpha::kStraight, true).a);
+    EXPECT_DOUBLE_EQ(64.0 / 255.0, at(texture_alpha::kStraight, false).r);
+    EXPECT_EQ(1.0, at(texture_alpha::kNone, true).a);
+    EXPECT_DOUBLE_EQ(linear / (128.0 / 255.0), at(texture_alpha::kPremultiplied, true).r);
+    EXPECT_DOUBLE_EQ(srgb.ToLinear(0.5), at(texture_alpha::kPremultipliedColorSpace, true).r);
+    EXPECT_DOUBLE_EQ(0.5, at(texture_alpha::kPremultipliedColorSpace, false).r);
+}
+
+TEST_F(TextureTest, FormatsAndTheirEncoding)
+{
+    // Half way up in 8 and 16 bits is sRGB; in floats it is linear.
+    for (const char* const name : {"a.png", "a.tif", "a.tga"})
+        EXPECT_EQ(
+            "1.0000 0.2159 0.0000 1.0000", ColorOf(folder.Write(name, PictureDepth::UInt8, {1.0f, 128 / 255.0f, 0.0f})))
+            << name;
+    EXPECT_EQ("1.0000 0.2140 0.0000 1.0000", ColorOf(folder.Write("b.png", PictureDepth::UInt16, {1.0f, 0.5f, 0.0f})));
+    for (const char* const name : {"a.exr", "a.hdr", "b.tif"})
+        EXPECT_EQ("1.0000 0.5000 0.0000 1.0000", ColorOf(folder.Write(name, PictureDepth::Float, {1.0f, 0.5f, 0.0f})));
+    EXPECT_EQ("0.2159 0.2159 0.2159 0.5020",
+        ColorOf(folder.Write("grey.png", PictureDepth::UInt8, {128 / 255.0f, 128 / 255.0f})));
+    // What the file says of itself goes before its depth.
+    EXPECT_EQ("0.5020 0.5020 0.5020 1.0000",
+        ColorOf(folder.Write("linear.png", PictureDepth::UInt8, {128 / 255.0f}, "Linear")));
+}
+
+TEST_F(TextureTest, Layers)
+{
+    const std::string file = folder.WriteLayers("layers.exr");
+    EXPECT_EQ("1.0000 0.0000 0.0000 1.0000", ColorOf(file));
+    EXPECT_EQ("0.0000 1.0000 0.0000 1.0000", ColorOf(file, "diffuse"));
+    EXPECT_EQ("0.0000 0.0000 1.0000 1.0000", ColorOf(file, "second"));
+    EXPECT_EQ("0.0000 0.0000 1.0000 1.0000", ColorOf(file, "1"));
+    EXPECT_NE(std::string::npos, ColorOf(file, "nothing").find("has no layer \"nothing\""));
+}
+
+TEST_F(TextureTest, WhatIsNoPictureSaysWhy)
+{
+    struct Row
+    {
+        std::string file;
+        const char* reason;
+    };
+    const std::string png = folder.Write("good.png", PictureDepth::UInt8, {1.0f, 0.0f, 0.0f});
+    const Row rows[] = {
+        {"", "no file given"},
+        {folder.Path("none.png"), "no such file"},
+        {folder.Path(""), "is a directory"},
+        {"/dev/zero", "is no regular file"},
+        {folder.WriteBytes("empty.png", ""), "is empty"},
+        {folder.WriteBytes("text.png", "not a picture"), "is of no format"},
+        {folder.Truncate(png, "half.png", 40), "half.png: "},
+        {folder.WritePngHeader("huge.png", 60000, 60000), "at most 32768 a side"},
+        {folder.WritePngHeader("flat.png", 0, 10), "has no pixels"},
+        {folder.WritePngHeader("liar.png", 30000, 30000), "claims more pixels"},
+        {folder.Loop("loop.png"), "loop.png: "},
+    };
+    for (const Row& row : rows)
+    {
+        Ref<Texture> texture;
+        const Result loaded = Load(row.file, texture);
+        EXPECT_TRUE(loaded.IsError()) << row.file;
+        EXPECT_NE(std::string::npos, loaded.Message().find(row.reason)) << loaded.Message();
+        EXPECT_FALSE(texture);
+    }
+    // By what it holds, not by what it is called.
+    EXPECT_EQ("1.0000 0.0000 0.0000 1.0000", ColorOf(folder.Rename(png, "good.jpg")));
+}
+
+TEST_F(TextureTest, APictureTooLargeIsHeldCoarser)
+{
+    const std::string file = folder.WriteChecker("fine.png", 256);
+    std::vector<std::string> lines;
+    host::SetOutputHandler([&](host::OutputChannel, LogTarget, std::string_view line) { lines.emplace_back(line); });
+    host::SetTextureMemory(256 * 256);
+    Ref<Texture> texture;
+    ASSERT_TRUE(Load(file, texture).IsOk());
+    EXPECT_EQ("0.5029 0.5029 0.5029 1.0000", ColorOf(file)); // linear light of a mix of black and white
+    host::SetOutputHandler({});
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_NE(std::string::npos, lines[0].find("one pixel for each 4 x 4"));
+
+    ThreadedTextureRef front;
+    const auto& fronts = host::ThreadedTextureService();
+    ASSERT_TRUE(fronts.Alloc(front.Receive()).IsOk() && fronts.Init(front.Get(), texture.Get()).IsOk());
+    Int32 width = 0;
+    Int32 height = 0;
+    Float rate = 1.0;
+    TimeValue length{1.0};
+    ASSERT_TRUE(fronts.GetDetails(front.Get(), &width, &height, &rate, &length).IsOk());
+    EXPECT_EQ(256, width);
+    EXPECT_EQ(256, height);
+    EXPECT_EQ(0.0, rate);
+    EXPECT_EQ(0.0, length.seconds);
+}
+
+TEST_F(TextureTest, PicturesAreSharedAndReadAnewWhenTheyChange)
+{
+    const std::string file = folder.Write("a.png", PictureDepth::UInt8, {1.0f, 0.0f, 0.0f});
+    Ref<Texture> first;
+    ASSERT_TRUE(Load(file, first).IsOk());
+    EXPECT_EQ("1.0000 0.0000 0.0000 1.0000", ColorOf(file));
+    folder.Write("a.png", PictureDepth::UInt16, {0.0f, 1.0f, 0.0f});
+    EXPECT_EQ("0.0000 1.0000 0.0000 1.0000", ColorOf(file));
+}
+
+// The coarser levels are made by whichever thread asks first.
+TEST_F(TextureTest, ThreadsShareOnePicture)
+{
+    const Picture picture = Grey(64, 64, std::vector<double>(64 * 64, 0.25), {Transfer::Curve::Srgb});
+    const double expected = Transfer{Transfer::Curve::Srgb}.ToLinear(0.25);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+    {
+        threads.emplace_back([&] {
+            for (int k = 0; k < 200; ++k)
+                EXPECT_NEAR(expected, At(picture, k / 200.0, 0.5, texture_filter::kMip, 2, true, k / 300.0), 1e-6);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+} // namespace velto::test

@@ -1,0 +1,217 @@
+#include "module/source/pattern/generator/random.h"
+#include "test/support/node_table.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace velto::test
+{
+
+static std::string Cells(std::string_view pre, std::string_view cells, std::string_view more = "")
+{
+    return R"({"version": 1, "nodes": {
+        "pre": {"type": "net.velto.pattern.corenode.2d.pointgenerator", "inputs": {)" +
+           std::string(pre) + R"(}},
+        "cells": {"type": "net.velto.pattern.corenode.generator.cells",
+            "inputs": {"pointDistribution": {"from": "pre.pointDistribution"})" +
+           std::string(cells) + "}}" + std::string(more) + R"(},
+        "outputs": {"distance": "cells.distance", "direction": "cells.direction", "center": "cells.center",
+            "f1": "cells.f1", "f2": "cells.f2", "index": "cells.index"}})";
+}
+
+static constexpr const char* kEven = R"("points": 30, "seed": 5, "strategy": "1")";
+static constexpr const char* kRandom = R"("points": 30, "seed": 5, "strategy": "0")";
+
+struct CellsRow
+{
+    const char* name;
+    const char* pre;
+    const char* cells;
+    const char* expected;
+    const char* sample = R"({"uvw": [0.37, 0.61, 5]})";
+    double tolerance = 1e-14;
+};
+
+class CellsTable : public ::testing::TestWithParam<CellsRow>
+{
+};
+
+TEST_P(CellsTable, Row)
+{
+    const CellsRow& row = GetParam();
+    const host::Json expected = Parse(row.expected);
+    const host::Json results = EvalJson(Cells(row.pre, row.cells), "[" + std::string(row.sample) + "]");
+    const host::Json* const outputs = Entry(results).Find("outputs");
+    ASSERT_TRUE(outputs);
+    EXPECT_TRUE(AreEqual(expected, *outputs, row.tolerance)) << row.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, CellsTable, ::testing::Values(
+    CellsRow{"euclidean", kEven, R"(, "distanceMode": "0", "exponent": 1)",
+        R"({"distance": 0.053038309325714704, "f1": 0.004859335987107673, "f2": 0.05789764531282238, "index": 24,
+            "center": [0.3785200414713472, 0.557650490456388],
+            "direction": [-0.16063938650503745, 0.9870131648074838]})"},
+    CellsRow{"squared", kEven, R"(, "distanceMode": "1", "exponent": 1.5)",
+        R"({"distance": 0.00014920006609312617, "f1": 4.488079223942596e-05, "f2": 0.00019408085833255213, "index": 24})"},
+    CellsRow{"skewed", kEven, R"(, "distanceMode": "2", "exponent": 0.7)",
+        R"({"distance": 0.014519250850677193, "f1": 0.003404918680080346, "f2": 0.01792416953075754, "index": 24})"},
+    CellsRow{"skewed the other way", kEven, R"(, "distanceMode": "3", "exponent": 2)",
+        R"({"distance": 1.0621617102138807e-05, "f1": 1.6705655233387998e-06, "f2": 1.2292182625477607e-05, "index": 24})"},
+    CellsRow{"manhattan has another nearest", kEven, R"(, "distanceMode": "4", "exponent": 0.5)",
+        R"({"distance": 0.2459616727559207, "f1": 0.0007558803588894325, "f2": 0.24671755311481014, "index": 12,
+            "center": [0.3726606664713472, 0.5521635220064566],
+            "direction": [-0.045954657688953876, 0.9989435266503762]})"},
+    CellsRow{"chebyshev", kEven, R"(, "distanceMode": "5", "exponent": 3)",
+        R"({"distance": 0.0001434623205924777, "f1": 5.000406360958207e-05, "f2": 0.00019346638420205978, "index": 24})"},
+    CellsRow{"minkowski", kEven, R"(, "distanceMode": "6", "exponent": 1.7)",
+        R"({"distance": 0.05374281655338608, "f1": 0.00427480290548838, "f2": 0.05801761945887446, "index": 24})"},
+    CellsRow{"any other mode is squared", kEven, R"(, "distanceMode": "", "exponent": 1.5)",
+        R"({"distance": 0.00014920006609312617, "f2": 0.00019408085833255213, "index": 24})"},
+    CellsRow{"a negative exponent finds the farthest", kEven, R"(, "distanceMode": "0", "exponent": -1)",
+        R"({"distance": 1.1444416009589404, "f1": 0.4017350826490784, "f2": 1.5461766836080189, "index": 17,
+            "center": [0.9976606664713472, 0.002094934900832525]})"},
+    CellsRow{"random points", kRandom, R"(, "distanceMode": "0", "exponent": 1)",
+        R"({"distance": 0.15022577974096235, "f1": 0.031409085344095033, "index": 7,
+            "center": [0.21977457799948752, 0.6103278468362987]})"},
+    CellsRow{"beyond the square nothing repeats", kEven, R"(, "distanceMode": "0", "exponent": 1)",
+        R"({"distance": 1.8058841966253596, "f2": 2.039325293038898, "index": 17})",
+        R"({"uvw": [2.5, -1, 0], "uvwValid": false})"},
+    CellsRow{"without an exponent the first of all wins", kEven, R"(, "distanceMode": "5", "exponent": 0)",
+        R"({"distance": 1, "f1": 0, "f2": 1, "index": 0})"},
+    CellsRow{"on a point", R"("points": 2, "seed": 5, "strategy": "1")", R"(, "distanceMode": "0", "exponent": 1)",
+        R"({"distance": 0, "direction": [0, 0], "index": 0})",
+        R"({"uvw": [0.4664106664713472, 0.40401537385830855, 0]})"},
+    CellsRow{"one point has no second", R"("points": 1, "seed": 5, "strategy": "1")",
+        R"(, "distanceMode": "1", "exponent": 1)",
+        R"({"index": 0, "f1": 1.7976931348623157e308, "f2": 1.7976931348623157e308})"},
+    CellsRow{"no points", R"("points": 0, "seed": 5, "strategy": "1")", R"(, "distanceMode": "1", "exponent": 1)",
+        R"({"distance": 0, "direction": [0, 0], "center": [0, 0], "f1": 0, "f2": 0, "index": 0})"}));
+
+static double RadicalInverse(std::uint32_t k, std::uint32_t base, double inverse)
+{
+    double sum = 0.0;
+    for (double f = inverse; k != 0; k /= base, f *= inverse)
+        sum += (k % base) * f;
+    return sum;
+}
+
+static double Measure(char mode, double dx, double dy, double e)
+{
+    const double x = std::abs(dx);
+    const double y = std::abs(dy);
+    switch (mode)
+    {
+    case '0':
+        return std::pow(std::sqrt(dx * dx + dy * dy), e);
+    case '2':
+        return std::pow(dx * dx + dx * dy + dy * dy, e);
+    case '3':
+        return std::pow(dx * dx - dx * dy + dy * dy, e);
+    case '4':
+        return std::pow(x + y, e);
+    case '5':
+        return std::pow(std::max(x, y), e);
+    case '6':
+        return std::pow(std::pow(x, e) + std::pow(y, e), 1.0 / e);
+    default:
+        return std::pow(dx * dx + dy * dy, e);
+    }
+}
+
+// The node skips points that cannot matter. That must not show, to the last bit, where powers lose digits neither.
+TEST(CellsTest, MatchesAPlainSearch)
+{
+    constexpr std::uint32_t kPoints = 400;
+    const std::uint32_t first = pattern::IntegerHash32(9);
+    for (const char mode : {'0', '1', '2', '3', '4', '5', '6'})
+    {
+        for (const char* const exponent : {"1", "0.37", "1e-12", "3", "60", "400", "-0.5"})
+        {
+            const double e = std::stod(exponent);
+            std::string samples;
+            std::vector<std::pair<double, double>> places;
+            for (int i = 0; i < 40; ++i)
+            {
+                places.emplace_back((i * 37 % 41) / 32.0 - 0.125, (i * 13 % 41) / 32.0 - 0.125);
+                samples += fmt::format("{}{{\"uvw\": [{}, {}, 0]}}", i ? ", " : "[", places[i].first, places[i].second);
+            }
+            const host::Json results = EvalJson(Cells(R"("points": 400, "seed": 9, "strategy": "1")",
+                                                    fmt::format(R"(, "distanceMode": "{}", "exponent": {})", mode, exponent)),
+                samples + "]");
+            for (std::size_t i = 0; i < places.size(); ++i)
+            {
+                double nearest = std::numeric_limits<double>::max();
+                double second = nearest;
+                std::uint32_t index = 0;
+                for (std::uint32_t j = 0; j < kPoints; ++j)
+                {
+                    const double d = Measure(mode, RadicalInverse(first + j, 2, 0.5) - places[i].first,
+                        RadicalInverse(first + j, 3, 0.3333333333333333) - places[i].second, e);
+                    if (d < nearest)
+                    {
+                        second = nearest;
+                        nearest = d;
+                        index = j;
+                    }
+                    else
+                        second = std::min(second, d);
+                }
+                ASSERT_EQ(nearest, Parse(Output(results, "distance", i)).AsNumber()) << mode << ' ' << exponent << ' ' << i;
+                ASSERT_EQ(second, Parse(Output(results, "f2", i)).AsNumber()) << mode << ' ' << exponent << ' ' << i;
+                ASSERT_EQ(std::to_string(index), Output(results, "index", i)) << mode << ' ' << exponent << ' ' << i;
+            }
+        }
+    }
+}
+
+TEST(CellsTest, DensityThinsThePoints)
+{
+    const auto center = [](std::string_view pre)
+    {
+        const host::Json results =
+            EvalJson(Cells(pre, R"(, "distanceMode": "0", "exponent": 1)"), R"([{"uvw": [0.3, 0.8, 0]}])");
+        return Output(results, "center");
+    };
+    EXPECT_EQ("[0.2705525020137429, 0.7907615874428302]",
+        center(R"("points": 4, "seed": 5, "strategy": "0", "distribution": 0.5)"));
+    EXPECT_EQ("[0.3101606664713472, 0.8484598183027527]",
+        center(R"("points": 6, "seed": 5, "strategy": "1", "distribution": 0.5)"));
+    EXPECT_EQ("[0, 0]", center(R"("points": 50, "seed": 5, "strategy": "0", "distribution": 0)"));
+    // A map that keeps a disc.
+    const host::Json results = EvalJson(Cells(R"("points": 300, "seed": 5, "strategy": "1",
+            "distribution": {"from": "disc.mask"})",
+                                            R"(, "distanceMode": "5", "exponent": 1)",
+                                            R"(, "disc": {"type": "net.velto.pattern.corenode.shape.circle",
+            "inputs": {"scale": 1, "innersoftness": 0, "outersoftness": 0}})"),
+        R"([{"uvw": [0, 0, 0]}, {"uvw": [1, 1, 0]}])");
+    for (const std::size_t i : {0u, 1u})
+    {
+        const host::Json distance = Parse(Output(results, "distance", i));
+        EXPECT_GT(distance.AsNumber(), 0.14) << i; // the corner of the square is 0.146 from the disc
+    }
+}
+
+TEST(CellsTest, PointsAreMadeOnce)
+{
+    const host::Json results = EvalJson(Cells(kEven, R"(, "distanceMode": "0", "exponent": 1)"),
+        R"([{"uvw": [0.37, 0.61, 0]}, {"uvw": [0.37, 0.61, 0], "set": {"pre.seed": 77}}])");
+    EXPECT_EQ("24", Output(results, "index", 0));
+    EXPECT_EQ(Output(results, "center", 0), Output(results, "center", 1));
+}
+
+TEST(CellsTest, AFailingDensityEndsTheMaking)
+{
+    const host::Json results = EvalJson(R"({"version": 1, "nodes": {
+        "board": {"type": "net.velto.pattern.corenode.generator.checkerboard"},
+        "pre": {"type": "net.velto.pattern.corenode.2d.pointgenerator",
+            "inputs": {"points": 3, "distribution": {"from": "board.result"}}},
+        "cells": {"type": "net.velto.pattern.corenode.generator.cells",
+            "inputs": {"pointDistribution": {"from": "pre.pointDistribution"}}}},
+        "outputs": {"index": "cells.index"}})");
+    EXPECT_EQ("net.velto.error.nullptr", Output(results, "index"));
+}
+
+} // namespace velto::test

@@ -1,0 +1,228 @@
+// Voronoi noise and flakes, which read the same cells.
+#include "host/render/noise.h"
+#include "module/source/pattern/generator/random.h"
+#include "test/support/eval.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <set>
+
+namespace velto::test
+{
+
+namespace
+{
+
+struct Answer
+{
+    float f1;
+    float f2;
+    Int32 id;
+};
+
+// What the node should be told at a place of noise space.
+Answer Ask(UInt32 seed, double x, double y, double z)
+{
+    const auto& noise = Bound<NoiseInterface>();
+    const Ref<NoiseObject> object = Ref<NoiseObject>::Adopt(noise.Alloc());
+    EXPECT_TRUE(noise.Init(object.Get(), seed, 10).IsOk());
+    const float position[3] = {static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)};
+    float distances[2];
+    Int32 ids[2];
+    noise.Voronoi(object.Get(), position, 2, distances, ids);
+    return {distances[0], distances[1], ids[0]};
+}
+
+double Number(const host::Json& results, std::string_view name, std::size_t i = 0)
+{
+    return Parse(Output(results, name, i)).AsNumber();
+}
+
+std::string Voronoi(std::string_view inputs)
+{
+    return R"({"version": 1, "nodes": {
+        "pre": {"type": "net.velto.pattern.corenode.generator.voronoinoisepre", "inputs": {"seed": 3}},
+        "v": {"type": "net.velto.pattern.corenode.generator.voronoinoise",
+            "inputs": {"voronoinoise": {"from": "pre.voronoinoise"}, )" +
+           std::string(inputs) + R"(}}},
+        "outputs": {"resultColor": "v.resultColor", "resultFloat": "v.resultFloat", "distance": "v.distance",
+            "f1": "v.f1", "f2": "v.f2", "index": "v.index"}})";
+}
+
+std::string Flakes(std::string_view inputs)
+{
+    return R"({"version": 1, "nodes": {
+        "pre": {"type": "net.velto.pattern.corenode.generator.voronoinoisepre", "inputs": {"seed": 3}},
+        "f": {"type": "net.velto.pattern.corenode.generator.flakes",
+            "inputs": {"voronoinoise": {"from": "pre.voronoinoise"}, )" +
+           std::string(inputs) + R"(}}},
+        "outputs": {"normal": "f.normal", "index": "f.index", "mask": "f.mask"}})";
+}
+
+std::string Places(int count, std::string_view more = "")
+{
+    std::string samples;
+    for (int i = 0; i < count; ++i)
+        samples += fmt::format("{}{{\"uvw\": [{}, {}, {}]{}}}", i ? ", " : "[", i * 0.173 - 1.0, i * 0.0917, i * 0.031, more);
+    return samples + "]";
+}
+
+class VoronoiNoiseTest : public ::testing::Test
+{
+protected:
+    void SetUp() override { TheModule(); }
+};
+
+using FlakesTest = VoronoiNoiseTest;
+
+TEST_F(VoronoiNoiseTest, DistancesAndIndexAreThoseOfTheNoise)
+{
+    const host::Json results = EvalJson(Voronoi(R"("scale": 0.3, "borderWidth": 0)"), Places(20));
+    std::set<bool> signs;
+    for (std::size_t i = 0; i < 20; ++i)
+    {
+        const double s = 1.0 / 0.3;
+        const Answer answer = Ask(3, (static_cast<double>(i) * 0.173 - 1.0) * s, static_cast<double>(i) * 0.0917 * s, static_cast<double>(i) * 0.031 * s);
+        EXPECT_EQ(answer.f1, Number(results, "f1", i));
+        EXPECT_EQ(answer.f2, Number(results, "f2", i));
+        EXPECT_EQ(answer.f2 - answer.f1, Number(results, "distance", i));
+        EXPECT_EQ(std::to_string(answer.id), Output(results, "index", i));
+        EXPECT_EQ("[1, 1, 1]", Output(results, "resultColor", i));
+        signs.insert(answer.id < 0);
+    }
+    EXPECT_EQ(2u, signs.size()) << "identifiers of both signs";
+}
+
+TEST_F(VoronoiNoiseTest, ColoursBelongToTheIdentifier)
+{
+    const host::Json results = EvalJson(Voronoi(R"("scale": 0.3, "randomColor": true)"), Places(5));
+    for (std::size_t i = 0; i < 5; ++i)
+    {
+        pattern::RandomStream stream(static_cast<UInt32>(Parse(Output(results, "index", i)).AsInteger()));
+        const double r = stream.Next01();
+        const double g = stream.Next01();
+        const double b = stream.Next01();
+        EXPECT_TRUE(AreEqual(Parse(fmt::format("[{}, {}, {}]", r, g, b)), Parse(Output(results, "resultColor", i))));
+        EXPECT_EQ(r, Number(results, "resultFloat", i));
+    }
+}
+
+TEST_F(VoronoiNoiseTest, ABorderIsWhereTheDistancesAreNearlyEqual)
+{
+    const host::Json plain = EvalJson(Voronoi(R"("scale": 0.3)"), Places(30));
+    std::set<std::string> seen;
+    for (std::size_t i = 0; i < 30; ++i)
+    {
+        // Just below and at the distance itself.
+        const double gap = Number(plain, "distance", i);
+        const std::string place = fmt::format(R"([{{"uvw": [{}, {}, {}]}}])", static_cast<double>(i) * 0.173 - 1.0,
+            static_cast<double>(i) * 0.0917, static_cast<double>(i) * 0.031);
+        const auto at = [&](double width)
+        { return Output(EvalJson(Voronoi(fmt::format(R"("scale": 0.3, "borderWidth": {})", width)), place), "resultFloat"); };
+        EXPECT_EQ("1", at(std::nextafter(gap, 0.0))) << i;
+        EXPECT_EQ("0", at(gap)) << i;
+    }
+}
+
+TEST_F(VoronoiNoiseTest, AnEvenBorderIsWhereAnotherCellBegins)
+{
+    const host::Json results =
+        EvalJson(Voronoi(R"("scale": 0.3, "borderWidth": 0.2, "evenWidthBorder": true)"), Places(60));
+    std::set<std::string> seen;
+    for (std::size_t i = 0; i < 60; ++i)
+    {
+        const double s = 1.0 / 0.3;
+        const double x = (static_cast<double>(i) * 0.173 - 1.0) * s;
+        const double y = static_cast<double>(i) * 0.0917 * s;
+        const double z = static_cast<double>(i) * 0.031 * s;
+        const bool isInside = Ask(3, x, y, z).id == Ask(3, x + 0.2, y, z).id && Ask(3, x, y, z).id == Ask(3, x, y + 0.2, z).id;
+        EXPECT_EQ(isInside ? "1" : "0", Output(results, "resultFloat", i)) << i;
+        seen.insert(Output(results, "resultFloat", i));
+    }
+    EXPECT_EQ(2u, seen.size());
+}
+
+TEST_F(VoronoiNoiseTest, NoScaleIsOneCell)
+{
+    const host::Json results = EvalJson(Voronoi(R"("scale": -1)"), Places(3));
+    const Answer origin = Ask(3, 0, 0, 0);
+    for (const std::size_t i : {0u, 1u, 2u})
+        EXPECT_EQ(std::to_string(origin.id), Output(results, "index", i));
+}
+
+TEST_F(VoronoiNoiseTest, TheSeedMakesTheCells)
+{
+    const host::Json results = EvalJson(Voronoi(R"("scale": 0.3)"),
+        R"([{"uvw": [1, 2, 3]}, {"uvw": [1, 2, 3], "set": {"pre.seed": 4}}, {"uvw": [1, 2, 3], "set": {"pre.seed": 3}}])");
+    EXPECT_NE(Output(results, "index", 0), Output(results, "index", 1));
+    EXPECT_EQ(Output(results, "index", 0), Output(results, "index", 2));
+}
+
+TEST_F(VoronoiNoiseTest, WithoutATableTheFrameworksOwnCells)
+{
+    const host::Json results = EvalJson(R"({"version": 1, "nodes": {
+        "v": {"type": "net.velto.pattern.corenode.generator.voronoinoise", "inputs": {"scale": 0.5}}},
+        "outputs": {"index": "v.index", "f1": "v.f1"}})",
+        R"([{"uvw": [1, 2, 3]}])");
+    const Answer answer = Ask(0, 2, 4, 6);
+    EXPECT_EQ(std::to_string(answer.id), Output(results, "index"));
+    EXPECT_EQ(answer.f1, Number(results, "f1"));
+}
+
+TEST_F(FlakesTest, TurnTheNormalInsideTheDensity)
+{
+    const char* const normal = R"(, "shadingNormal": [0.6, 0, 0.8])";
+    const host::Json results =
+        EvalJson(Flakes(R"("scale": 5, "density": 0.5, "intensity": 0.25)"), Places(40, normal));
+    std::set<std::string> masks;
+    for (std::size_t i = 0; i < 40; ++i)
+    {
+        const double s = (1.0 / 5.0) * 10.0;
+        const Answer answer = Ask(3, (static_cast<double>(i) * 0.173 - 1.0) * s, static_cast<double>(i) * 0.0917 * s, static_cast<double>(i) * 0.031 * s);
+        masks.insert(Output(results, "index", i) == "0" ? "off" : Output(results, "mask", i));
+        if (!(0.5 > static_cast<double>(answer.f1)))
+        {
+            EXPECT_EQ("[0.6, 0, 0.8]", Output(results, "normal", i));
+            EXPECT_EQ("0", Output(results, "index", i));
+            EXPECT_EQ("false", Output(results, "mask", i));
+            continue;
+        }
+        EXPECT_EQ(std::to_string(answer.id), Output(results, "index", i));
+        EXPECT_EQ(answer.id > 0 ? "true" : "false", Output(results, "mask", i));
+        pattern::RandomStream stream(static_cast<UInt32>(answer.id));
+        double r[3];
+        for (double& x : r)
+            x = 2.0 * stream.Next01() - 1.0;
+        const double length = std::sqrt(r[0] * r[0] + r[1] * r[1] + r[2] * r[2]);
+        const double side = 0.6 * r[0] + 0.8 * r[2] < 0.0 ? -1.0 : 1.0;
+        const double base[3] = {0.6, 0.0, 0.8};
+        double m[3];
+        for (int k = 0; k < 3; ++k)
+            m[k] = base[k] + (side * r[k] / length - base[k]) * 0.25;
+        const double size = std::sqrt(m[0] * m[0] + m[1] * m[1] + m[2] * m[2]);
+        EXPECT_TRUE(AreEqual(Parse(fmt::format("[{}, {}, {}]", m[0] / size, m[1] / size, m[2] / size)),
+            Parse(Output(results, "normal", i)), 1e-14));
+    }
+    EXPECT_EQ((std::set<std::string>{"false", "off", "true"}), masks);
+}
+
+TEST_F(FlakesTest, Bounds)
+{
+    const char* const normal = R"(, "shadingNormal": [0, 0, 1])";
+    const host::Json none = EvalJson(Flakes(R"("scale": 5, "density": 0, "intensity": 1)"), Places(10, normal));
+    const host::Json flat = EvalJson(Flakes(R"("scale": 5, "density": 9, "intensity": 0)"), Places(10, normal));
+    const host::Json one = EvalJson(Flakes(R"("scale": 0, "density": 9, "intensity": 1)"), Places(10, normal));
+    for (std::size_t i = 0; i < 10; ++i)
+    {
+        EXPECT_EQ("0", Output(none, "index", i));
+        EXPECT_EQ("[0, 0, 1]", Output(none, "normal", i));
+        EXPECT_EQ("[0, 0, 1]", Output(flat, "normal", i));
+        EXPECT_EQ(std::to_string(Ask(3, 0, 0, 0).id), Output(one, "index", i));
+        
+    }
+}
+
+} // namespace
+
+} // namespace velto::test

@@ -1,0 +1,15 @@
+// Two units that each want to come behind the other.
+#include "velto/module.h"
+
+namespace velto::test
+{
+
+static TranslationUnitRecord hen("hen.cpp", 0, thisModule);
+static LabelRecord henLabel(hen, "hen");
+static TranslationUnitRecord egg("egg.cpp", 0, thisModule);
+static LabelRecord eggLabel(egg, "egg");
+static DependencyRecord henNeeds{nullptr, 0, nullptr, ".egg", nullptr};
+static DependencyRecord eggNeeds{nullptr, 0, &henLabel, {}, nullptr};
+static const bool linked = (hen.Add(henNeeds), egg.Add(eggNeeds), true);
+
+} // namespace velto::test

@@ -1,0 +1,4 @@
+// A module of another generation.
+#include "velto/module.h"
+
+constinit velto::ModuleExport g_velto{.stamp = 4711};

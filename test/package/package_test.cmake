@@ -1,0 +1,50 @@
+# Installs the build, builds examples/embed against what was installed, and runs it and the installed command.
+#
+#     cmake -D BUILD_DIR=... -D SOURCE_DIR=... -D GENERATOR=... -D CXX=... -D BUILD_TYPE=... -P package_test.cmake
+set(work ${BUILD_DIR}/test/package)
+set(prefix ${work}/moved/prefix)
+file(REMOVE_RECURSE ${work})
+
+function(run output)
+    execute_process(COMMAND ${ARGN} RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+    if(NOT status EQUAL 0)
+        message(FATAL_ERROR "failed with ${status}: ${ARGN}\n${out}${err}")
+    endif()
+    set(${output} "${out}" PARENT_SCOPE)
+endfunction()
+
+# What is installed may be moved.
+run(ignored ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${work}/prefix)
+file(MAKE_DIRECTORY ${work}/moved)
+file(RENAME ${work}/prefix ${prefix})
+
+# Public headers include public headers only.
+file(GLOB_RECURSE headers RELATIVE ${prefix}/include/velto-host ${prefix}/include/velto-host/*.h)
+list(TRANSFORM headers REPLACE "(.+)" "#include <\\1>")
+list(JOIN headers "\n" headers)
+file(WRITE ${work}/headers.cpp "${headers}\n#include <string.h>\nsize_t length = strlen(\"\");\n")
+run(ignored ${CXX} -std=c++20 -fsyntax-only -I${prefix}/include -I${prefix}/include/velto-host ${work}/headers.cpp)
+
+run(ignored ${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/embed -B ${work}/embed -G ${GENERATOR}
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=${BUILD_TYPE})
+run(ignored ${CMAKE_COMMAND} --build ${work}/embed)
+
+# A colour that only the default of a description gives, so the resources are found.
+file(WRITE ${work}/graph.json [[{
+    "version": 1,
+    "nodes": {"lit": {"type": "exposure", "inputs": {"color": [0.25, 0.5, 1, 1], "exposure": 1}},
+              "half": {"type": "invertcolor", "inputs": {"color": {"from": "lit.result"}}}},
+    "outputs": {"color": "half.result"}
+}]])
+run(color ${work}/embed/embed ${work}/graph.json 0.5 0.5)
+if(NOT color STREQUAL "0.5 0 -1 1\n")
+    message(FATAL_ERROR "examples/embed printed ${color}")
+endif()
+
+# The command, from elsewhere and through a link, as packages make them.
+file(CREATE_LINK ${prefix}/bin/velto ${work}/velto SYMBOLIC)
+run(ignored ${work}/velto check ${SOURCE_DIR}/examples/demo.json)
+run(ignored ${work}/velto bake ${SOURCE_DIR}/examples/demo.json --size 8 -o ${work}/demo.png)
+if(NOT EXISTS ${work}/demo.png)
+    message(FATAL_ERROR "the installed command baked nothing")
+endif()

@@ -1,0 +1,164 @@
+// A temporary folder with pictures of a test's own making.
+#pragma once
+
+#include <OpenImageIO/imageio.h>
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace velto::test
+{
+
+enum class PictureDepth
+{
+    UInt8,
+    UInt16,
+    Float,
+};
+
+class PictureFolder
+{
+public:
+    PictureFolder()
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "velto_pictures_XXXXXX").string();
+        directory_ = mkdtemp(pattern.data());
+    }
+    ~PictureFolder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(directory_, ignored);
+    }
+    PictureFolder(const PictureFolder&) = delete;
+    PictureFolder& operator=(const PictureFolder&) = delete;
+
+    std::string Path(const std::string& name) const { return (directory_ / name).string(); }
+
+    // A picture of 4 x 4 pixels of one colour.
+    std::string Write(const std::string& name, PictureDepth depth, const std::vector<float>& color,
+        const std::string& colorSpace = "") const
+    {
+        std::vector<float> pixels;
+        for (int i = 0; i < 16; ++i)
+            pixels.insert(pixels.end(), color.begin(), color.end());
+        return WritePixels(name, 4, static_cast<int>(color.size()), pixels, depth, colorSpace);
+    }
+
+    // Black and white pixels in turn.
+    std::string WriteChecker(const std::string& name, int size) const
+    {
+        std::vector<float> pixels;
+        for (int i = 0; i < size * size; ++i)
+            pixels.push_back(static_cast<float>((i % size + i / size) % 2));
+        return WritePixels(name, size, 1, pixels, PictureDepth::UInt8, "");
+    }
+
+    // Red, a green group of channels "diffuse", and a blue part "second".
+    std::string WriteLayers(const std::string& name) const
+    {
+        OIIO::ImageSpec first(2, 2, 6, OIIO::TypeDesc::FLOAT);
+        first.channelnames = {"R", "G", "B", "diffuse.R", "diffuse.G", "diffuse.B"};
+        first["oiio:subimagename"] = "first";
+        OIIO::ImageSpec second(2, 2, 3, OIIO::TypeDesc::FLOAT);
+        second["oiio:subimagename"] = "second";
+        std::vector<float> firstPixels;
+        std::vector<float> secondPixels;
+        for (int i = 0; i < 4; ++i)
+        {
+            firstPixels.insert(firstPixels.end(), {1, 0, 0, 0, 1, 0});
+            secondPixels.insert(secondPixels.end(), {0, 0, 1});
+        }
+        const auto output = OIIO::ImageOutput::create(name);
+        const OIIO::ImageSpec specs[] = {first, second};
+        EXPECT_TRUE(output->open(Path(name), 2, specs));
+        EXPECT_TRUE(output->write_image(OIIO::TypeDesc::FLOAT, firstPixels.data()));
+        EXPECT_TRUE(output->open(Path(name), second, OIIO::ImageOutput::AppendSubimage));
+        EXPECT_TRUE(output->write_image(OIIO::TypeDesc::FLOAT, secondPixels.data()));
+        EXPECT_TRUE(output->close());
+        return Path(name);
+    }
+
+    // An animation of pictures of one grey each.
+    std::string WriteMovie(const std::string& name, int framesPerSecond, const std::vector<float>& greys) const
+    {
+        OIIO::ImageSpec spec(8, 8, 3, OIIO::TypeDesc::UINT8);
+        spec["FramesPerSecond"] = float(framesPerSecond);
+        spec.attribute("oiio:Movie", 1);
+        const auto output = OIIO::ImageOutput::create(name);
+        for (std::size_t i = 0; i < greys.size(); ++i)
+        {
+            const std::vector<float> pixels(8 * 8 * 3, greys[i]);
+            EXPECT_TRUE(
+                output->open(Path(name), spec, i == 0 ? OIIO::ImageOutput::Create : OIIO::ImageOutput::AppendSubimage));
+            EXPECT_TRUE(output->write_image(OIIO::TypeDesc::FLOAT, pixels.data()));
+        }
+        EXPECT_TRUE(output->close());
+        return Path(name);
+    }
+
+    std::string WriteBytes(const std::string& name, const std::string& bytes) const
+    {
+        std::ofstream(Path(name), std::ios::binary) << bytes;
+        return Path(name);
+    }
+
+    // A header that claims a size, and nothing behind it.
+    std::string WritePngHeader(const std::string& name, unsigned width, unsigned height) const
+    {
+        std::string bytes("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
+        for (const unsigned side : {width, height})
+        {
+            for (int shift = 24; shift >= 0; shift -= 8)
+                bytes += static_cast<char>(side >> shift);
+        }
+        bytes += std::string("\x08\x06\0\0\0", 5) + std::string(32, '\0');
+        return WriteBytes(name, bytes);
+    }
+
+    std::string Truncate(const std::string& file, const std::string& name, std::size_t size) const
+    {
+        std::filesystem::copy_file(file, Path(name));
+        std::filesystem::resize_file(Path(name), size);
+        return Path(name);
+    }
+
+    std::string Rename(const std::string& file, const std::string& name) const
+    {
+        std::filesystem::rename(file, Path(name));
+        return Path(name);
+    }
+
+    // A link to itself.
+    std::string Loop(const std::string& name) const
+    {
+        std::filesystem::create_symlink(Path(name), Path(name));
+        return Path(name);
+    }
+
+private:
+    std::string WritePixels(const std::string& name, int size, int channels, const std::vector<float>& pixels,
+        PictureDepth depth, const std::string& colorSpace) const
+    {
+        OIIO::ImageSpec spec(size, size, channels,
+            depth == PictureDepth::UInt8    ? OIIO::TypeDesc::UINT8
+            : depth == PictureDepth::UInt16 ? OIIO::TypeDesc::UINT16
+                                            : OIIO::TypeDesc::FLOAT);
+        spec["oiio:UnassociatedAlpha"] = 1;
+        if (!colorSpace.empty())
+            spec["oiio:ColorSpace"] = colorSpace;
+        const auto output = OIIO::ImageOutput::create(name);
+        EXPECT_TRUE(output && output->open(Path(name), spec) &&
+                    output->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && output->close())
+            << name;
+        return Path(name);
+    }
+
+    std::filesystem::path directory_;
+};
+
+} // namespace velto::test
