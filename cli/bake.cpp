@@ -229,6 +229,8 @@ void PrintStatistics(const Streams& streams, const host::Graph& graph, const hos
     for (std::size_t i = 0; i < statistics.evaluations.size(); ++i)
     {
         const std::string& name = graph.program->nodeNames[i];
+        if (name.empty())
+            continue; // conversions
         const Json* const before = evaluations.Find(name);
         evaluations.Set(name, Json((before ? static_cast<UInt>(before->AsInteger()) : 0) + statistics.evaluations[i]));
     }

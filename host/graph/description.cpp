@@ -305,6 +305,7 @@ private:
             diagnostics_.Fault(place + ".name", fmt::format("there are two ports \"{}\"", port.name));
         port.label = OptionalText(json, "label");
         port.help = OptionalText(json, "help");
+        port.group = OptionalText(json, "group");
         for (const auto& [key, to] : {std::pair("min", &port.minimum), std::pair("max", &port.maximum)})
         {
             if (const Json* const limit = json.Find(key))

@@ -666,7 +666,8 @@ private:
             return diagnostics_.Fault(linkPlace, fmt::format("{} is a {}, expected a BSDF layer",
                                                      Printable(from->AsString()), TypeName(port->type.Get())));
         for (const auto& [name, input] : nodes_[index].parameters)
-            channels_.push_back({"bsdflayers", fmt::format("{}.{}", channel, name), Copy(input)});
+            channels_.push_back({"bsdflayers", fmt::format("{}.{}", channel, name), Copy(input),
+                nodes_[index].type->FindPort(name, true)->type.Get()});
     }
 
     void ReadAov(const Json& entry, const std::string& place)
@@ -702,7 +703,7 @@ private:
         port.type = Ref<const DataType>::Share(TypeOfName(name));
         CoreInput source;
         if (ReadSource(material_, port, json, place, source))
-            channels_.push_back({input, channel, std::move(source)});
+            channels_.push_back({input, channel, std::move(source), port.type.Get()});
     }
 
     // What the module forwarded to the material's output is what the document drives.
@@ -713,7 +714,7 @@ private:
             for (Channel& channel : channels_)
             {
                 if (channel.input == input)
-                    document_.graph.outputs.push_back({channel.name, std::move(channel.source)});
+                    document_.graph.outputs.push_back({channel.name, std::move(channel.source), channel.type});
             }
         }
         if (document_.graph.outputs.empty())
@@ -725,6 +726,7 @@ private:
         std::string input;
         std::string name;
         CoreInput source;
+        const DataType* type;
     };
 
     // Reports one circle, by names.

@@ -38,6 +38,7 @@ struct NodePort
     // Of a bundle, whose elements are objects: their members.
     std::vector<NodePort> members;
     Json defaultElements;
+    std::string group; // of a graph root's ports, under which it stands there
     // For people.
     std::string label;
     std::string help;

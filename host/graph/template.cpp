@@ -34,10 +34,12 @@ Result Describe(const NodePort& source, const MutablePort& port)
     return yields ? port.SetValue(port_attribute::kFunctionResult, true) : Result();
 }
 
-Result AddInput(const MutablePort& inputs, const NodePort& source)
+Result AddInput(const MutablePort& inputs, const NodePort& source, MutablePort& port)
 {
-    MutablePort port;
-    VELTO_TRY(AddPort(inputs, source.name == kLocalContextPort ? kLocalContextId : source.name, port));
+    MutablePort parent = inputs;
+    if (!source.group.empty())
+        VELTO_TRY(AddPort(inputs, source.group, parent));
+    VELTO_TRY(AddPort(parent, source.name == kLocalContextPort ? kLocalContextId : source.name, port));
     if (!source.IsBundle())
         return Describe(source, port);
     const std::size_t elements = source.defaultElements.IsArray() ? source.defaultElements.Elements().size() : 0;
@@ -84,16 +86,13 @@ void TakeDefaults(const HostNodeSystem& system, Int bundle, NodePort& port)
 }
 
 // What the root says after its set-up: defaults of bundles, and which port holds the context where nothing else is
-// given.
-void TakeOver(const HostNodeSystem& system, NodeType& type)
+// given. `numbers` are those of the type's ports in the root.
+void TakeOver(const HostNodeSystem& system, const std::vector<Int>& numbers, NodeType& type)
 {
-    for (const Int input : system.ports[HostNodeSystem::kInputs].children)
+    for (std::size_t i = 0; i < type.ports.size(); ++i)
     {
-        for (NodePort& port : type.ports)
-        {
-            if (port.input && port.IsBundle() && port.name == system.ports[static_cast<std::size_t>(input)].name)
-                TakeDefaults(system, input, port);
-        }
+        if (type.ports[i].IsBundle() && type.ports[i].defaultElements.IsArray())
+            TakeDefaults(system, numbers[i], type.ports[i]);
     }
     for (const GraphWire& wire : system.wires)
     {
@@ -162,21 +161,23 @@ Result BuildTemplate(NodeType& type, NodeSystem& system)
     MutablePort outputs;
     VELTO_TRY(root.GetInputs(inputs));
     VELTO_TRY(root.GetOutputs(outputs));
+    std::vector<Int> numbers;
     for (const NodePort& port : type.ports)
     {
+        MutablePort made;
         if (port.input)
+            VELTO_TRY(AddInput(inputs, port, made));
+        else
         {
-            VELTO_TRY(AddInput(inputs, port));
-            continue;
+            VELTO_TRY(AddPort(outputs, port.name, made));
+            VELTO_TRY(Describe(port, made));
         }
-        MutablePort output;
-        VELTO_TRY(AddPort(outputs, port.name, output));
-        VELTO_TRY(Describe(port, output));
+        numbers.push_back(made.Number());
     }
     VELTO_TRY(Finalize(type.id, root));
     VELTO_TRY(CallRootFunction("net.velto.shadernode.SetupContext", root));
     VELTO_TRY(root.Commit(0));
-    TakeOver(AsHost(system), type);
+    TakeOver(AsHost(system), numbers, type);
     return {};
 }
 

@@ -162,6 +162,8 @@ private:
     Result RunInArena()
     {
         const Clock::time_point start = Clock::now();
+        statistics_.evaluations.resize(graph_.program->nodeNames.size(), 0);
+        graph_.setup->CountInto(&statistics_.evaluations);
         VELTO_TRY(graph_.setup->Run());
         statistics_.setupSeconds += SecondsSince(start);
         const int rows = BandRows();
@@ -187,7 +189,6 @@ private:
         }
         statistics_.samples += static_cast<UInt>(window_.width) * static_cast<UInt>(window_.height) *
                                static_cast<UInt>(options_.supersample) * static_cast<UInt>(options_.supersample);
-        statistics_.evaluations.resize(graph_.program->nodeNames.size(), 0);
         for (const Worker& worker : workers_)
         {
             for (std::size_t i = 0; i < worker.counts.size(); ++i)

@@ -55,9 +55,12 @@ HWY_INLINE V Fade(V t)
     return hn::Mul(hn::Mul(hn::Mul(t, t), t), p);
 }
 
-HWY_INLINE U Scramble(U h)
+// `cells` is the sum of the axes' cells, each times its prime: a sum, since an exclusive or of odd multiples is the
+// same for two cells that mirror each other.
+HWY_INLINE U Scramble(U cells, U seed)
 {
     const UInts d;
+    const U h = hn::Xor(cells, seed);
     return hn::Mul(hn::Xor(h, hn::ShiftRight<15>(h)), hn::Set(d, kMix));
 }
 
@@ -94,12 +97,12 @@ HWY_INLINE V Usable(V x)
 
 // One of the twelve edge directions of a cube. With time it turns in its plane.
 template <bool kMoving>
-HWY_INLINE V GradientDot3d(U hash, V x, V y, V z, V time)
+HWY_INLINE V GradientDot3d(U cells, U seed, V x, V y, V z, V time)
 {
     const Floats d;
     const Ints di;
     const UInts du;
-    const U h = Scramble(hash);
+    const U h = Scramble(cells, seed);
     const I s = hn::BitCast(di, h);
     const I third = hn::Set(di, 715827882);
     const U sign = hn::Set(du, 0x80000000u);
@@ -120,10 +123,10 @@ HWY_INLINE V GradientDot3d(U hash, V x, V y, V z, V time)
 
 // Any direction.
 template <bool kMoving>
-HWY_INLINE V GradientDot2d(U hash, V x, V y, V time)
+HWY_INLINE V GradientDot2d(U cells, U seed, V x, V y, V time)
 {
     const Floats d;
-    const U h = Scramble(hash);
+    const U h = Scramble(cells, seed);
     V turns = HighBits(h);
     if constexpr (kMoving)
         turns = hn::Add(turns, hn::Mul(Speed(MiddleBits(h)), time));
@@ -169,18 +172,18 @@ HWY_INLINE void Gradients3d(const GradientBank& bank, int count, const NoisePoin
         const U seed = hn::LoadU(du, bank.seed + i);
         const V fadeZ = Fade(z.fraction);
         const auto edge = [&](U cellsXY, V dx, V dy) {
-            const V low = GradientDot3d<kMoving>(hn::Xor(cellsXY, z.cell), dx, dy, z.fraction, time);
-            const V high = GradientDot3d<kMoving>(hn::Xor(cellsXY, z.NextCell(kPrimeZ)), dx, dy, z.Beyond(), time);
+            const V low = GradientDot3d<kMoving>(hn::Add(cellsXY, z.cell), seed, dx, dy, z.fraction, time);
+            const V high =
+                GradientDot3d<kMoving>(hn::Add(cellsXY, z.NextCell(kPrimeZ)), seed, dx, dy, z.Beyond(), time);
             return Lerp(fadeZ, low, high);
         };
-        const U x0 = hn::Xor(x.cell, seed);
-        const U x1 = hn::Xor(x.NextCell(kPrimeX), seed);
+        const U x1 = x.NextCell(kPrimeX);
         const U y1 = y.NextCell(kPrimeY);
         const V fadeY = Fade(y.fraction);
-        const V left = Lerp(
-            fadeY, edge(hn::Xor(x0, y.cell), x.fraction, y.fraction), edge(hn::Xor(x0, y1), x.fraction, y.Beyond()));
+        const V left = Lerp(fadeY, edge(hn::Add(x.cell, y.cell), x.fraction, y.fraction),
+            edge(hn::Add(x.cell, y1), x.fraction, y.Beyond()));
         const V right = Lerp(
-            fadeY, edge(hn::Xor(x1, y.cell), x.Beyond(), y.fraction), edge(hn::Xor(x1, y1), x.Beyond(), y.Beyond()));
+            fadeY, edge(hn::Add(x1, y.cell), x.Beyond(), y.fraction), edge(hn::Add(x1, y1), x.Beyond(), y.Beyond()));
         hn::Store(Lerp(Fade(x.fraction), left, right), d, values + i);
     }
 }
@@ -202,12 +205,12 @@ HWY_INLINE void Gradients2d(const GradientBank& bank, int count, const NoisePoin
         const U seed = hn::LoadU(du, bank.seed + i);
         const V fadeY = Fade(y.fraction);
         const auto edge = [&](U cellX, V dx) {
-            const V low = GradientDot2d<kMoving>(hn::Xor(cellX, y.cell), dx, y.fraction, time);
-            const V high = GradientDot2d<kMoving>(hn::Xor(cellX, y.NextCell(kPrimeY)), dx, y.Beyond(), time);
+            const V low = GradientDot2d<kMoving>(hn::Add(cellX, y.cell), seed, dx, y.fraction, time);
+            const V high = GradientDot2d<kMoving>(hn::Add(cellX, y.NextCell(kPrimeY)), seed, dx, y.Beyond(), time);
             return Lerp(fadeY, low, high);
         };
-        const V left = edge(hn::Xor(x.cell, seed), x.fraction);
-        const V right = edge(hn::Xor(x.NextCell(kPrimeX), seed), x.Beyond());
+        const V left = edge(x.cell, x.fraction);
+        const V right = edge(x.NextCell(kPrimeX), x.Beyond());
         hn::Store(Lerp(Fade(x.fraction), left, right), d, values + i);
     }
 }
@@ -244,10 +247,10 @@ HWY_INLINE Float32 Gradient3d(const GradientBank& bank, const NoisePoint& point)
     alignas(32) float corners[8];
     for (int part = 0; part < 8; part += kLanes)
     {
-        const U hash = hn::Xor(hn::Xor(hn::Xor(hn::Add(x.cell, hn::Load(du, kStepX + part)), seed),
-                                   hn::Add(y.cell, hn::Load(du, kStepY + part))),
-            hn::Add(z.cell, hn::Load(du, kStepZ + part)));
-        hn::Store(GradientDot3d<kMoving>(hash, hn::Sub(x.fraction, hn::Load(d, kCornerX + part)),
+        const U cells =
+            hn::Add(hn::Add(hn::Add(x.cell, hn::Load(du, kStepX + part)), hn::Add(y.cell, hn::Load(du, kStepY + part))),
+                hn::Add(z.cell, hn::Load(du, kStepZ + part)));
+        hn::Store(GradientDot3d<kMoving>(cells, seed, hn::Sub(x.fraction, hn::Load(d, kCornerX + part)),
                       hn::Sub(y.fraction, hn::Load(d, kCornerY + part)),
                       hn::Sub(z.fraction, hn::Load(d, kCornerZ + part)), time),
             d, corners + part);
@@ -271,9 +274,9 @@ HWY_INLINE Float32 Gradient2d(const GradientBank& bank, const NoisePoint& point)
     alignas(32) float corners[8];
     for (int part = 0; part < 4; part += kLanes)
     {
-        const U hash = hn::Xor(
-            hn::Xor(hn::Add(x.cell, hn::Load(du, kStepX + part)), seed), hn::Add(y.cell, hn::Load(du, kStepY + part)));
-        hn::Store(GradientDot2d<kMoving>(hash, hn::Sub(x.fraction, hn::Load(d, kCornerX + part)),
+        const U cells =
+            hn::Add(hn::Add(x.cell, hn::Load(du, kStepX + part)), hn::Add(y.cell, hn::Load(du, kStepY + part)));
+        hn::Store(GradientDot2d<kMoving>(cells, seed, hn::Sub(x.fraction, hn::Load(d, kCornerX + part)),
                       hn::Sub(y.fraction, hn::Load(d, kCornerY + part)), hn::Set(d, point.time)),
             d, corners + part);
     }
@@ -535,10 +538,10 @@ private:
         const auto cell = [&](V offset, UInt32 base, UInt32 prime) {
             return hn::Mul(hn::Add(hn::BitCast(du, hn::ConvertTo(di, offset)), hn::Set(du, base)), hn::Set(du, prime));
         };
-        U hash = hn::Xor(hn::Xor(cell(ox, x_.cell, kPrimeX), cell(oy, y_.cell, kPrimeY)), hn::Set(du, seed_));
+        U cells = hn::Add(cell(ox, x_.cell, kPrimeX), cell(oy, y_.cell, kPrimeY));
         if constexpr (kDims == 3)
-            hash = hn::Xor(hash, cell(oz, z_.cell, kPrimeZ));
-        hash = Scramble(hash);
+            cells = hn::Add(cells, cell(oz, z_.cell, kPrimeZ));
+        U hash = Scramble(cells, hn::Set(du, seed_));
         hash = hn::Xor(hash, hn::ShiftRight<13>(hash));
         const U more = hn::Mul(hash, hn::Set(du, kMix2));
         const V a = HighBits(hash);

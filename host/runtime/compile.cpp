@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <tuple>
 
 namespace velto::host
 {
@@ -129,12 +130,20 @@ public:
     }
 
 private:
+    // Converted values by where they come from and what they become.
+    struct Converted
+    {
+        Address value;
+        UInt32 call;
+    };
+    using Conversions = std::map<std::tuple<Store, UInt32, const DataType*>, Converted>;
+
     // What a body has placed so far.
     struct Body
     {
         std::size_t index;
         std::map<std::size_t, std::vector<UInt32>> placed; // offsets of outputs in the frame, by node
-        std::map<std::string, Address> converted;
+        Conversions converted;
     };
 
     Result Fault(const Node& node, std::string_view text) const
@@ -154,6 +163,8 @@ private:
             VELTO_TRY(MakeGroup(node));
             node.inputs.resize(static_cast<std::size_t>(node.PortCount()));
         }
+        conversionNode_ = static_cast<UInt32>(program_.nodeNames.size());
+        program_.nodeNames.emplace_back(); // conversions are counted apart
         for (Node& node : nodes_)
         {
             for (const auto& [name, given] : node.source->inputs)
@@ -385,6 +396,12 @@ private:
                 type = output.source.value.Type();
                 VELTO_TRY(PlaceConstant(output.source, type, value));
             }
+            if (output.type && output.type != type)
+            {
+                std::vector<UInt32> needs = NeedsOf(output.source);
+                VELTO_TRY(PlaceConversion(main, output.name, type, output.type, value, needs));
+                type = output.type;
+            }
             program_.outputs.push_back({output.name, type, value});
         }
         for (const Node& node : nodes_)
@@ -421,6 +438,22 @@ private:
             if (output.source.link && FindOutput(output.name, *output.source.link, link).IsOk())
                 use(link);
         }
+    }
+
+    // The call of the setup that makes what a link leads to, if one does.
+    std::vector<UInt32> NeedsOf(OutputOf link) const
+    {
+        if (Resolve(link) || !nodes_[link.node].isFixed)
+            return {};
+        return {static_cast<UInt32>(nodes_[link.node].setupCall)};
+    }
+
+    std::vector<UInt32> NeedsOf(const CoreInput& source)
+    {
+        OutputOf link{};
+        if (!source.link || FindOutput("", *source.link, link).IsError())
+            return {};
+        return NeedsOf(link);
     }
 
     // Where the value at the end of a link lies in a body; places what computes it.
@@ -465,7 +498,7 @@ private:
             const std::size_t current = open.back();
             if (IsPlaced(body, current))
             {
-                NoteSetupCall(body, current);
+                NoteFixedNode(body, current);
                 open.pop_back();
                 continue;
             }
@@ -490,14 +523,18 @@ private:
         return {};
     }
 
-    void NoteSetupCall(const Body& body, std::size_t index)
+    // That a body reads what a call of the setup makes.
+    void NoteSetupCall(const Body& body, UInt32 call)
     {
-        if (!nodes_[index].isFixed)
-            return;
         auto& calls = program_.bodies[body.index].setupCalls;
-        const auto call = static_cast<UInt32>(nodes_[index].setupCall);
         if (std::find(calls.begin(), calls.end(), call) == calls.end())
             calls.push_back(call);
+    }
+
+    void NoteFixedNode(const Body& body, std::size_t index)
+    {
+        if (nodes_[index].isFixed)
+            NoteSetupCall(body, static_cast<UInt32>(nodes_[index].setupCall));
     }
 
     Result PlaceNode(Body& body, std::size_t index)
@@ -544,7 +581,7 @@ private:
             auto& all = program_.setupBody.functions;
             all.insert(all.end(), functions.begin(), functions.end());
             program_.setupDependencies.push_back(std::move(needs));
-            NoteSetupCall(body, index);
+            NoteFixedNode(body, index);
         }
         else
         {
@@ -613,47 +650,45 @@ private:
         {
             needs.push_back(static_cast<UInt32>(nodes_[link.node].setupCall));
             if (!isFixed)
-                NoteSetupCall(body, link.node);
+                NoteFixedNode(body, link.node);
         }
-        return PlaceConversion(body, node, type, wanted, isFixed, address, needs);
+        return PlaceConversion(body, node.source->name, type, wanted, address, needs);
     }
 
-    // Puts a conversion behind the value at `address` where the types differ; one for all who want the same.
-    Result PlaceConversion(Body& body, const Node& node, const DataType* from, const DataType* to, bool isFixed,
+    // Puts a conversion behind the value at `address` where the types differ; one for all who want the same. What is
+    // fixed is converted once.
+    Result PlaceConversion(Body& body, const std::string& reader, const DataType* from, const DataType* to,
         Address& address, std::vector<UInt32>& needs)
     {
         if (from == to)
             return {};
         const Conversion convert = FindConversion(from, to);
         if (!convert)
-            return Fault(node, fmt::format("{} does not turn into {}", from->id.View(), to->id.View()));
+            return MakeError(error::kIllegalArgument,
+                fmt::format("{}: {} does not turn into {}", reader, from->id.View(), to->id.View()));
+        const bool isFixed = address.store == Store::Setup;
+        const auto key = std::tuple(address.store, address.offset, to);
         auto& known = isFixed ? setupConversions_ : body.converted;
-        const std::string key = fmt::format("{}:{}:{}", static_cast<int>(address.store), address.offset, to->id.View());
-        if (const auto found = known.find(key); found != known.end())
+        auto found = known.find(key);
+        if (found == known.end())
         {
-            address = found->second;
+            CallPlan call;
+            call.compute = convert;
+            call.node = conversionNode_;
+            const Address target{address.store, (isFixed ? program_.setup : program_.frame).Add(to)};
+            call.slots = {{address, 0}, {target, 0}};
+            BodyPlan& plan = isFixed ? program_.setupBody : program_.bodies[body.index];
+            found = known.emplace(key, Converted{target, static_cast<UInt32>(plan.calls.size())}).first;
+            plan.calls.push_back(std::move(call));
             if (isFixed)
-                needs.push_back(conversionCalls_.at(key));
-            return {};
+                program_.setupDependencies.push_back(needs);
         }
-        StorePlan& store = isFixed ? program_.setup : program_.frame;
-        const Address target{isFixed ? Store::Setup : Store::Frame, store.Add(to)};
-        CallPlan call;
-        call.compute = convert;
-        call.node = static_cast<UInt32>(node.source - graph_.nodes.data());
-        call.slots = {{address, 0}, {target, 0}};
-        call.isConversion = true;
+        address = found->second.value;
         if (isFixed)
         {
-            conversionCalls_[key] = static_cast<UInt32>(program_.setupBody.calls.size());
-            program_.setupDependencies.push_back(needs);
-            needs.push_back(conversionCalls_[key]);
-            program_.setupBody.calls.push_back(std::move(call));
+            needs.push_back(found->second.call);
+            NoteSetupCall(body, found->second.call);
         }
-        else
-            program_.bodies[body.index].calls.push_back(std::move(call));
-        known[key] = target;
-        address = target;
         return {};
     }
 
@@ -697,8 +732,8 @@ private:
         const DataType* type = nullptr;
         Address result;
         VELTO_TRY(PlaceLink(body, link, type, result));
-        std::vector<UInt32> needs;
-        VELTO_TRY(PlaceConversion(body, node, type, yields, false, result, needs));
+        std::vector<UInt32> needs = NeedsOf(link);
+        VELTO_TRY(PlaceConversion(body, node.source->name, type, yields, result, needs));
         program_.bodies[body.index].result = result;
         program_.bodies[body.index].resultType = yields;
         --depth_;
@@ -714,8 +749,8 @@ private:
     Program& program_;
     std::vector<Node> nodes_;
     std::map<std::string, Int> bodies_;
-    std::map<std::string, Address> setupConversions_;
-    std::map<std::string, UInt32> conversionCalls_;
+    Conversions setupConversions_;
+    UInt32 conversionNode_ = 0;
     int depth_ = 0;
 };
 

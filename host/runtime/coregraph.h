@@ -41,6 +41,7 @@ struct CoreOutput
 {
     std::string name;
     CoreInput source;
+    const DataType* type = nullptr; // what it is converted to; null: nothing else than it is
 };
 
 struct CoreGraph

@@ -53,7 +53,6 @@ struct CallPlan
     const MicroNode* record = nullptr;
     UInt32 node = 0; // index of its name
     std::vector<SlotPlan> slots;
-    bool isConversion = false;
 };
 
 // A function object in a store: a body, or a value that every context gives.
@@ -123,7 +122,7 @@ struct Program
         const CoreGraph& graph, const CompileOptions& options, std::shared_ptr<const Program>& program);
 
     std::shared_ptr<const void> keepAlive; // goes last
-    std::vector<std::string> nodeNames;
+    std::vector<std::string> nodeNames; // by index of the calls; the last, empty one is that of conversions
     std::vector<Ref<MicroNodeGroup>> groups;
     StorePlan setup;
     StorePlan frame;

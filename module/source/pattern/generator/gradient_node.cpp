@@ -1,6 +1,7 @@
 // Maps a number to a colour through knots, each with a position, a colour, a bias and an interpolation of its own.
 #include "crc32c.h"
 #include "gradientmath.h"
+#include "velto/graphnodes.h"
 #include "velto/node.h"
 
 #include <algorithm>
@@ -226,5 +227,23 @@ static Result Gradient(In<"context", ShadingContext> context, In<"contextLocal",
 
 VELTO_CORE_NODE("net.velto.pattern.corenode.generator.gradientpre", GradientPre);
 VELTO_CORE_NODE("net.velto.pattern.corenode.generator.gradient", Gradient);
+
+// The first knot is opaque black at 0.
+static Result FinalizeGradient(const MutableRoot& root)
+{
+    MutablePort inputs;
+    MutablePort gradient;
+    MutablePort knot;
+    MutablePort child;
+    VELTO_TRY(root.GetInputs(inputs));
+    VELTO_TRY(inputs.FindPort("gradient", gradient));
+    VELTO_TRY(gradient.FindPort("_0", knot));
+    VELTO_TRY(knot.FindPort("color", child));
+    VELTO_TRY(child.SetValue(port_attribute::kDefaultValue, kOpaqueBlack));
+    VELTO_TRY(knot.FindPort("position", child));
+    return child.SetValue(port_attribute::kDefaultValue, 0.0);
+}
+
+VELTO_DESCRIPTION_FINALIZER("net.velto.pattern.node.generator.gradient", &FinalizeGradient);
 
 } // namespace velto::pattern

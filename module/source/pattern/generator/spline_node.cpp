@@ -1,4 +1,5 @@
 // Remaps a number through a drawn curve.
+#include "velto/graphnodes.h"
 #include "velto/node.h"
 #include "velto/splinemapper.h"
 
@@ -76,5 +77,38 @@ static Result Spline(In<"input", Float> input, In<"tension", Float> tension, In<
 }
 
 VELTO_CORE_NODE("net.velto.pattern.corenode.generator.spline", Spline);
+
+template <class T>
+static Result SetDefault(const MutablePort& knot, const Id& name, const T& value)
+{
+    MutablePort child;
+    VELTO_TRY(knot.FindPort(name, child));
+    return child.SetValue(port_attribute::kDefaultValue, value);
+}
+
+// The curve runs from the origin to (1, 1).
+static Result FinalizeSpline(const MutableRoot& root)
+{
+    MutablePort inputs;
+    MutablePort spline;
+    MutablePort points;
+    VELTO_TRY(root.GetInputs(inputs));
+    VELTO_TRY(inputs.FindPort("spline", spline));
+    VELTO_TRY(spline.FindPort("points", points));
+    for (const Id& name : {Id("_0"), Id("_1")})
+    {
+        MutablePort knot;
+        VELTO_TRY(points.FindPort(name, knot));
+        VELTO_TRY(SetDefault(knot, "tangentleft", Vector2d{-0.2, -0.2}));
+        VELTO_TRY(SetDefault(knot, "tangentright", Vector2d{0.2, 0.2}));
+        if (name == Id("_0"))
+            continue;
+        VELTO_TRY(SetDefault(knot, "positionx", 1.0));
+        VELTO_TRY(SetDefault(knot, "positiony", 1.0));
+    }
+    return {};
+}
+
+VELTO_DESCRIPTION_FINALIZER("net.velto.pattern.node.generator.spline", &FinalizeSpline);
 
 } // namespace velto::pattern

@@ -1,6 +1,6 @@
 // Hands a colour on unchanged: a named junction of wires.
 #include "../../shader/shadernodesystem.h"
-#include "velto/record.h"
+#include "velto/graphnodes.h"
 
 namespace velto::pattern
 {
@@ -9,6 +9,23 @@ VELTO_TRANSLATION_UNIT(0);
 VELTO_DEPENDS_ON_LABEL("databaseregister");
 
 static constexpr Id kPassthrough{"net.velto.pattern.node.utility.passthrough"};
+
+// The names that descriptions of the debug node refer to.
+VELTO_INTERNED_ID(kColor, "color");
+VELTO_INTERNED_ID(kTokens, "tokens");
+VELTO_INTERNED_ID(kWriteToConsole, "writetoconsole");
+VELTO_INTERNED_ID(kWidth, "width");
+VELTO_INTERNED_ID(kHeight, "height");
+VELTO_INTERNED_ID(kCondition, "condition");
+VELTO_INTERNED_ID(kPassthroughName, "passthrough");
+VELTO_INTERNED_ID(kOutput, "output");
+VELTO_INTERNED_ID(kTokensGroup, "tokensgroup");
+VELTO_INTERNED_ID(kDebug1, "net.velto.pattern.node.utility.debug.d5W3rkBSKRdtk$6$VyMZ1A");
+VELTO_INTERNED_ID(kDebug2, "net.velto.pattern.node.utility.debug.pk2aOiRzNltnx9ngIJC9$C");
+VELTO_INTERNED_ID(kDebug3, "net.velto.pattern.node.utility.debug.QrshRlffGhPhDNFy7X6owD");
+VELTO_INTERNED_ID(kDebug4, "net.velto.pattern.node.utility.debug.UFSnzs95AtgjzWahHaPRUA");
+VELTO_INTERNED_ID(kDebug5, "net.velto.pattern.node.utility.debug.pnvbiviNKJpmBcnvQr2RSC");
+VELTO_INTERNED_ID(kDebug6, "net.velto.pattern.node.utility.debug.Ue$hxjpeCNSiCd61RojAYC");
 
 static Result DescribeColor(const MutablePort& port)
 {
@@ -19,7 +36,7 @@ static Result DescribeColor(const MutablePort& port)
     return port.SetValue(port_attribute::kFixedType, Ref<const DataType>::Share(type));
 }
 
-static Result MakeTemplate(const BuiltinNodeObject*, Data* nodeTemplate)
+static Result MakeTemplate(Data& nodeTemplate)
 {
     NodeSystem system;
     VELTO_TRY(Bound<NodesLibInterface>().CreateNodeSystem("net.velto.node.nodesystemclass", system.Receive()));
@@ -39,22 +56,9 @@ static Result MakeTemplate(const BuiltinNodeObject*, Data* nodeTemplate)
     VELTO_TRY(color.Connect(passthrough, wire_mode::kForward));
     VELTO_TRY(inputs.AddPort(shadernode::port::kContext, context));
     VELTO_TRY(shadernode::SetupContext(root));
-    return Bound<NodesLibInterface>().WrapTemplate(system.Get(), kPassthrough, nodeTemplate);
+    return Bound<NodesLibInterface>().WrapTemplate(system.Get(), kPassthrough, &nodeTemplate);
 }
 
-static struct PassthroughDeclaration : DeclarationRecord
-{
-    PassthroughDeclaration()
-    {
-        ConstructPublished(thisUnit, kPassthrough, record_flags::kPublished, registry::kBuiltinNodes,
-            [](DeclarationRecord*, Data* value, Id*) -> Result {
-                Ref<BuiltinNodeObject> node = MakeShared<BuiltinNodeObject>();
-                if (!node)
-                    return OutOfMemory();
-                node->makeTemplate = &MakeTemplate;
-                return value->Set(BuiltinNode::Adopt(node.Detach()));
-            });
-    }
-} passthroughNode;
+VELTO_BUILTIN_NODE(kPassthrough, &MakeTemplate);
 
 } // namespace velto::pattern

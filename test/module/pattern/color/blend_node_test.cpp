@@ -168,7 +168,7 @@ TEST(LayerNode, AnUnknownModeFailsWhenItComes)
 
 TEST(LayerNode, AnInactiveLayerKeepsItsMode)
 {
-    const host::Json results = EvalJson(Layers(R"("color#top": [0.5, 0.5, 0.5, 1], "mode#top": ")" VELTO_MODE
+    const host::Json results = EvalJson(Layers(R"("color#top": [0.5, 0.5, 0.5, 1], "active#top": true, "mode#top": ")" VELTO_MODE
                                                R"(multiply", "color#bottom": [0.5, 0.5, 0.5, 1])"),
         R"([{}, {"set": {"n.active#top": false, "n.mode#top": "nowhere"}},
             {"set": {"n.active#top": true, "n.mode#top": ")" VELTO_MODE R"(multiply"}}])");
