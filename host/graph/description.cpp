@@ -328,6 +328,13 @@ private:
         return true;
     }
 
+    // What a document's value for a port is.
+    static const DataType* ValueType(const DataType* type)
+    {
+        const DataType* const yields = FunctionResultType(type);
+        return yields ? yields : type;
+    }
+
     bool ReadTargets(const Json& json, const std::string& place, NodePort& port)
     {
         std::vector<std::string> names;
@@ -357,11 +364,10 @@ private:
                 port.type = inner->type;
                 port.isVariadic = inner->wildcard;
             }
-            else if (port.type.Get() != type && FunctionResultType(type) != port.type.Get() &&
-                     FunctionResultType(port.type.Get()) != type &&
-                     FunctionResultType(type) != FunctionResultType(port.type.Get()))
+            else if (!IsConvertible(ValueType(port.type.Get()), ValueType(type)))
                 diagnostics_.Fault(
                     place, fmt::format("{} is a {}, the port a {}", name, TypeName(type), TypeName(port.type.Get())));
+            target.valueType = ValueType(type);
             port.targets.push_back(std::move(target));
         }
         return true;

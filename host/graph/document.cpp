@@ -502,7 +502,12 @@ private:
         if (IsLayerNode(*node.type))
             node.parameters.emplace_back(port.name, Copy(input));
         for (const InnerPort& target : port.targets)
-            document_.graph.nodes[node.firstCore + target.node].inputs[target.port + element] = Copy(input);
+        {
+            CoreInput copy = Copy(input);
+            if (target.valueType && !input.value.IsEmpty())
+                ConvertValue(input.value, target.valueType, copy.value).Ignore(); // descriptions promise that it can be
+            document_.graph.nodes[node.firstCore + target.node].inputs[target.port + element] = std::move(copy);
+        }
     }
 
     static CoreInput DefaultInput(const NodePort& port)

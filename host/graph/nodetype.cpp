@@ -67,8 +67,13 @@ NodeCatalog::NodeCatalog() : described_(DescribedNodes())
         {
             const auto note = [&](const NodePort& described) {
                 for (const InnerPort& target : described.targets)
+                {
                     coreDescriptions_.try_emplace(
                         fmt::format("{}.{}", type->inner[target.node].type, target.port), &described);
+                    // Some core nodes go by the described node's short name too.
+                    if (type->inner.size() == 1)
+                        coreDescriptions_.try_emplace(fmt::format("{}.{}", type->name, target.port), &described);
+                }
             };
             if (!port.input)
                 continue;

@@ -19,6 +19,8 @@ struct InnerPort
 {
     std::size_t node = 0;
     std::string port;
+    // Of an input: the type of its values, where that is not the outer port's.
+    const DataType* valueType = nullptr;
 };
 
 struct NodePort

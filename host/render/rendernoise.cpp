@@ -485,7 +485,7 @@ Float32 Zada(const NoiseSampler& s)
     const NoisePoint& p = s.Point();
     const Float32 a = s.Fractal(p);
     const Float32 b = s.Fractal({p.y * 0.8f + 31.7f, p.x * 0.8f - 12.9f, p.z * 0.8f + 5.3f, p.time});
-    return SmoothStep(-0.07f, 0.07f, std::abs(a) - std::abs(b));
+    return SmoothStep(-0.2f, 0.2f, std::abs(a) - std::abs(b));
 }
 
 constexpr NoiseClass kClasses[] = {

@@ -3,6 +3,8 @@
 #include "host/registry/datatypes.h"
 #include "velto/porttypes.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <cmath>
 #include <limits>
@@ -132,6 +134,23 @@ Conversion FindConversion(const DataType* from, const DataType* to)
 bool IsConvertible(const DataType* from, const DataType* to)
 {
     return from == to || FindConversion(from, to) != nullptr;
+}
+
+Result ConvertValue(const Data& from, const DataType* to, Data& converted)
+{
+    if (from.Type() == to || from.IsEmpty())
+        return converted.CopyFrom(from);
+    const Conversion convert = FindConversion(from.Type(), to);
+    if (!convert)
+        return MakeError(
+            error::kIllegalArgument, fmt::format("{} does not turn into {}", from.Type()->id.View(), to->id.View()));
+    VELTO_TRY(converted.Set(to, nullptr));
+    Slot slots[2] = {{const_cast<void*>(from.Value()), 0, 0}, {converted.Value(), 0, 0}};
+    constexpr UInt32 offsets[2] = {0, sizeof(Slot)};
+    const Binding binding{reinterpret_cast<std::byte*>(slots), offsets};
+    Result result;
+    convert(&result, nullptr, &binding);
+    return result;
 }
 
 } // namespace velto::host

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "velto/corenodes.h"
+#include "velto/data.h"
 
 namespace velto::host
 {
@@ -14,5 +15,8 @@ Conversion FindConversion(const DataType* from, const DataType* to);
 
 // Whether a wire may run from one type to the other.
 bool IsConvertible(const DataType* from, const DataType* to);
+
+// A copy of a value as another type. Illegal argument when there is no conversion.
+Result ConvertValue(const Data& from, const DataType* to, Data& converted);
 
 } // namespace velto::host

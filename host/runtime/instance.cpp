@@ -1,5 +1,7 @@
 #include "instance.h"
 
+#include "convert.h"
+
 #include "host/registry/datatypes.h"
 #include "host/system/guard.h"
 #include "host/system/output.h"
@@ -363,8 +365,10 @@ Result Setup::Set(std::string_view origin, const Data& value)
         if (settable.origin != origin)
             continue;
         isKnown = true;
-        VELTO_CHECK_ARGUMENT(value.Type() == settable.type);
-        VELTO_TRY(AssignValue(*settable.type, storage_.At(settable.offset), value.Value()));
+        // One input of the document may be a constant of several nodes, of differing types.
+        Data converted;
+        VELTO_TRY(ConvertValue(value, settable.type, converted));
+        VELTO_TRY(AssignValue(*settable.type, storage_.At(settable.offset), converted.Value()));
     }
     VELTO_CHECK_ARGUMENT(isKnown);
     return {};

@@ -122,7 +122,7 @@ struct Program
         const CoreGraph& graph, const CompileOptions& options, std::shared_ptr<const Program>& program);
 
     std::shared_ptr<const void> keepAlive; // goes last
-    std::vector<std::string> nodeNames; // by index of the calls; the last, empty one is that of conversions
+    std::vector<std::string> nodeNames;    // by index of the calls; the last, empty one is that of conversions
     std::vector<Ref<MicroNodeGroup>> groups;
     StorePlan setup;
     StorePlan frame;

@@ -103,10 +103,12 @@ TEST_F(HostString, PartsAreHeldToTheRangeAndCutBetweenCharacters)
 
 TEST_F(HostString, CaseMapsCharacterByCharacter)
 {
-    const auto upper = [](std::string_view text)
-    { return std::string(Bytes(String::Adopt(Host().ToUpper(Make(text).Get())))); };
-    const auto lower = [](std::string_view text)
-    { return std::string(Bytes(String::Adopt(Host().ToLower(Make(text).Get())))); };
+    const auto upper = [](std::string_view text) {
+        return std::string(Bytes(String::Adopt(Host().ToUpper(Make(text).Get()))));
+    };
+    const auto lower = [](std::string_view text) {
+        return std::string(Bytes(String::Adopt(Host().ToLower(Make(text).Get()))));
+    };
     EXPECT_EQ(upper("größe, ñandú, ωmega, 日本 1!"), "GRÖẞE, ÑANDÚ, ΩMEGA, 日本 1!");
     EXPECT_EQ(lower("ÀÉÎ ΣΑΣ ЖУК"), "àéî σασ жук");
     EXPECT_EQ(upper("ɐ"), "Ɐ");      // one more byte

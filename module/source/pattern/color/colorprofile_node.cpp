@@ -37,12 +37,10 @@ static ColorA ToLinear(const ColorA& x, const InternedId& profile, const CurvePa
         return PerChannel(
             x, [](Float c) { return c < 0.081 ? c / 4.5 : std::pow((c + 0.099) / 1.099, 2.2222222222222223); });
     if (profile == kCineon)
-        return PerChannel(x,
-            [&](Float c)
-            {
-                const Float density = (std::pow(c, p.filmGamma) * 1023.0 - p.whitePoint) / p.blackPoint;
-                return (std::pow(10.0, density) - 0.0108) / 0.9892;
-            });
+        return PerChannel(x, [&](Float c) {
+            const Float density = (std::pow(c, p.filmGamma) * 1023.0 - p.whitePoint) / p.blackPoint;
+            return (std::pow(10.0, density) - 0.0108) / 0.9892;
+        });
     return x;
 }
 
@@ -56,12 +54,10 @@ static ColorA FromLinear(const ColorA& x, const InternedId& profile, const Curve
     if (profile == kRec709)
         return PerChannel(x, [](Float c) { return c < 0.018 ? 4.5 * c : 1.099 * std::pow(c, 0.45) - 0.099; });
     if (profile == kCineon)
-        return PerChannel(x,
-            [&](Float c)
-            {
-                const Float density = std::log10(std::pow(c, 1.0 / p.filmGamma) * 0.9892 + 0.0108);
-                return (density * p.blackPoint + p.whitePoint) / 1023.0;
-            });
+        return PerChannel(x, [&](Float c) {
+            const Float density = std::log10(std::pow(c, 1.0 / p.filmGamma) * 0.9892 + 0.0108);
+            return (density * p.blackPoint + p.whitePoint) / 1023.0;
+        });
     return x;
 }
 

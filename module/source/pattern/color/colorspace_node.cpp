@@ -67,8 +67,7 @@ static Color HslToRgb(Float h, Float s, Float l)
     const Float p = 2.0 * l - q;
     if (s == 0.0 || h == -1.0)
         return {l, l, l};
-    const auto channel = [p, q](Float t)
-    {
+    const auto channel = [p, q](Float t) {
         if (t > 1.0)
             t -= 1.0;
         else if (t < 0.0)

@@ -20,13 +20,11 @@ VELTO_INTERNED_ID(kMax, "max");
 
 static Float ColorToFloat(In<"color", ColorA> c, In<"mode", InternedId> mode, In<"useAlpha", Bool> useAlpha)
 {
-    const auto sum = [&]
-    {
+    const auto sum = [&] {
         const Float rgb = c->r + c->g + c->b;
         return useAlpha ? rgb + c->a : rgb;
     };
-    const auto squaredLength = [&]
-    {
+    const auto squaredLength = [&] {
         const Float rgb = c->r * c->r + c->g * c->g + c->b * c->b;
         return useAlpha ? rgb + c->a * c->a : rgb;
     };

@@ -129,8 +129,8 @@ TEST(LayerNode, TheFirstLayerIsOnTop)
     EXPECT_EQ(Stack(R"("color#top": [0.5, 0.5, 0.5, 1], "mode#top": ")" VELTO_MODE R"(multiply",
         "color#bottom": [1, 0.5, 0, 1], "mode#bottom": ")" VELTO_MODE R"(over")"),
         "[0.5, 0.25, 0, 1]");
-    EXPECT_EQ(
-        Stack(R"("color#top": [0, 1, 0, 1], "strength#top": 0.25, "color#bottom": [1, 0, 0, 1])"), "[0.75, 0.25, 0, 1]");
+    EXPECT_EQ(Stack(R"("color#top": [0, 1, 0, 1], "strength#top": 0.25, "color#bottom": [1, 0, 0, 1])"),
+        "[0.75, 0.25, 0, 1]");
     EXPECT_EQ(
         Stack(R"("color#top": [1, 1, 1, 0.5], "strength#top": 3, "color#bottom": [0, 0, 0, 1])"), "[1.5, 1.5, 1.5, 1]")
         << "strength is not limited";
@@ -139,8 +139,10 @@ TEST(LayerNode, TheFirstLayerIsOnTop)
 TEST(LayerNode, LayersWithoutEffect)
 {
     EXPECT_EQ(Stack(R"("active#top": false, "active#bottom": false)"), "[0, 0, 0, 0]");
-    EXPECT_EQ(Stack(R"("color#top": [1, 1, 1, 1], "strength#top": 0, "color#bottom": [0.5, 0, 0, 1])"), "[0.5, 0, 0, 1]");
-    EXPECT_EQ(Stack(R"("color#top": [1, 1, 1, 1], "strength#top": -1, "color#bottom": [0.5, 0, 0, 1])"), "[0.5, 0, 0, 1]");
+    EXPECT_EQ(
+        Stack(R"("color#top": [1, 1, 1, 1], "strength#top": 0, "color#bottom": [0.5, 0, 0, 1])"), "[0.5, 0, 0, 1]");
+    EXPECT_EQ(
+        Stack(R"("color#top": [1, 1, 1, 1], "strength#top": -1, "color#bottom": [0.5, 0, 0, 1])"), "[0.5, 0, 0, 1]");
     EXPECT_EQ(Stack(R"("active#top": false, "mode#top": "nowhere", "color#bottom": [0.5, 0, 0, 1])"), "[0.5, 0, 0, 1]");
     EXPECT_EQ(Stack(R"("strength#top": 0, "mode#top": "", "color#bottom": [0.5, 0, 0, 1])"), "[0.5, 0, 0, 1]");
 }
@@ -158,7 +160,7 @@ TEST(LayerNode, AnUnknownModeFailsWhenItComes)
             R"([{}, {}, {"set": {"n.strength#top": 1}}, {"set": {"n.mode#top": ")" VELTO_MODE R"(multiply"}}])");
     const char* const expected[] = {
         "net.velto.error.nullptr", // the entry takes the mode over and finds no class
-        "[1, 1, 1, 1]",               // nothing has changed since, and the layer has no strength
+        "[1, 1, 1, 1]",            // nothing has changed since, and the layer has no strength
         "net.velto.error.nullptr", // no handler to blend with
         "[0.5, 0.5, 0.5, 1]",
     };
@@ -168,9 +170,10 @@ TEST(LayerNode, AnUnknownModeFailsWhenItComes)
 
 TEST(LayerNode, AnInactiveLayerKeepsItsMode)
 {
-    const host::Json results = EvalJson(Layers(R"("color#top": [0.5, 0.5, 0.5, 1], "active#top": true, "mode#top": ")" VELTO_MODE
-                                               R"(multiply", "color#bottom": [0.5, 0.5, 0.5, 1])"),
-        R"([{}, {"set": {"n.active#top": false, "n.mode#top": "nowhere"}},
+    const host::Json results =
+        EvalJson(Layers(R"("color#top": [0.5, 0.5, 0.5, 1], "active#top": true, "mode#top": ")" VELTO_MODE
+                        R"(multiply", "color#bottom": [0.5, 0.5, 0.5, 1])"),
+            R"([{}, {"set": {"n.active#top": false, "n.mode#top": "nowhere"}},
             {"set": {"n.active#top": true, "n.mode#top": ")" VELTO_MODE R"(multiply"}}])");
     for (const auto& [i, expected] :
         {std::pair(0, "[0.25, 0.25, 0.25, 1]"), {1, "[0.5, 0.5, 0.5, 1]"}, {2, "[0.25, 0.25, 0.25, 1]"}})

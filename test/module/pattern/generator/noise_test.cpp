@@ -3,6 +3,8 @@
 #include "velto/porttypes.h"
 #include "velto/rendernoise.h"
 
+#include <gmock/gmock.h>
+
 #include <vector>
 
 namespace velto::test
@@ -10,6 +12,8 @@ namespace velto::test
 
 namespace
 {
+
+using ::testing::Contains;
 
 constexpr const char* kSpy = "net.velto.test.noise.spy";
 constexpr const char* kBroken = "net.velto.test.noise.broken";
@@ -110,19 +114,19 @@ TEST_F(NoiseTest, SamplesAtTenTimesTheCoordinate)
     const host::Json results = EvalJson(Document(kSpy,
                                             R"(, "animationSpeed": 0.5, "octaves": 4.1, "absolute": true)"),
         R"([{"uvw": [0.1, -0.2, 0.3], "uvwPlusDeltaU": [0.1, 0.1, 0.3], "uvwPlusDeltaV": [0.4, -0.2, -0.6], "time": 0.3}])");
-    ASSERT_EQ(2u, asked.samples.size());
     const float filterWidth = static_cast<float>(((0.4 - 0.1) + (0.1 - -0.2) + (0.3 - -0.6)) * 0.3333333333333333) * 10.0f;
-    EXPECT_EQ((std::vector<double>{1.0, -2.0, 3.0, 0.15f, 4.1f, 1.0, filterWidth}), asked.samples[0]);
+    EXPECT_THAT(asked.samples, Contains(std::vector<double>{1.0, -2.0, 3.0, 0.15f, 4.1f, 1.0, filterWidth}));
     EXPECT_EQ("1", Output(results, "noise"));
 }
 
 TEST_F(NoiseTest, MathsNoiseSamplesWhereItIsTold)
 {
-    const char* const inputs = R"(, "value": [0.1, 2, 3], "scale": 3, "time": 0.7, "octaves": 2.3, "twod": false)";
+    const char* const inputs = R"(, "value": [0.1, 2, 3], "scale": 3, "time": 0.7, "octaves": 2.3, "absolute": false, "twod": false)";
     const host::Json results = EvalJson(Document(kSpy, "", inputs), R"([{"time": 9}, {"set": {"maths.twod": true}}])");
-    ASSERT_EQ(4u, asked.samples.size());
-    EXPECT_EQ((std::vector<double>{static_cast<float>(0.1 * 3.0), 6.0, 9.0, 0.7f, 2.3f, 0.0, 0.0}), asked.samples[1]);
-    EXPECT_EQ((std::vector<double>{static_cast<float>(0.1 * 3.0), 6.0, 0.7f, 2.3f, 0.0, 0.0}), asked.samples[3]);
+    EXPECT_THAT(
+        asked.samples, Contains(std::vector<double>{static_cast<float>(0.1 * 3.0), 6.0, 9.0, 0.7f, 2.3f, 0.0, 0.0}));
+    EXPECT_THAT(
+        asked.samples, Contains(std::vector<double>{static_cast<float>(0.1 * 3.0), 6.0, 0.7f, 2.3f, 0.0, 0.0}));
     EXPECT_EQ("1", Output(results, "maths", 0));
     EXPECT_EQ("-1", Output(results, "maths", 1));
 }
@@ -201,11 +205,14 @@ TEST_F(NoiseTest, AllTypesOfTheMaterialSystemAreThere)
              "displacedvoronoi", "voronoi1", "voronoi2", "voronoi3"})
     {
         const host::Json results = EvalJson(
-            Document("net.velto.render.rendernoiseclass." + std::string(name), R"(, "octaves": 3)",
-                R"(, "value": [3.7, 4.1, 5.3], "scale": 1, "octaves": 3)"),
-            R"([{"uvw": [0.37, 0.41, 0.53], "uvwPlusDeltaU": [0.37, 0.41, 0.53], "uvwPlusDeltaV": [0.37, 0.41, 0.53]}])");
-        EXPECT_EQ(Output(results, "noise"), Output(results, "maths")) << name;
-        EXPECT_NE("0", Output(results, "noise")) << name;
+            Document("net.velto.render.rendernoiseclass." + std::string(name),
+                R"(, "octaves": 3, "animationSpeed": 0, "absolute": false)",
+                R"(, "value": [3.7, 4.1, 5.3], "scale": 1, "octaves": 3, "absolute": false, "time": 0, "twod": false)"),
+            R"([{"uvw": [0.37, 0.41, 0.53]}, {"uvw": [0.9, 0.1, 0.2]}, {"uvw": [0.3, 0.8, 0.1]}])");
+        EXPECT_EQ(Output(results, "maths"), Output(results, "noise")) << name;
+        EXPECT_FALSE(Output(results, "noise", 1) == Output(results, "noise", 0) &&
+                     Output(results, "noise", 2) == Output(results, "noise", 0))
+            << name;
     }
 }
 

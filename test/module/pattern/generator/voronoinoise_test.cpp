@@ -39,13 +39,15 @@ double Number(const host::Json& results, std::string_view name, std::size_t i = 
     return Parse(Output(results, name, i)).AsNumber();
 }
 
-std::string Voronoi(std::string_view inputs)
+std::string Voronoi(std::string_view scale, bool randomColor = false, double borderWidth = 0.0, bool even = false)
 {
     return R"({"version": 1, "nodes": {
         "pre": {"type": "net.velto.pattern.corenode.generator.voronoinoisepre", "inputs": {"seed": 3}},
         "v": {"type": "net.velto.pattern.corenode.generator.voronoinoise",
             "inputs": {"voronoinoise": {"from": "pre.voronoinoise"}, )" +
-           std::string(inputs) + R"(}}},
+           fmt::format(R"("scale": {}, "randomColor": {}, "borderWidth": {}, "evenWidthBorder": {})", scale, randomColor,
+               borderWidth, even) +
+           R"(}}},
         "outputs": {"resultColor": "v.resultColor", "resultFloat": "v.resultFloat", "distance": "v.distance",
             "f1": "v.f1", "f2": "v.f2", "index": "v.index"}})";
 }
@@ -78,7 +80,7 @@ using FlakesTest = VoronoiNoiseTest;
 
 TEST_F(VoronoiNoiseTest, DistancesAndIndexAreThoseOfTheNoise)
 {
-    const host::Json results = EvalJson(Voronoi(R"("scale": 0.3, "borderWidth": 0)"), Places(20));
+    const host::Json results = EvalJson(Voronoi("0.3"), Places(20));
     std::set<bool> signs;
     for (std::size_t i = 0; i < 20; ++i)
     {
@@ -96,7 +98,7 @@ TEST_F(VoronoiNoiseTest, DistancesAndIndexAreThoseOfTheNoise)
 
 TEST_F(VoronoiNoiseTest, ColoursBelongToTheIdentifier)
 {
-    const host::Json results = EvalJson(Voronoi(R"("scale": 0.3, "randomColor": true)"), Places(5));
+    const host::Json results = EvalJson(Voronoi("0.3", true), Places(5));
     for (std::size_t i = 0; i < 5; ++i)
     {
         pattern::RandomStream stream(static_cast<UInt32>(Parse(Output(results, "index", i)).AsInteger()));
@@ -110,7 +112,7 @@ TEST_F(VoronoiNoiseTest, ColoursBelongToTheIdentifier)
 
 TEST_F(VoronoiNoiseTest, ABorderIsWhereTheDistancesAreNearlyEqual)
 {
-    const host::Json plain = EvalJson(Voronoi(R"("scale": 0.3)"), Places(30));
+    const host::Json plain = EvalJson(Voronoi("0.3"), Places(30));
     std::set<std::string> seen;
     for (std::size_t i = 0; i < 30; ++i)
     {
@@ -119,7 +121,7 @@ TEST_F(VoronoiNoiseTest, ABorderIsWhereTheDistancesAreNearlyEqual)
         const std::string place = fmt::format(R"([{{"uvw": [{}, {}, {}]}}])", static_cast<double>(i) * 0.173 - 1.0,
             static_cast<double>(i) * 0.0917, static_cast<double>(i) * 0.031);
         const auto at = [&](double width)
-        { return Output(EvalJson(Voronoi(fmt::format(R"("scale": 0.3, "borderWidth": {})", width)), place), "resultFloat"); };
+        { return Output(EvalJson(Voronoi("0.3", false, width), place), "resultFloat"); };
         EXPECT_EQ("1", at(std::nextafter(gap, 0.0))) << i;
         EXPECT_EQ("0", at(gap)) << i;
     }
@@ -128,7 +130,7 @@ TEST_F(VoronoiNoiseTest, ABorderIsWhereTheDistancesAreNearlyEqual)
 TEST_F(VoronoiNoiseTest, AnEvenBorderIsWhereAnotherCellBegins)
 {
     const host::Json results =
-        EvalJson(Voronoi(R"("scale": 0.3, "borderWidth": 0.2, "evenWidthBorder": true)"), Places(60));
+        EvalJson(Voronoi("0.3", false, 0.2, true), Places(60));
     std::set<std::string> seen;
     for (std::size_t i = 0; i < 60; ++i)
     {
@@ -145,7 +147,7 @@ TEST_F(VoronoiNoiseTest, AnEvenBorderIsWhereAnotherCellBegins)
 
 TEST_F(VoronoiNoiseTest, NoScaleIsOneCell)
 {
-    const host::Json results = EvalJson(Voronoi(R"("scale": -1)"), Places(3));
+    const host::Json results = EvalJson(Voronoi("-1"), Places(3));
     const Answer origin = Ask(3, 0, 0, 0);
     for (const std::size_t i : {0u, 1u, 2u})
         EXPECT_EQ(std::to_string(origin.id), Output(results, "index", i));
@@ -153,7 +155,7 @@ TEST_F(VoronoiNoiseTest, NoScaleIsOneCell)
 
 TEST_F(VoronoiNoiseTest, TheSeedMakesTheCells)
 {
-    const host::Json results = EvalJson(Voronoi(R"("scale": 0.3)"),
+    const host::Json results = EvalJson(Voronoi("0.3"),
         R"([{"uvw": [1, 2, 3]}, {"uvw": [1, 2, 3], "set": {"pre.seed": 4}}, {"uvw": [1, 2, 3], "set": {"pre.seed": 3}}])");
     EXPECT_NE(Output(results, "index", 0), Output(results, "index", 1));
     EXPECT_EQ(Output(results, "index", 0), Output(results, "index", 2));

@@ -8,73 +8,82 @@ namespace velto::test
 
 #define VELTO_STRING "net.velto.pattern.corenode.string."
 
-NODE_TABLE(ConcatTable, VELTO_STRING "concat", {
-    {"in order", R"({"strings": ["a", "", "bé", "c"]})", R"({"result": "abéc"})"},
-    {"of nothing", R"({"strings": []})", R"({"result": ""})"},
-    {"of empty ones", R"({"strings": ["", ""]})", R"({"result": ""})"},
-    {"left out", "{}", R"({"result": ""})"},
-});
+NODE_TABLE(ConcatTable, VELTO_STRING "concat",
+    {
+        {"in order", R"({"strings": ["a", "", "bé", "c"]})", R"({"result": "abéc"})"},
+        {"of nothing", R"({"strings": []})", R"({"result": ""})"},
+        {"of empty ones", R"({"strings": ["", ""]})", R"({"result": ""})"},
+        {"left out", "{}", R"({"result": ""})"},
+    });
 
-NODE_TABLE(LengthTable, VELTO_STRING "length", {
-    {"in characters", R"({"string": "Größe 🎨"})", R"({"result": 7})"},
-    {"of the empty string", R"({"string": ""})", R"({"result": 0})"},
-    {"of none", "{}", R"({"result": 0})"},
-});
+NODE_TABLE(LengthTable, VELTO_STRING "length",
+    {
+        {"in characters", R"({"string": "Größe 🎨"})", R"({"result": 7})"},
+        {"of the empty string", R"({"string": ""})", R"({"result": 0})"},
+        {"of none", "{}", R"({"result": 0})"},
+    });
 
-NODE_TABLE(LetterCaseTable, VELTO_STRING "case", {
-    {"lower", R"({"string": "HÉllo", "mode": "lowercase"})", R"({"result": "héllo"})"},
-    {"upper", R"({"string": "héllo", "mode": "uppercase"})", R"({"result": "HÉLLO"})"},
-    {"capitalised", R"({"string": "hELLO wORLD", "mode": "capitalize"})", R"({"result": "Hello world"})"},
-    {"capitalised beyond ASCII", R"({"string": "éCOLE ÉTÉ", "mode": "capitalize"})", R"({"result": "École été"})"},
-    {"capitalised single", R"({"string": "é", "mode": "capitalize"})", R"({"result": "É"})"},
-    {"capitalised empty", R"({"string": "", "mode": "capitalize"})", R"({"result": ""})"},
-    {"unknown mode", R"({"string": "hELLO", "mode": "titlecase"})", R"({"result": "hELLO"})"},
-    {"no mode", R"({"string": "hELLO", "mode": ""})", R"({"result": "hELLO"})"},
-});
+NODE_TABLE(LetterCaseTable, VELTO_STRING "case",
+    {
+        {"lower", R"({"string": "HÉllo", "mode": "lowercase"})", R"({"result": "héllo"})"},
+        {"upper", R"({"string": "héllo", "mode": "uppercase"})", R"({"result": "HÉLLO"})"},
+        {"capitalised", R"({"string": "hELLO wORLD", "mode": "capitalize"})", R"({"result": "Hello world"})"},
+        {"capitalised beyond ASCII", R"({"string": "éCOLE ÉTÉ", "mode": "capitalize"})", R"({"result": "École été"})"},
+        {"capitalised single", R"({"string": "é", "mode": "capitalize"})", R"({"result": "É"})"},
+        {"capitalised empty", R"({"string": "", "mode": "capitalize"})", R"({"result": ""})"},
+        {"unknown mode", R"({"string": "hELLO", "mode": "titlecase"})", R"({"result": "hELLO"})"},
+        {"no mode", R"({"string": "hELLO", "mode": ""})", R"({"result": "hELLO"})"},
+    });
 
-NODE_TABLE(PrefixSuffixTable, VELTO_STRING "prefixsuffix", {
-    {"both", R"({"string": "b", "prefix": "<", "suffix": ">"})", R"({"result": "<b>"})"},
-    {"prefix only", R"({"string": "b", "prefix": "<"})", R"({"result": "<b"})"},
-    {"suffix only", R"({"suffix": ">"})", R"({"result": ">"})"},
-});
+NODE_TABLE(PrefixSuffixTable, VELTO_STRING "prefixsuffix",
+    {
+        {"both", R"({"string": "b", "prefix": "<", "suffix": ">"})", R"({"result": "<b>"})"},
+        {"prefix only", R"({"string": "b", "prefix": "<"})", R"({"result": "<b"})"},
+        {"suffix only", R"({"suffix": ">"})", R"({"result": ">"})"},
+    });
 
-NODE_TABLE(SearchAndReplaceTable, VELTO_STRING "searchandreplace", {
-    {"every occurrence", R"({"string": "a.b.c", "search": ".", "replace": "::"})", R"({"result": "a::b::c"})"},
-    {"by nothing", R"({"string": "a.b.c", "search": "."})", R"({"result": "abc"})"},
-    {"an empty search changes nothing", R"({"string": "abc", "search": "", "replace": "x"})", R"({"result": "abc"})"},
-    {"in none", R"({"search": "a", "replace": "x"})", R"({"result": ""})"},
-});
+NODE_TABLE(SearchAndReplaceTable, VELTO_STRING "searchandreplace",
+    {
+        {"every occurrence", R"({"string": "a.b.c", "search": ".", "replace": "::"})", R"({"result": "a::b::c"})"},
+        {"by nothing", R"({"string": "a.b.c", "search": "."})", R"({"result": "abc"})"},
+        {"an empty search changes nothing", R"({"string": "abc", "search": "", "replace": "x"})",
+            R"({"result": "abc"})"},
+        {"in none", R"({"search": "a", "replace": "x"})", R"({"result": ""})"},
+    });
 
-NODE_TABLE(SubstringTable, VELTO_STRING "substr", {
-    {"inside", R"({"string": "abcdef", "start": 2, "count": 3})", R"({"result": "cde"})"},
-    {"a negative start is no part of the count", R"({"string": "abcdef", "start": -3, "count": 2})",
-        R"({"result": "ab"})"},
-    {"a start behind the end", R"({"string": "abc", "start": 10, "count": 1})", R"({"result": ""})"},
-    {"a negative count", R"({"string": "abcdef", "start": 2, "count": -1})", R"({"result": ""})"},
-    {"a count beyond the end", R"({"string": "abcdef", "start": 4, "count": 10})", R"({"result": "ef"})"},
-    {"the largest count", R"({"string": "abcdef", "start": 4, "count": 9223372036854775807})", R"({"result": "ef"})"},
-    {"the smallest numbers",
-        R"({"string": "abcdef", "start": -9223372036854775808, "count": -9223372036854775808})", R"({"result": ""})"},
-    {"in characters", R"({"string": "日é🎨z", "start": 1, "count": 2})", R"({"result": "é🎨"})"},
-    {"of none", R"({"start": 0, "count": 1})", R"({"result": ""})"},
-});
+NODE_TABLE(SubstringTable, VELTO_STRING "substr",
+    {
+        {"inside", R"({"string": "abcdef", "start": 2, "count": 3})", R"({"result": "cde"})"},
+        {"a negative start is no part of the count", R"({"string": "abcdef", "start": -3, "count": 2})",
+            R"({"result": "ab"})"},
+        {"a start behind the end", R"({"string": "abc", "start": 10, "count": 1})", R"({"result": ""})"},
+        {"a negative count", R"({"string": "abcdef", "start": 2, "count": -1})", R"({"result": ""})"},
+        {"a count beyond the end", R"({"string": "abcdef", "start": 4, "count": 10})", R"({"result": "ef"})"},
+        {"the largest count", R"({"string": "abcdef", "start": 4, "count": 9223372036854775807})",
+            R"({"result": "ef"})"},
+        {"the smallest numbers",
+            R"({"string": "abcdef", "start": -9223372036854775808, "count": -9223372036854775808})",
+            R"({"result": ""})"},
+        {"in characters", R"({"string": "日é🎨z", "start": 1, "count": 2})", R"({"result": "é🎨"})"},
+        {"of none", R"({"start": 0, "count": 1})", R"({"result": ""})"},
+    });
 
-NODE_TABLE(TruncateTable, VELTO_STRING "truncate", {
-    {"shorter", R"({"string": "日é🎨z", "count": 3})", R"({"result": "日é🎨"})"},
-    {"to nothing", R"({"string": "abc", "count": 0})", R"({"result": ""})"},
-    {"a negative count", R"({"string": "abc", "count": -1})", R"({"result": ""})"},
-    {"longer than the string", R"({"string": "日é", "count": 3})", R"({"result": "日é"})"},
-    {"the largest count", R"({"string": "abc", "count": 9223372036854775807})", R"({"result": "abc"})"},
-    {"of none", R"({"count": 3})", R"({"result": ""})"},
-});
+NODE_TABLE(TruncateTable, VELTO_STRING "truncate",
+    {
+        {"shorter", R"({"string": "日é🎨z", "count": 3})", R"({"result": "日é🎨"})"},
+        {"to nothing", R"({"string": "abc", "count": 0})", R"({"result": ""})"},
+        {"a negative count", R"({"string": "abc", "count": -1})", R"({"result": ""})"},
+        {"longer than the string", R"({"string": "日é", "count": 3})", R"({"result": "日é"})"},
+        {"the largest count", R"({"string": "abc", "count": 9223372036854775807})", R"({"result": "abc"})"},
+        {"of none", R"({"count": 3})", R"({"result": ""})"},
+    });
 
 TEST(Print, WritesALineAnEvaluationAndPassesTheStringOn)
 {
     const host::Json results = EvalJson(R"({"version": 1, "nodes": {"p": {"type": ")" VELTO_STRING R"(print",
         "inputs": {"string": "é"}}}, "outputs": {"o": "p.passthrough"}})",
         R"([{}, {}, {"set": {"p.string": ""}}, {"set": {"p.string": "b"}}])");
-    const auto log = [&](std::size_t i)
-    {
+    const auto log = [&](std::size_t i) {
         const host::Json* const lines = Entry(results, i).Find("log");
         return lines ? lines->Write() : "none";
     };
@@ -90,8 +99,10 @@ TEST(Print, WritesALineAnEvaluationAndPassesTheStringOn)
 TEST(StringNodes, BrokenUtf8IsAFaultAtItsPlace)
 {
     const std::string document = R"({"version": 1, "nodes": {"n": {"type": ")" VELTO_STRING R"(length",
-        "inputs": {"string": "a)" "\xff" R"(b"}}}, "outputs": {"o": "n.result"}})";
-    EXPECT_NE(Faults(document), "");
+        "inputs": {"string": "a)"
+                                 "\xff"
+                                 R"(b"}}}, "outputs": {"o": "n.result"}})";
+    EXPECT_TRUE(Faults(document).starts_with("nodes.n.inputs.string: ")) << Faults(document);
 }
 
 namespace
@@ -118,8 +129,7 @@ TEST(Concat, AFailedAppendDropsWhatWasJoinedAndGoesOn)
     DirectCall call(VELTO_STRING "concat", Arguments("strings", kCount));
     for (Int i = 0; i < kCount; ++i)
         call.Port<String>(1 + i) = million;
-    const auto lengthAfter = [&](Int n)
-    {
+    const auto lengthAfter = [&](Int n) {
         EXPECT_TRUE(RunFailingAt(call, n).IsOk()) << n;
         return Bytes(call.Port<String>(0)).size();
     };
@@ -166,7 +176,9 @@ TEST(StringNodes, OnlyTwoReportThatMemoryIsShort)
             const Result ran = RunFailingAt(call, static_cast<Int>(n));
             EXPECT_EQ(ran.Kind(), row.kinds[n]) << row.type << ", request " << n;
             if (ran.IsError())
+            {
                 EXPECT_EQ(Bytes(call.Port<String>(3)), "before") << row.type << ", request " << n;
+            }
         }
         EXPECT_TRUE(RunFailingAt(call, -1).IsOk());
         EXPECT_NE(Bytes(call.Port<String>(3)), "before");

@@ -1,0 +1,391 @@
+// Noise and Voronoi queries beside plain scalar code of the same functions, and generators beside the same formulas in
+// a loop by hand.
+#include "support/graph.h"
+
+#include "host/render/noise.h"
+#include "host/render/rendernoise.h"
+#include "module/source/pattern/generator/random.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+namespace velto::bench
+{
+
+namespace
+{
+
+// --- Plain scalar code, in 64 bits ---
+
+double Fade(double t)
+{
+    return t * t * t * (t * (t * 6.0 - 15.0) + 10.0);
+}
+
+UInt32 LatticeHash(Int x, Int y, Int z, UInt32 seed)
+{
+    UInt32 h = (static_cast<UInt32>(x) * 501125321u + static_cast<UInt32>(y) * 1136930381u +
+                   static_cast<UInt32>(z) * 1720413743u) ^
+               seed;
+    return (h ^ (h >> 15)) * 668265261u;
+}
+
+double GradientDot(UInt32 h, double x, double y, double z)
+{
+    const Int32 s = static_cast<Int32>(h);
+    const double u = s < -715827882 ? y : x;
+    const double v = s > 715827882 ? y : z;
+    return ((h << 5) >> 31 ? -u : u) + ((h << 9) >> 31 ? -v : v);
+}
+
+double ScalarGradient(double x, double y, double z, UInt32 seed)
+{
+    const double fx = std::floor(x);
+    const double fy = std::floor(y);
+    const double fz = std::floor(z);
+    const Int ix = static_cast<Int>(fx);
+    const Int iy = static_cast<Int>(fy);
+    const Int iz = static_cast<Int>(fz);
+    x -= fx;
+    y -= fy;
+    z -= fz;
+    const auto corner = [&](int dx, int dy, int dz) {
+        return GradientDot(LatticeHash(ix + dx, iy + dy, iz + dz, seed), x - dx, y - dy, z - dz);
+    };
+    const auto lerp = [](double t, double a, double b) { return a + t * (b - a); };
+    const double u = Fade(x);
+    const double v = Fade(y);
+    const double w = Fade(z);
+    return lerp(u, lerp(v, lerp(w, corner(0, 0, 0), corner(0, 0, 1)), lerp(w, corner(0, 1, 0), corner(0, 1, 1))),
+        lerp(v, lerp(w, corner(1, 0, 0), corner(1, 0, 1)), lerp(w, corner(1, 1, 0), corner(1, 1, 1))));
+}
+
+double ScalarFbm(double x, double y, double z, int octaves)
+{
+    double sum = 0.0;
+    double squares = 0.0;
+    double amplitude = 1.0;
+    double frequency = 1.0;
+    for (int i = 0; i < octaves; ++i)
+    {
+        sum += amplitude *
+               ScalarGradient(x * frequency + 0.3, y * frequency + 0.6, z * frequency + 0.9, static_cast<UInt32>(i));
+        squares += amplitude * amplitude;
+        amplitude *= 0.5;
+        frequency *= 2.0;
+    }
+    return sum / std::sqrt(squares);
+}
+
+// All 27 cells, with a distance each.
+double ScalarVoronoi(double x, double y, double z, UInt32 seed, double& second, Int32& id)
+{
+    const Int ix = static_cast<Int>(std::floor(x));
+    const Int iy = static_cast<Int>(std::floor(y));
+    const Int iz = static_cast<Int>(std::floor(z));
+    double f1 = 1e30;
+    double f2 = 1e30;
+    for (Int cz = iz - 1; cz <= iz + 1; ++cz)
+    {
+        for (Int cy = iy - 1; cy <= iy + 1; ++cy)
+        {
+            for (Int cx = ix - 1; cx <= ix + 1; ++cx)
+            {
+                UInt32 h = LatticeHash(cx, cy, cz, seed);
+                h ^= h >> 13;
+                const UInt32 more = h * 2654435769u;
+                const double dx = static_cast<double>(cx) + (h >> 16) * 0x1p-16 - x;
+                const double dy = static_cast<double>(cy) + (more >> 16) * 0x1p-16 - y;
+                const double dz = static_cast<double>(cz) + ((more << 8) >> 16) * 0x1p-16 - z;
+                const double d = std::sqrt(dx * dx + dy * dy + dz * dz);
+                if (d < f1)
+                {
+                    f2 = f1;
+                    f1 = d;
+                    id = static_cast<Int32>(h);
+                }
+                else if (d < f2)
+                    f2 = d;
+            }
+        }
+    }
+    second = f2;
+    return f1;
+}
+
+// --- Side by side ---
+
+constexpr int kCalls = 4096;
+
+template <class Fast, class Plain>
+void Compare(benchmark::State& state, Fast fast, Plain plain)
+{
+    double fastSeconds = 0.0;
+    double plainSeconds = 0.0;
+    const auto run = [](auto& function) {
+        const Stopwatch watch;
+        for (int i = 0; i < kCalls; ++i)
+        {
+            auto value = function(i * 0.0173, i * 0.0031 + 2.0, i * 0.0007 - 1.0);
+            benchmark::DoNotOptimize(value);
+        }
+        return watch.Seconds();
+    };
+    for (auto _ : state)
+    {
+        const double seconds = run(fast);
+        plainSeconds += run(plain);
+        fastSeconds += seconds;
+        state.SetIterationTime(seconds);
+    }
+    const double calls = static_cast<double>(state.iterations()) * kCalls;
+    state.counters["ns"] = fastSeconds / calls * 1e9;
+    state.counters["plain_ns"] = plainSeconds / calls * 1e9;
+    state.counters["ratio"] = fastSeconds / plainSeconds;
+}
+
+const host::NoiseClass& ClassOf(std::string_view name)
+{
+    const auto classes = host::NoiseClasses();
+    return *std::find_if(
+        classes.begin(), classes.end(), [name](const host::NoiseClass& noiseClass) { return noiseClass.name == name; });
+}
+
+void Fbm(benchmark::State& state, const host::NoiseKernels* kernels, int octaves, float time)
+{
+    const Ref<RenderNoiseInterface> noise = host::MakeNoise(ClassOf("fbm"), *kernels);
+    Compare(
+        state,
+        [&](double x, double y, double z) {
+            return noise->noise(noise.Get(), static_cast<float>(x), static_cast<float>(y), static_cast<float>(z), time,
+                static_cast<float>(octaves), false, 0.0f);
+        },
+        [octaves](double x, double y, double z) { return ScalarFbm(x, y, z, octaves); });
+}
+
+void Perlin(benchmark::State& state, const host::NoiseKernels* kernels)
+{
+    const Ref<RenderNoiseInterface> noise = host::MakeNoise(ClassOf("perlin"), *kernels);
+    Compare(
+        state,
+        [&](double x, double y, double z) {
+            return noise->noise(noise.Get(), static_cast<float>(x), static_cast<float>(y), static_cast<float>(z), 0.0f,
+                1.0f, false, 0.0f);
+        },
+        [](double x, double y, double z) { return ScalarFbm(x, y, z, 1); });
+}
+
+void Voronoi(benchmark::State& state, const host::NoiseKernels* kernels)
+{
+    Compare(
+        state,
+        [kernels](double x, double y, double z) {
+            host::NearestPoints nearest;
+            kernels->nearest3d(7, {static_cast<float>(x), static_cast<float>(y), static_cast<float>(z), 0.0f}, nearest);
+            return nearest;
+        },
+        [](double x, double y, double z) {
+            struct
+            {
+                double f1;
+                double f2;
+                Int32 id;
+            } nearest{};
+            nearest.f1 = ScalarVoronoi(x, y, z, 7, nearest.f2, nearest.id);
+            return nearest;
+        });
+}
+
+const bool kernelsAreMeasured = [] {
+    for (const host::NoiseKernels* const kernels : host::AllNoiseKernels())
+    {
+        const std::string set(kernels->name);
+        const auto add = [&](const std::string& name, auto function) {
+            benchmark::RegisterBenchmark((name + "/" + set).c_str(), function)->UseManualTime();
+        };
+        add("Fbm8", [kernels](benchmark::State& state) { Fbm(state, kernels, 8, 0.0f); });
+        add("Fbm8Animated", [kernels](benchmark::State& state) { Fbm(state, kernels, 8, 1.7f); });
+        add("Perlin1", [kernels](benchmark::State& state) { Perlin(state, kernels); });
+        add("Voronoi", [kernels](benchmark::State& state) { Voronoi(state, kernels); });
+    }
+    for (const host::NoiseClass& noiseClass : host::NoiseClasses())
+    {
+        const std::string name = "NoiseClass/" + std::string(noiseClass.name);
+        benchmark::RegisterBenchmark(name.c_str(), [&noiseClass](benchmark::State& state) {
+            const Ref<RenderNoiseInterface> noise = host::MakeNoise(noiseClass, host::BestNoiseKernels());
+            float x = 0.0f;
+            for (auto _ : state)
+            {
+                x += 0.0173f;
+                float value = noise->noise(noise.Get(), x, 0.4f * x, 0.3f, 0.0f, 5.0f, false, 0.01f);
+                benchmark::DoNotOptimize(value);
+            }
+        });
+    }
+    return true;
+}();
+
+// --- Generators in graphs ---
+
+void Grid(benchmark::State& state)
+{
+    MeasureAgainstHand(state, R"({"version": 1, "nodes": {"grid": {"type": "net.velto.pattern.corenode.generator.grid",
+        "inputs": {"line": [0.1, 0.1, 0.2, 1], "fill": [0.9, 0.8, 0.7, 1], "thickness": [0.1, 0.2, 0.1],
+            "softness": 0.05, "frequency": [60, 70, 1]}}}, "outputs": {"color": "grid.result"}})",
+        [](const ShadingContext& context) {
+            const auto mask = [](Float p, Float thickness) {
+                const Float d = std::abs(2.0 * (p - std::floor(p)) - 1.0);
+                const Float inner = thickness - 0.05;
+                if (inner >= d)
+                    return 0.0;
+                const Float ramp = thickness - inner;
+                if (ramp == 0.0 || d >= thickness)
+                    return 1.0;
+                const Float t = (d - inner) / ramp;
+                return t * t * (3.0 - 2.0 * t);
+            };
+            const Vector& p = context.uvw;
+            const Float m = Min(Min(mask(p.x * 60.0 + 0.5, 0.1), mask(p.y * 70.0 + 0.5, 0.2)), mask(p.z * 1.0, 0.1));
+            return Mix(ColorA{0.1, 0.1, 0.2, 1}, ColorA{0.9, 0.8, 0.7, 1}, m);
+        });
+}
+BENCHMARK(Grid)->UseManualTime();
+
+void Star(benchmark::State& state)
+{
+    MeasureAgainstHand(state, R"({"version": 1, "nodes": {"star": {"type": "net.velto.pattern.corenode.shape.star",
+        "inputs": {"exterior": [0.1, 0.1, 0.2, 1], "fill": [0.9, 0.8, 0.7, 1], "scale": 3, "spikes": 5,
+            "innersoftness": 0.5, "outersoftness": 0.5, "cutout": 0.8}}}, "outputs": {"color": "star.result"}})",
+        [](const ShadingContext& context) {
+            const Float s = 2.0 / 3.0;
+            const Float x = ((context.uvw.x - 0.5) * s) * 2.0;
+            const Float y = ((context.uvw.y - 0.5) * s) * 2.0;
+            const Float sector = 6.283185307179586 / 5.0;
+            const Float turn = std::atan2(x, y) / sector - 0.5;
+            const Float e = std::abs(turn - std::floor(turn) - 0.5) * sector;
+            const Float r = std::sqrt(x * x + y * y);
+            const Float p = r * std::sin(e);
+            const Float q = r * std::cos(e) - 0.5;
+            const Float tilt = 0.5 * sector + (3.141592653589793 / 5.0) * 0.8;
+            const Float f = std::cos(tilt) * q + std::sin(tilt) * p - 0.5;
+            const Float t = 0.0 >= f ? 0.0 : f >= 1.0 ? 1.0 : f * f * (3.0 - (f + f));
+            return Mix(ColorA{0.9, 0.8, 0.7, 1}, ColorA{0.1, 0.1, 0.2, 1}, t);
+        });
+}
+BENCHMARK(Star)->UseManualTime();
+
+struct HandScratches
+{
+    ColorA operator()(const ShadingContext& context) const
+    {
+        const Float c = 12.0 * 0.01;
+        const Float u = context.uvw.x * (1.0 / c);
+        const Float v = context.uvw.y * (1.0 / c);
+        const Float step = 1.0 / 0.6;
+        Float frequency = 1.0;
+        Float a = 0.0;
+        for (Int layer = 1; layer <= 4; ++layer)
+        {
+            const Float x = u * frequency;
+            const Float y = v * frequency;
+            const Int ix = static_cast<Int32>(std::floor(x / c) * c);
+            const Int iy = static_cast<Int32>(std::floor(y / c) * c);
+            const Int n = ix + iy + (ix + 321 * layer) * (iy + 123 * layer) + (ix ^ iy) + (ix | iy) + 3 - 12345 + layer;
+            pattern::RandomStream stream(pattern::IntegerHash32(static_cast<UInt32>(n)));
+            Float m = 1.0;
+            if (stream.Next01() <= 0.7)
+            {
+                const Float p = x - std::floor(x);
+                const Float r = y - std::floor(y);
+                const Float b = (2.0 * stream.Next01() - 1.0) * 6.283185307179586 * 1.0;
+                const Float sine = std::sin(b);
+                const Float cosine = std::cos(b);
+                const Float shift = 2.0 * stream.Next01() - 1.0;
+                const Float across = p * cosine - r * sine + shift;
+                const Float along = p * sine + r * cosine + shift;
+                const Float bend = 0.3 * stream.Next01();
+                const Float wave = std::sin(3.141592653589793 * along) * bend;
+                const Float width = stream.Next01() * 3.0 * 0.05;
+                const Float inside = width - std::abs(across - 0.5 + wave + wave);
+                if (inside > 0.0)
+                    m = Clamp01((std::pow(along, 2.0) * along * (1.0 - inside) - 1.0) * 0.8 + 1.0);
+            }
+            frequency *= step;
+            a += Max(a, 1.0 - m);
+        }
+        const Float value = Clamp01(1.0 - a);
+        return {value, value, value, 1.0};
+    }
+};
+
+// The conversion to a colour is the graph's own.
+void Scratches(benchmark::State& state)
+{
+    MeasureAgainstHand(state, R"({"version": 1, "nodes": {
+        "s": {"type": "net.velto.pattern.corenode.generator.scratches", "inputs": {"seed": 3, "bend": 0.3, "scale": 12,
+            "layers": 4, "density": 0.7, "frequencystep": 0.6, "rotation": 1, "gamma": 2, "thickness": 3, "depth": 0.8}},
+        "c": {"type": "net.velto.pattern.corenode.effect.invertcolor", "inputs": {"color": {"from": "s.result"},
+            "maskblend": 0, "maskred": true, "maskgreen": true, "maskblue": true, "maskalpha": false}}},
+        "outputs": {"color": "c.result"}})",
+        HandScratches());
+}
+BENCHMARK(Scratches)->UseManualTime();
+
+// Time of a whole graph alone.
+void MeasureGraph(benchmark::State& state, const std::string& document)
+{
+    host::Graph graph;
+    LoadGraph(document, graph);
+    const std::unique_ptr<host::Instance> instance = MakeInstance(graph);
+    for (auto _ : state)
+    {
+        for (int i = 0; i < kSamples; ++i)
+        {
+            FillSample(instance->Context(), i);
+            if (instance->Evaluate().IsError())
+                return state.SkipWithError("a sample failed");
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * kSamples);
+    state.counters["ns"] = benchmark::Counter(static_cast<double>(state.iterations()) * kSamples * 1e-9,
+        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void Cells1000(benchmark::State& state, const std::string& mode, const std::string& exponent)
+{
+    MeasureGraph(state, R"({"version": 1, "nodes": {
+        "pre": {"type": "net.velto.pattern.corenode.2d.pointgenerator", "inputs": {"points": 1000, "seed": 5, "strategy": "1"}},
+        "cells": {"type": "net.velto.pattern.corenode.generator.cells", "inputs": {
+            "pointDistribution": {"from": "pre.pointDistribution"}, "distanceMode": ")" +
+                            mode + R"(", "exponent": )" + exponent + R"(}}}, "outputs": {"color": "cells.distance"}})");
+}
+BENCHMARK_CAPTURE(Cells1000, euclidean, "0", "1");
+BENCHMARK_CAPTURE(Cells1000, power, "1", "0.37");
+BENCHMARK_CAPTURE(Cells1000, minkowski, "6", "1.7");
+
+// Veins in stone: what a colour graph of a material looks like.
+void Marble(benchmark::State& state)
+{
+    MeasureGraph(state, R"({"version": 1, "nodes": {
+        "place": {"type": "net.velto.render.corenode.placement2d", "inputs": {"localLength": [1, 1], "localPivot": [0, 0],
+            "localRotation": 0.3, "localRepetitions": [0.5, 0.5], "localModeU": "repeat", "localModeV": "repeat"}},
+        "veins": {"type": "noise", "inputs": {"contextLocal": {"from": "place.result"}, "octaves": 8,
+            "noiseType": "net.velto.render.rendernoiseclass.fbm", "absolute": true, "animationSpeed": 0}},
+        "ramp": {"type": "gradient", "inputs": {"input": {"from": "veins.result"}, "gradient": [
+            {"position": 0, "color": [0.1, 0.1, 0.15, 1]}, {"position": 0.1, "color": [0.5, 0.5, 0.55, 1]},
+            {"position": 0.4, "color": [0.85, 0.84, 0.8, 1]}, {"position": 1, "color": [1, 1, 1, 1]}]}},
+        "crisp": {"type": "net.velto.pattern.corenode.effect.contrast", "inputs": {"color": {"from": "ramp.result"},
+            "contrast": 0.2, "maskblend": 1, "maskred": true, "maskgreen": true, "maskblue": true}},
+        "lit": {"type": "net.velto.pattern.corenode.effect.exposure", "inputs": {"color": {"from": "crisp.result"},
+            "exposure": 0.2, "offset": 0.01, "gamma": 2.2, "maskblend": 1, "maskred": true, "maskgreen": true,
+            "maskblue": true}}},
+        "outputs": {"color": "lit.result"}})");
+}
+BENCHMARK(Marble);
+
+} // namespace
+
+} // namespace velto::bench
