@@ -1,6 +1,5 @@
 // What baking, blurring and looking up rasters costs, beside the plain copy and the plain sampling they are held
 // against.
-#include "host/loader/services.h"
 #include "module/source/pattern/2d/bakedimagedata.h"
 #include "module/source/pattern/2d/boxblur.h"
 
@@ -13,8 +12,6 @@ using namespace velto::pattern::twod;
 
 namespace
 {
-
-const bool servicesAreBound = !host::Services().empty();
 
 // An upstream of about the cost of a small generator, whose value is copied from a slot as graphs do it.
 struct Waves : FunctionInterface

@@ -1,5 +1,6 @@
 // Prints the colour that a graph document gives at a place: embed GRAPH U V
 #include <host/host.h>
+#include <host/registry/datatypes.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -8,7 +9,7 @@ namespace vh = velto::host;
 
 static velto::Result Sample(vh::Graph& graph, double u, double v, velto::ColorA& color)
 {
-    VELTO_CHECK_ARGUMENT(graph.program->outputs[0].type == velto::TypeOf<velto::ColorA>());
+    VELTO_CHECK_ARGUMENT(graph.program->outputs[0].type == vh::TypeOf<velto::ColorA>());
     VELTO_TRY(graph.setup->Run());          // what no sample changes
     std::unique_ptr<vh::Instance> instance; // a thread's own
     VELTO_TRY(vh::Instance::Create(*graph.setup, instance));

@@ -90,6 +90,8 @@ Result Module::Open(const std::filesystem::path& file)
     if (found->stamp != ModuleExport::kStamp)
         return Refuse(error::kIllegalArgument,
             fmt::format("{} has the stamp {}, this host takes {}.", file.string(), found->stamp, ModuleExport::kStamp));
+    if (found->initializer)
+        return Refuse(error::kIllegalState, fmt::format("{} is loaded already.", file.string()));
     export_ = found;
     VELTO_TRY(Id::Create(file_.stem().string(), export_->moduleId));
     VELTO_TRY(MakeUrl(file_.string(), export_->moduleUrl));
@@ -209,6 +211,7 @@ Result Module::WalkRecord(Record& record)
             *static_cast<InternedId*>(declaration.imported) = Intern(record.id.View());
             break;
         }
+        done_.reserve(done_.size() + 1); // so that nothing is published that cannot be withdrawn
         VELTO_TRY(declaration.registerEntry(&declaration));
         done_.push_back(&record);
         break;
@@ -269,6 +272,20 @@ void Module::Unload()
             Dl_info info{};
             return dladdr(entry, &info) != 0 && info.dli_fname && file_ == info.dli_fname;
         });
+        // What it holds of the host's goes while the host still is asked; what it was told is forgotten, should the
+        // system keep the library.
+        export_->moduleId = Id();
+        export_->moduleUrl = Url();
+        export_->initializer = nullptr;
+        for (ModuleRecord* module = export_->moduleRecords; module; module = module->nextModule)
+        {
+            for (Record* unit = module->units; unit; unit = unit->next)
+            {
+                unit->link = nullptr;
+                for (Record* record = static_cast<TranslationUnitRecord*>(unit)->first; record; record = record->next)
+                    record->link = nullptr;
+            }
+        }
         export_ = nullptr;
     }
     if (library_)

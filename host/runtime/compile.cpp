@@ -170,6 +170,13 @@ private:
             for (const auto& [name, given] : node.source->inputs)
                 VELTO_TRY(LinkInput(node, name, given));
         }
+        // By the ports of the nodes as they are now: replacements are looked through later.
+        for (const CoreOutput& output : graph_.outputs)
+        {
+            outputs_.emplace_back();
+            if (output.source.link)
+                VELTO_TRY(FindOutput(output.name, *output.source.link, outputs_.back().emplace()));
+        }
         return {};
     }
 
@@ -381,24 +388,24 @@ private:
         MarkUsedPorts();
         program_.bodies.emplace_back();
         Body main{0, {}, {}};
-        for (const CoreOutput& output : graph_.outputs)
+        for (std::size_t i = 0; i < graph_.outputs.size(); ++i)
         {
+            const CoreOutput& output = graph_.outputs[i];
             const DataType* type = nullptr;
             Address value;
-            if (output.source.link)
+            std::vector<UInt32> needs;
+            if (outputs_[i])
             {
-                OutputOf link{};
-                VELTO_TRY(FindOutput(output.name, *output.source.link, link));
-                VELTO_TRY(PlaceLink(main, link, type, value));
+                VELTO_TRY(PlaceLink(main, *outputs_[i], type, value));
+                needs = NeedsOf(*outputs_[i]);
             }
             else
             {
                 type = output.source.value.Type();
                 VELTO_TRY(PlaceConstant(output.source, type, value));
             }
-            if (output.type && output.type != type)
+            if (output.type)
             {
-                std::vector<UInt32> needs = NeedsOf(output.source);
                 VELTO_TRY(PlaceConversion(main, output.name, type, output.type, value, needs));
                 type = output.type;
             }
@@ -432,11 +439,10 @@ private:
                     use(input.link);
             }
         }
-        for (const CoreOutput& output : graph_.outputs)
+        for (const std::optional<OutputOf>& output : outputs_)
         {
-            OutputOf link{};
-            if (output.source.link && FindOutput(output.name, *output.source.link, link).IsOk())
-                use(link);
+            if (output)
+                use(*output);
         }
     }
 
@@ -446,14 +452,6 @@ private:
         if (Resolve(link) || !nodes_[link.node].isFixed)
             return {};
         return {static_cast<UInt32>(nodes_[link.node].setupCall)};
-    }
-
-    std::vector<UInt32> NeedsOf(const CoreInput& source)
-    {
-        OutputOf link{};
-        if (!source.link || FindOutput("", *source.link, link).IsError())
-            return {};
-        return NeedsOf(link);
     }
 
     // Where the value at the end of a link lies in a body; places what computes it.
@@ -748,6 +746,7 @@ private:
     const CompileOptions& options_;
     Program& program_;
     std::vector<Node> nodes_;
+    std::vector<std::optional<OutputOf>> outputs_;
     std::map<std::string, Int> bodies_;
     Conversions setupConversions_;
     UInt32 conversionNode_ = 0;

@@ -38,10 +38,22 @@ Result AssignValue(const DataType& type, void* to, const void* from)
 inline Result CopyValue(const DataType& type, void* to, const void* from)
 {
     const DataTypeOperations& operations = type.operations;
-    if (!operations.copy && operations.size == sizeof(ColorA))
+    if (!operations.copy)
     {
-        std::memcpy(to, from, sizeof(ColorA));
-        return {};
+        switch (operations.size)
+        {
+        case sizeof(ColorA):
+            std::memcpy(to, from, sizeof(ColorA));
+            return {};
+        case sizeof(InternedId):
+            std::memcpy(to, from, sizeof(InternedId));
+            return {};
+        case sizeof(Float):
+            std::memcpy(to, from, sizeof(Float));
+            return {};
+        default:
+            break;
+        }
     }
     return AssignValue(type, to, from);
 }

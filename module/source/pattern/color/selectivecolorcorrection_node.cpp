@@ -34,15 +34,16 @@ struct PerBand
     static constexpr std::array<PortSpec, sizeof...(Names)> kPorts{
         PortSpec{.name = Names.View(), .input = true, .type = &GetDataType<Float>}...};
     static constexpr UInt32 kWords = 0;
-    static PerBand Read(const PortReader& reader, Int index, UInt32)
+    static PerBand Read(const PortReader& reader, Int index, UInt32) { return {reader, index}; }
+
+    // Read when it is asked for: most bands are left alone.
+    Float operator[](std::size_t band) const
     {
-        PerBand read;
-        for (Float& value : read.values)
-            value = *static_cast<const Float*>(reader.Value(index++));
-        return read;
+        return *static_cast<const Float*>(reader.Value(first + static_cast<Int>(band)));
     }
 
-    Float values[sizeof...(Names)];
+    PortReader reader;
+    Int first;
 };
 
 using Hues = PerBand<"hueRed", "hueOrange", "hueYellow", "hueGreen", "hueAqua", "hueBlue", "huePurple", "hueMagenta">;
@@ -68,9 +69,9 @@ static ColorA SelectiveColorCorrection(
     Color c{Max(x->r, 0.0), Max(x->g, 0.0), Max(x->b, 0.0)};
     for (std::size_t i = 0; i < std::size(kBands); ++i)
     {
-        const Float hue = hues.values[i];
-        const Float saturation = saturations.values[i];
-        const Float luminance = luminances.values[i];
+        const Float hue = hues[i];
+        const Float saturation = saturations[i];
+        const Float luminance = luminances[i];
         if (hue == 0.0 && saturation == 0.0 && luminance == 0.0)
             continue;
         const Hsv hsv = RgbToHsv(c);

@@ -105,8 +105,17 @@ public:
     // Places the segment at x; the share of its length at which x lies goes to `t`. False: it has no length.
     bool Find(Float x, Float& t)
     {
-        const SortedKnot* const behind = std::partition_point(knots_.sorted.begin(), knots_.sorted.end(),
-            [x](const SortedKnot& knot) { return !(knot.position > x || (knot.position == x && knot.index > 0)); });
+        // Halves without branches: where the search turns is as good as random.
+        const SortedKnot* behind = knots_.sorted.begin();
+        for (Int count = knots_.sorted.Count(); count > 0;)
+        {
+            const Int half = count / 2;
+            const SortedKnot& middle = behind[half];
+            const bool liesBehind =
+                (middle.position > x) | (static_cast<bool>(middle.position == x) & static_cast<bool>(middle.index > 0));
+            behind = liesBehind ? behind : behind + half + 1;
+            count = liesBehind ? half : count - half - 1;
+        }
         const Int place = behind - knots_.sorted.begin();
         left = place < 2 ? 0 : place - 1;
         right = Min(knots_.indices[Number(left)] + 1, knots_.sorted.Count() - 1);
@@ -148,45 +157,66 @@ static Result CallOf(
     return functions[number].Invoke(value, context);
 }
 
-static Result Blend(
-    const GradientSegment& segment, const InternedId& mode, Float t, Float bias, Int last, ColorA& color)
+enum class KnotMode : std::uint8_t
 {
-    if (mode == kBlend && bias > t)
+    None,
+    Linear,
+    Smooth,
+    Blend,
+    Cubic,
+    CubicBias,
+    Unknown,
+};
+
+static KnotMode ToMode(const InternedId& id)
+{
+    return id == kSmoothKnot   ? KnotMode::Smooth
+           : id == kLinearKnot ? KnotMode::Linear
+           : id == kNone       ? KnotMode::None
+           : id == kBlend      ? KnotMode::Blend
+           : id == kCubicKnot  ? KnotMode::Cubic
+           : id == kCubicBias  ? KnotMode::CubicBias
+                               : KnotMode::Unknown;
+}
+
+static Result CubicKnot(const GradientSegment& segment, Float u, Int last, ColorA& color)
+{
+    const bool isFirst = segment.left == 0;
+    const bool isLast = segment.right == last;
+    ColorA before;
+    ColorA c0;
+    ColorA c1;
+    ColorA after;
+    if (!isFirst)
+        VELTO_TRY(segment.Fetch(segment.left - 1, before));
+    VELTO_TRY(segment.Fetch(segment.left, c0));
+    VELTO_TRY(segment.Fetch(segment.right, c1));
+    if (!isLast)
+        VELTO_TRY(segment.Fetch(segment.right + 1, after));
+    color = CatmullRom(isFirst ? c0 : before, c0, c1, isLast ? c1 : after, u);
+    return {};
+}
+
+// The colour at the share `t` of a segment.
+static Result Interpolate(const GradientSegment& segment, KnotMode mode, Float t, Float bias, Int last, ColorA& color)
+{
+    if (mode == KnotMode::Cubic)
+        return CubicKnot(segment, BiasMap(t, bias), last, color);
+    if (mode == KnotMode::Blend && bias > t)
         return segment.Fetch(segment.left, color);
 
     ColorA c0;
     ColorA c1;
-    if (mode == kCubicKnot)
-    {
-        ColorA before;
-        ColorA after;
-        const bool isFirst = segment.left == 0;
-        const bool isLast = segment.right == last;
-        if (!isFirst)
-            VELTO_TRY(segment.Fetch(segment.left - 1, before));
-        VELTO_TRY(segment.Fetch(segment.left, c0));
-        VELTO_TRY(segment.Fetch(segment.right, c1));
-        if (!isLast)
-            VELTO_TRY(segment.Fetch(segment.right + 1, after));
-        color = CatmullRom(isFirst ? c0 : before, c0, c1, isLast ? c1 : after, BiasMap(t, bias));
-        return {};
-    }
     VELTO_TRY(segment.Fetch(segment.left, c0));
     VELTO_TRY(segment.Fetch(segment.right, c1));
-    if (mode == kCubicBias)
+    if (mode == KnotMode::CubicBias)
         color = CubicBias(c0, c1, t, bias);
-    else if (mode == kBlend)
-        color = Mix(c0, c1, AfterBias(t, bias));
-    else if (mode == kSmoothKnot)
-        color = Mix(c0, c1, SmoothStep01(BiasMap(t, bias)));
     else
-        color = Mix(c0, c1, BiasMap(t, bias));
+    {
+        const Float share = mode == KnotMode::Blend ? AfterBias(t, bias) : BiasMap(t, bias);
+        color = Mix(c0, c1, mode == KnotMode::Smooth ? SmoothStep01(share) : share);
+    }
     return {};
-}
-
-static bool IsKnown(const InternedId& mode)
-{
-    return mode == kLinearKnot || mode == kSmoothKnot || mode == kBlend || mode == kCubicKnot || mode == kCubicBias;
 }
 
 static Result Gradient(In<"context", ShadingContext> context, In<"contextLocal", ShadingContext> local,
@@ -203,23 +233,24 @@ static Result Gradient(In<"context", ShadingContext> context, In<"contextLocal",
     GradientSegment segment(*knots, *context, *colorSpace, color);
     ColorA mixed;
     Float t = 0.0;
-    InternedId mode = kNone;
+    KnotMode mode = KnotMode::None;
     const bool hasLength = segment.Find(input.IsConnected() ? *input : local->uvw.x, t);
     const Int number = segment.Number(segment.left);
     if (hasLength)
     {
-        mode = InternedId();
-        VELTO_TRY(CallOf(interpolation, number, *context, mode));
+        InternedId id;
+        VELTO_TRY(CallOf(interpolation, number, *context, id));
+        mode = ToMode(id);
     }
-    if (mode == kNone)
+    if (mode == KnotMode::None)
         VELTO_TRY(segment.Fetch(segment.left, mixed));
     else
     {
         Float knotBias = 0.0;
         VELTO_TRY(CallOf(bias, number, *context, knotBias));
-        if (!IsKnown(mode)) [[unlikely]]
+        if (mode == KnotMode::Unknown) [[unlikely]]
             return MakeError(error::kIllegalState, "Unknown gradient interpolation mode.");
-        VELTO_TRY(Blend(segment, mode, t, knotBias, knots->sorted.Count() - 1, mixed));
+        VELTO_TRY(Interpolate(segment, mode, t, knotBias, knots->sorted.Count() - 1, mixed));
     }
     result = InSpace<&DecodeSrgb>(*colorSpace, mixed);
     return {};

@@ -1,4 +1,5 @@
 // Lines with a soft edge between numbered cells, on all three axes.
+#include "floor.h"
 #include "truncate.h"
 #include "velto/node.h"
 
@@ -10,7 +11,7 @@ namespace velto::pattern
 // 0 on a line, 1 off it. `position` is in cells.
 static Float LineMask(Float position, Float thickness, Float softness)
 {
-    const Float fraction = position - std::floor(position);
+    const Float fraction = position - Floor(position);
     const Float d = std::abs(2.0 * fraction - 1.0);
     const Float inner = thickness - softness;
     if (inner >= d)
@@ -40,7 +41,7 @@ static void Grid(In<"context", ShadingContext>, In<"contextLocal", ShadingContex
     const Float maskZ = LineMask(local->uvw.z * frequency->z, thickness->z, softness);
     const Float m = Min(Min(maskX, maskY), maskZ);
     result = Mix(*line, *fill, m);
-    index = Truncate<Int>(std::floor(x) * frequency->y + std::floor(y));
+    index = Truncate<Int>(Floor(x) * frequency->y + Floor(y));
 }
 
 VELTO_CORE_NODE("net.velto.pattern.corenode.generator.grid", Grid);

@@ -1,4 +1,5 @@
 // Thin bent scratches in several layers, each layer on a grid of its own.
+#include "floor.h"
 #include "random.h"
 #include "truncate.h"
 #include "velto/node.h"
@@ -35,8 +36,8 @@ static Float Layer(Float x, Float y, RandomStream stream, const ScratchShape& sh
 {
     if (stream.Next01() > shape.density)
         return 1.0;
-    const Float p = x - std::floor(x);
-    const Float r = y - std::floor(y);
+    const Float p = x - Floor(x);
+    const Float r = y - Floor(y);
     const Float angle = (2.0 * stream.Next01() - 1.0) * kTwoPi * shape.rotation;
     const Float c = std::cos(angle);
     const Float s = std::sin(angle);
@@ -69,8 +70,8 @@ static Float Scratches(In<"context", ShadingContext>, In<"contextLocal", Shading
     {
         const Float x = u * frequency;
         const Float y = v * frequency;
-        const Int32 cellX = Truncate<Int32>(std::floor(x / cell) * cell);
-        const Int32 cellY = Truncate<Int32>(std::floor(y / cell) * cell);
+        const Int32 cellX = Truncate<Int32>(Floor(x / cell) * cell);
+        const Int32 cellY = Truncate<Int32>(Floor(y / cell) * cell);
         const UInt number = CellNumber(cellX, cellY, static_cast<UInt>(*seed), static_cast<UInt>(layer));
         const Float m = Layer(x, y, RandomStream(IntegerHash32(static_cast<UInt32>(number))), shape);
         frequency = frequency * step;

@@ -17,11 +17,28 @@ static Result HeightAt(const ColorFunction& function, const ShadingContext& cont
     return {};
 }
 
-static void MovePoints(ShadingContext& context, const Vector& step)
+// A place and its two neighbours.
+struct Triple
 {
-    context.samplePosition = context.samplePosition + step;
-    context.samplePositionPlusDeltaU = context.samplePositionPlusDeltaU + step;
-    context.samplePositionPlusDeltaV = context.samplePositionPlusDeltaV + step;
+    Vector at;
+    Vector besideU;
+    Vector besideV;
+
+    Triple operator+(const Vector& step) const { return {at + step, besideU + step, besideV + step}; }
+};
+
+static void SetPoints(ShadingContext& context, const Triple& points)
+{
+    context.samplePosition = points.at;
+    context.samplePositionPlusDeltaU = points.besideU;
+    context.samplePositionPlusDeltaV = points.besideV;
+}
+
+static void SetCoordinates(ShadingContext& context, const Triple& coordinates)
+{
+    context.uvw = coordinates.at;
+    context.uvwPlusDeltaU = coordinates.besideU;
+    context.uvwPlusDeltaV = coordinates.besideV;
 }
 
 static Result Bump(In<"context", ShadingContext> context, Connected<"color", ColorFunction> color,
@@ -45,17 +62,22 @@ static Result Bump(In<"context", ShadingContext> context, Connected<"color", Col
     Float height = 0.0;
     VELTO_TRY(HeightAt(*color, probe, height));
 
-    MovePoints(probe, tangent * stepSpace);
-    probe.uvw.x += stepUv;
-    probe.uvwPlusDeltaU.x += stepUv;
-    probe.uvwPlusDeltaV.x += stepUv;
+    const Triple points{context->samplePosition, context->samplePositionPlusDeltaU, context->samplePositionPlusDeltaV};
+    const Triple coordinates{context->uvw, context->uvwPlusDeltaU, context->uvwPlusDeltaV};
+    const auto moved = [](const Triple& from, Float Vector::*axis, Float step) {
+        Triple to = from;
+        for (Vector Triple::*point : {&Triple::at, &Triple::besideU, &Triple::besideV})
+            (to.*point).*axis += step;
+        return to;
+    };
+    const Triple alongU = points + tangent * stepSpace;
+    SetPoints(probe, alongU);
+    SetCoordinates(probe, moved(coordinates, &Vector::x, stepUv));
     Float heightAlongU = 0.0;
     VELTO_TRY(HeightAt(*color, probe, heightAlongU));
 
-    MovePoints(probe, bitangent * stepSpace - tangent * stepSpace);
-    probe.uvw = {context->uvw.x, probe.uvw.y + stepUv, probe.uvw.z};
-    probe.uvwPlusDeltaU = {context->uvwPlusDeltaU.x, probe.uvwPlusDeltaU.y + stepUv, probe.uvwPlusDeltaU.z};
-    probe.uvwPlusDeltaV = {context->uvwPlusDeltaV.x, probe.uvwPlusDeltaV.y + stepUv, probe.uvwPlusDeltaV.z};
+    SetPoints(probe, alongU + (bitangent * stepSpace - tangent * stepSpace));
+    SetCoordinates(probe, moved(coordinates, &Vector::y, stepUv));
     Float heightAlongV = 0.0;
     VELTO_TRY(HeightAt(*color, probe, heightAlongV));
 

@@ -1,4 +1,5 @@
 // A regular polygon.
+#include "../generator/floor.h"
 #include "coverage.h"
 
 #include <cmath>
@@ -25,7 +26,7 @@ static void Ngon(In<"context", ShadingContext>, In<"contextLocal", ShadingContex
     const Float y = ((local->uvw.y - 0.5) * s + 0.5) * 2.0 - 1.0;
     const Float angle = std::atan2(x, y) + kPi; // from the v axis towards the u axis
     const Float sector = kTwoPi / static_cast<Float>(*sides);
-    const Float c = std::cos(std::floor(angle / sector + 0.5) * sector - angle);
+    const Float c = std::cos(Floor(angle / sector + 0.5) * sector - angle);
     const Float d = std::sqrt(x * x + y * y) * c;
     outputs.Write(*fill, *exterior, EdgeStep(d, innerSoftness, outerSoftness), d);
 }

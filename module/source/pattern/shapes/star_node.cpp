@@ -1,4 +1,5 @@
 // A star of any number of spikes.
+#include "../generator/floor.h"
 #include "coverage.h"
 
 #include <cmath>
@@ -26,7 +27,7 @@ static void Star(In<"context", ShadingContext>, In<"contextLocal", ShadingContex
     const Float sector = kTwoPi / static_cast<Float>(*spikes);
     // The angle from the axis of the nearest spike.
     const Float turn = std::atan2(x, y) / sector - 0.5;
-    const Float e = std::abs(turn - std::floor(turn) - 0.5) * sector;
+    const Float e = std::abs(turn - Floor(turn) - 0.5) * sector;
     const Float r = std::sqrt(x * x + y * y);
     const Float p = r * std::sin(e);
     const Float q = r * std::cos(e) - 0.5;

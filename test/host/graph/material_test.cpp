@@ -1,0 +1,112 @@
+// Materials as documents, and the nodes that are graphs.
+#include "test/support/eval.h"
+
+namespace velto::test
+{
+
+namespace
+{
+
+constexpr std::string_view kNodes = R"("version": 1, "nodes": {
+    "board": {"type": "net.velto.pattern.corenode.generator.checkerboard", "inputs": {
+        "color1": [0.25, 0.5, 0.75, 1], "color2": [0, 0, 0, 1]}},
+    "pass": {"type": "passthrough", "inputs": {"color": {"from": "board.result"}}},
+    "base": {"type": "bsdflayer", "inputs": {"color": {"from": "pass.passthrough"}, "roughness": 0.3}},
+    "coat": {"type": "bsdflayer", "inputs": {"color": [1, 1, 1]}}})";
+
+std::string Material(std::string_view material)
+{
+    return std::string("{").append(kNodes).append(", \"material\": ").append(material).append("}");
+}
+
+TEST(Material, DrivenInputsBecomeChannels)
+{
+    const host::Json results = EvalJson(Material(R"({
+        "displacement": {"from": "board.result"}, "emission": [1, 2, 3],
+        "bsdflayers": [
+            {"bsdflayer": {"from": "base.result"}, "strength": {"from": "board.result"}},
+            {"active": false, "bsdflayer": {"from": "coat.result"}},
+            {"active": true, "bsdflayer": {"from": "coat.result"}, "strength": 0.5}],
+        "aovs": [{"id": "mask", "color": [0, 1, 0]}]})"),
+        R"([{"uvw": [0.25, 0.25, 0]}])");
+    const host::Json* const outputs = Entry(results).Find("outputs");
+    ASSERT_TRUE(outputs) << results.Write();
+    // Colours arrive as colours, numbers as their luminance; in the order in which they arrive at the output.
+    const std::string luminance = host::WriteNumber(0.25 * 0.2125 + 0.5 * 0.7154 + 0.75 * 0.0721);
+    EXPECT_EQ(outputs->Write(), R"({"layer1.strength": )" + luminance +
+                                    R"(, "layer1.color": [0.25, 0.5, 0.75], "layer1.roughness": 0.3, )"
+                                    R"("layer3.strength": 0.5, "layer3.color": [1, 1, 1], )"
+                                    R"("emission": [1, 2, 3], "displacement": )" +
+                                    luminance + R"(, "aov.mask": [0, 1, 0]})");
+}
+
+TEST(Material, FaultsStandAtTheirPlaces)
+{
+    struct Case
+    {
+        std::string_view material;
+        std::string_view fault;
+    };
+    const Case cases[] = {
+        {R"({"emission": [1, 1, 1]})", "material.bsdflayers: a material has at least one layer"},
+        {R"({"bsdflayers": []})", "material.bsdflayers: a material has at least one layer"},
+        {R"({"bsdflayers": [{"bsdflayer": {"from": "board.result"}}]})",
+            "material.bsdflayers[0].bsdflayer: board.result is a ColorA"},
+        {R"({"bsdflayers": [{"bsdflayer": {"from": "base.result"}}], "emision": [1, 1, 1]})",
+            "material.emision: is not known here; did you mean \"emission\"?"},
+        {R"({"bsdflayers": [{"bsdflayer": {"from": "base.result"}}], "normal": {"from": "pass.passthrough"}})",
+            "material.normal: pass.passthrough is a ColorA, which does not turn into a Vector"},
+        {R"({"bsdflayers": [{"bsdflayer": {"from": "base.result"}, "strenght": 1}]})",
+            "material.bsdflayers[0].strenght: is not known here; did you mean \"strength\"?"},
+        {R"({"bsdflayers": [{"bsdflayer": {"from": "base.result"}}], "alpha": "much"})",
+            "material.alpha: expected a number"},
+    };
+    for (const Case& c : cases)
+        EXPECT_NE(Faults(Material(c.material)).find(c.fault), std::string::npos) << c.fault << "\n"
+                                                                                 << Faults(Material(c.material));
+    EXPECT_NE(Faults(R"({"version": 1, "nodes": {"base": {"type": "bsdflayer"},
+        "lit": {"type": "net.velto.pattern.corenode.strength", "inputs": {"input": {"from": "base.result"}}}},
+        "outputs": {"o": "lit.output"}})")
+                  .find("nodes.lit.inputs.input: base.result is a net.velto.render.datatype.bsdflayer"),
+        std::string::npos);
+}
+
+TEST(DescribedNodes, PassthroughHandsOnAndDefaultsToBlack)
+{
+    const host::Json results = EvalJson(R"({"version": 1, "nodes": {
+        "a": {"type": "passthrough"},
+        "b": {"type": "passthrough", "inputs": {"color": [1, 2, 3, 4]}},
+        "c": {"type": "passthrough", "inputs": {"color": {"from": "b.passthrough"}}}},
+        "outputs": {"a": "a.passthrough", "c": "c.passthrough"}})");
+    EXPECT_EQ(Output(results, "a"), "[0, 0, 0, 1]");
+    EXPECT_EQ(Output(results, "c"), "[1, 2, 3, 4]");
+}
+
+TEST(DescribedNodes, LocalContextFollowsContext)
+{
+    const auto board = [](std::string_view inputs) {
+        return Output(EvalJson(std::string(R"({"version": 1, "nodes": {
+            "moved": {"type": "placement2d", "inputs": {"localOffset": [0.5, 0]}},
+            "board": {"type": "checkerboard", "inputs": {)")
+                                   .append(inputs)
+                                   .append(R"("color1": [1, 1, 1, 1], "color2": [0, 0, 0, 1]}}},
+            "outputs": {"color": "board.result"}})"),
+                          R"([{"uvw": [0.25, 0.25, 0]}])"),
+            "color");
+    };
+    EXPECT_EQ(board(""), "[1, 1, 1, 1]");
+    EXPECT_EQ(board(R"("contextLocal": {"from": "moved.result"}, )"), "[0, 0, 0, 1]");
+    EXPECT_EQ(board(R"("context": {"from": "moved.result"}, )"), "[0, 0, 0, 1]");
+}
+
+TEST(DescribedNodes, DefaultsHoldForCoreNodesToo)
+{
+    const host::Json results = EvalJson(R"({"version": 1, "nodes": {
+        "n": {"type": "net.velto.pattern.corenode.effect.invertcolor", "inputs": {"color": [0.25, 0.5, 1, 1]}}},
+        "outputs": {"color": "n.result"}})");
+    EXPECT_EQ(Output(results, "color"), "[0.75, 0.5, 0, 1]"); // the mask lets colours pass and not alpha
+}
+
+} // namespace
+
+} // namespace velto::test

@@ -1,0 +1,269 @@
+#include "host/loader/module.h"
+
+#include "cli/module.h"
+#include "host/registry/registry.h"
+#include "host/system/configuration.h"
+#include "host/system/output.h"
+#include "test/support/eval.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdio>
+#include <map>
+#include <sstream>
+
+namespace velto::host
+{
+
+namespace
+{
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+std::string FileOf(const std::string& name)
+{
+    return VELTO_TEST_MODULES "/" + name + ".module";
+}
+
+// What can be seen of all loaded modules.
+struct Published
+{
+    std::map<std::string, std::vector<std::string>> registries;
+    std::size_t switches;
+
+    static Published Now()
+    {
+        Published now{{}, Configuration().size()};
+        for (const std::string& name : RegistryNames())
+        {
+            if (std::vector<std::string> entries = EntryNames(name); !entries.empty())
+                now.registries[name] = std::move(entries);
+        }
+        return now;
+    }
+    friend bool operator==(const Published&, const Published&) = default;
+};
+
+bool IsPublished(const std::string& node)
+{
+    return FindEntry(registry::kCoreNodes.View(), node) != nullptr;
+}
+
+struct Broken
+{
+    std::string name;
+    Id kind;
+    std::vector<std::string> texts;
+};
+
+class BrokenModule : public ::testing::TestWithParam<Broken>
+{
+};
+
+TEST_P(BrokenModule, IsRefusedByNameAndLeavesNothing)
+{
+    const Published before = Published::Now();
+    std::shared_ptr<Module> module;
+    for (int attempt = 0; attempt < 2; ++attempt)
+    {
+        const Result loaded = Module::Load(FileOf(GetParam().name), module);
+        EXPECT_EQ(GetParam().kind.View(), loaded.Kind());
+        for (const std::string& text : GetParam().texts)
+            EXPECT_THAT(std::string(loaded.Message()), HasSubstr(text));
+        EXPECT_EQ(nullptr, module);
+        EXPECT_TRUE(before == Published::Now());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, BrokenModule,
+    ::testing::ValuesIn(std::vector<Broken>{
+        {"there_is_none", error::kUnresolved, {"there_is_none.module"}},
+        {"no_export", error::kIllegalArgument, {"no_export.module", "g_velto"}},
+        {"foreign_stamp", error::kIllegalArgument, {"foreign_stamp.module", "4711", "21014"}},
+        {"unknown_interface", error::kUnresolved, {"net.velto.test.interface.nowhere"}},
+        {"unknown_method", error::kUnresolved, {"Alloc@", "net.velto.interface.system"}},
+        {"unknown_framework", error::kUnresolved, {"net.velto.test.needy", "net.velto.test.framework"}},
+        {"unknown_label", error::kUnresolved, {"unknown_label", ".nosuchlabel"}},
+        {"cycle", error::kIllegalState, {"hen -> egg -> hen"}},
+        {"entry_twice", error::kIllegalArgument, {"net.velto.test.twice", "net.velto.corenode.registry.corenodes"}},
+        {"failing_step", error::kIllegalState, {"The second step does not work."}},
+    }),
+    [](const auto& info) { return info.param.name; });
+
+TEST(ModuleLoad, UndoesStepsInReverse)
+{
+    std::vector<std::string> lines;
+    SetOutputHandler([&](OutputChannel, LogTarget, std::string_view line) { lines.emplace_back(line); });
+    std::shared_ptr<Module> module;
+    EXPECT_TRUE(Module::Load(FileOf("failing_step"), module).IsError());
+    SetOutputHandler({});
+    EXPECT_THAT(lines, ElementsAre("first runs", "second fails", "second ends", "first ends"));
+}
+
+// What a graph of the probe's nodes gives.
+std::string EvaluateProbe(const std::shared_ptr<Module>& module)
+{
+    constexpr std::string_view document = R"({"version": 1, "nodes": {
+        "u": {"type": "net.velto.test.coordinate"},
+        "pre": {"type": "net.velto.test.pre", "inputs": {"size": 3}},
+        "sum": {"type": "net.velto.test.sum", "inputs": {"first": {"from": "u.result"}, "terms": [2, {"from": "pre.table"}]}}},
+        "outputs": {"o": "sum.result"}})";
+    Diagnostics diagnostics;
+    Graph graph;
+    if (!LoadGraph(document, module, {}, diagnostics, graph))
+        return diagnostics.All().front().text;
+    Json results;
+    bool anyFailed = false;
+    EvaluateSamples(graph, test::Parse(R"([{"uvw": [0.5, 0, 0]}])"), false, diagnostics, results, anyFailed);
+    return test::Output(results, "o");
+}
+
+TEST(ModuleLoad, PublishesUnloadsAndLoadsAgain)
+{
+    test::TheModule();
+    const Published before = Published::Now();
+    for (int round = 0; round < 3; ++round)
+    {
+        std::shared_ptr<Module> module;
+        ASSERT_TRUE(Module::Load(FileOf("probe"), module).IsOk());
+        EXPECT_TRUE(IsPublished("net.velto.test.sum"));
+        EXPECT_EQ(before.switches + 2, Configuration().size());
+        EXPECT_EQ("probe", module->Export().moduleId.View());
+        EXPECT_EQ("370.0", EvaluateProbe(module));
+        module.reset();
+        EXPECT_TRUE(before == Published::Now());
+    }
+}
+
+// A program keeps the module of its nodes, whoever else lets go of it.
+TEST(ModuleLoad, LivesAsLongAsItsGraphs)
+{
+    std::shared_ptr<Module> module;
+    ASSERT_TRUE(Module::Load(FileOf("probe"), module).IsOk());
+    Graph graph;
+    Diagnostics diagnostics;
+    ASSERT_TRUE(LoadGraph(R"({"version": 1, "nodes": {"n": {"type": "net.velto.test.count"}},
+        "outputs": {"o": "n.calls"}})",
+        module, {}, diagnostics, graph));
+    module.reset();
+    EXPECT_TRUE(IsPublished("net.velto.test.count"));
+    ASSERT_TRUE(graph.setup->Run().IsOk());
+    std::unique_ptr<Instance> instance;
+    ASSERT_TRUE(Instance::Create(*graph.setup, instance).IsOk());
+    EXPECT_TRUE(instance->Evaluate().IsOk());
+    instance.reset();
+    graph = {};
+    EXPECT_FALSE(IsPublished("net.velto.test.count"));
+}
+
+TEST(ModuleLoad, TakesAFileOnce)
+{
+    std::shared_ptr<Module> first;
+    ASSERT_TRUE(Module::Load(FileOf("probe"), first).IsOk());
+    const Published before = Published::Now();
+    std::shared_ptr<Module> second;
+    const Result again = Module::Load(FileOf("probe"), second);
+    EXPECT_EQ(error::kIllegalState.View(), again.Kind());
+    EXPECT_THAT(std::string(again.Message()), HasSubstr("loaded already"));
+    EXPECT_TRUE(before == Published::Now());
+    EXPECT_EQ("370.0", EvaluateProbe(first));
+}
+
+// --- What the shader nodes' module says of itself. ---
+
+Json DescribeModule()
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const cli::ModuleArguments arguments{{VELTO_BUILD_DIR "/modules/shadernodes.module"}, true};
+    EXPECT_EQ(cli::kSuccess, cli::Module(arguments, {out, err})) << err.str();
+    return test::Parse(out.str());
+}
+
+std::vector<std::string> Texts(const Json& list)
+{
+    std::vector<std::string> texts;
+    for (const Json& element : list.Elements())
+        texts.push_back(element.AsString());
+    return texts;
+}
+
+// In a process of its own: one process loads the file once.
+void CheckDescription()
+{
+    const Json json = DescribeModule();
+    EXPECT_EQ(0x5216, json.Find("stamp")->AsInteger());
+    EXPECT_EQ("net.velto.shadernodes", Texts(*json.Find("moduleRecords")).back());
+
+    std::map<Int, std::vector<std::string>> units;
+    for (const Json& unit : json.Find("translationUnits")->Elements())
+        units[unit.Find("flags")->AsInteger()].push_back(unit.Find("id")->AsString());
+    EXPECT_THAT(units[0x2000000],
+        ElementsAre("interface_registration", "reflection_registration", "reflection_virtual_registration"));
+    EXPECT_THAT(units[256], ElementsAre("register"));
+    EXPECT_EQ("datadescription_shadernodes", units[0].front());
+    EXPECT_EQ("shader", units[0].back());
+    EXPECT_EQ(3u, units.size());
+
+    const Json& registries = *json.Find("registries");
+    EXPECT_EQ(81u, registries.Find(registry::kCoreNodes.View())->Elements().size());
+    EXPECT_THAT(Texts(*registries.Find(registry::kDataTypes.View())),
+        ::testing::UnorderedElementsAre("net.velto.render.datatype.placement2ddata",
+            "net.velto.render.datatype.placement3ddata", "net.velto.datatype.scattercachedbucketdata",
+            "net.velto.render.datatype.sortedknotsref", "net.velto.render.datatype.noiseshadertable",
+            "net.velto.render.datatype.searchpathstype", "net.velto.render.datatype.bakedimagedata"));
+    for (const Json& interface : json.Find("interfaces")->Elements())
+        EXPECT_EQ(interface.Find("slots")->AsInteger(), interface.Find("bound")->AsInteger()) << interface.Write();
+    EXPECT_EQ(R"([{"name": "g_enableDebugBreak", "help": "enable debug breaks (when debugger is attached)", "value": true}, )"
+              R"({"name": "g_enableParallelFor", "help": "enable parallel execution of all ParallelFor loops", "value": true}])",
+        json.Find("configuration")->Write());
+}
+
+TEST(ModuleDeathTest, DescribesItselfAndLoadsAgain)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto twice = []
+    {
+        CheckDescription();
+        CheckDescription();
+        std::exit(::testing::Test::HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(twice(), ::testing::ExitedWithCode(0), "");
+}
+
+// The symbols that `nm` lists, without versions.
+std::vector<std::string> Symbols(const std::string& options)
+{
+    const std::string command = VELTO_NM " -D " + options + " " VELTO_BUILD_DIR "/modules/shadernodes.module";
+    std::vector<std::string> names;
+    FILE* const pipe = popen(command.c_str(), "r");
+    char line[512];
+    while (pipe && std::fgets(line, sizeof(line), pipe))
+    {
+        std::string name(line);
+        name.erase(name.find_last_not_of(" \n") + 1);
+        name.erase(0, name.find_last_of(' ') + 1);
+        names.push_back(name);
+    }
+    EXPECT_TRUE(pipe && pclose(pipe) == 0) << command;
+    return names;
+}
+
+TEST(ModuleFile, ExportsOneSymbolAndNeedsOnlyTheRuntimeLibraries)
+{
+    EXPECT_THAT(Symbols("--defined-only"), ElementsAre("g_velto"));
+    if (std::string_view(VELTO_SANITIZE) != "")
+        GTEST_SKIP() << "sanitizers add symbols of their own";
+    for (const std::string& name : Symbols("--undefined-only"))
+    {
+        const bool isOptional = name.starts_with("_ITM_") || name == "__gmon_start__";
+        EXPECT_TRUE(isOptional || name.find("@GLIBC_") != name.npos || name.find("@GLIBCXX_") != name.npos ||
+                    name.find("@CXXABI_") != name.npos)
+            << name;
+    }
+}
+
+} // namespace
+
+} // namespace velto::host
