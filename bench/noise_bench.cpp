@@ -231,52 +231,84 @@ const bool kernelsAreMeasured = [] {
 
 // --- Generators in graphs ---
 
+// The parameters are numbers of a program's user, as they are for the node.
+struct HandGrid
+{
+    ColorA line{0.1, 0.1, 0.2, 1};
+    ColorA fill{0.9, 0.8, 0.7, 1};
+    Vector thickness{0.1, 0.2, 0.1};
+    Vector frequency{60, 70, 1};
+    Float softness = 0.05;
+
+    HandGrid() { benchmark::DoNotOptimize(*this); }
+
+    Float Mask(Float p, Float lineThickness) const
+    {
+        const Float d = std::abs(2.0 * (p - std::floor(p)) - 1.0);
+        const Float inner = lineThickness - softness;
+        if (inner >= d)
+            return 0.0;
+        const Float ramp = lineThickness - inner;
+        if (ramp == 0.0 || d >= lineThickness)
+            return 1.0;
+        const Float t = (d - inner) / ramp;
+        return t * t * (3.0 - 2.0 * t);
+    }
+
+    ColorA operator()(const ShadingContext& context) const
+    {
+        const Vector& p = context.uvw;
+        Int index = static_cast<Int>(std::floor(p.x * frequency.x) * frequency.y + std::floor(p.y * frequency.y));
+        benchmark::DoNotOptimize(index);
+        const Float m = Min(Min(Mask(p.x * frequency.x + 0.5, thickness.x), Mask(p.y * frequency.y + 0.5, thickness.y)),
+            Mask(p.z * frequency.z, thickness.z));
+        return Mix(line, fill, m);
+    }
+};
+
 void Grid(benchmark::State& state)
 {
     MeasureAgainstHand(state, R"({"version": 1, "nodes": {"grid": {"type": "net.velto.pattern.corenode.generator.grid",
         "inputs": {"line": [0.1, 0.1, 0.2, 1], "fill": [0.9, 0.8, 0.7, 1], "thickness": [0.1, 0.2, 0.1],
             "softness": 0.05, "frequency": [60, 70, 1]}}}, "outputs": {"color": "grid.result"}})",
-        [](const ShadingContext& context) {
-            const auto mask = [](Float p, Float thickness) {
-                const Float d = std::abs(2.0 * (p - std::floor(p)) - 1.0);
-                const Float inner = thickness - 0.05;
-                if (inner >= d)
-                    return 0.0;
-                const Float ramp = thickness - inner;
-                if (ramp == 0.0 || d >= thickness)
-                    return 1.0;
-                const Float t = (d - inner) / ramp;
-                return t * t * (3.0 - 2.0 * t);
-            };
-            const Vector& p = context.uvw;
-            Int index = static_cast<Int>(std::floor(p.x * 60.0) * 70.0 + std::floor(p.y * 70.0));
-            benchmark::DoNotOptimize(index);
-            const Float m = Min(Min(mask(p.x * 60.0 + 0.5, 0.1), mask(p.y * 70.0 + 0.5, 0.2)), mask(p.z * 1.0, 0.1));
-            return Mix(ColorA{0.1, 0.1, 0.2, 1}, ColorA{0.9, 0.8, 0.7, 1}, m);
-        });
+        HandGrid());
 }
 BENCHMARK(Grid)->UseManualTime();
+
+struct HandStar
+{
+    Float scale = 3.0;
+    Int spikes = 5;
+    Float cutout = 0.8;
+    ColorA fill{0.9, 0.8, 0.7, 1};
+    ColorA exterior{0.1, 0.1, 0.2, 1};
+
+    HandStar() { benchmark::DoNotOptimize(*this); }
+
+    ColorA operator()(const ShadingContext& context) const
+    {
+        const Float s = 2.0 / Max(scale, 1e-6);
+        const Float x = ((context.uvw.x - 0.5) * s) * 2.0;
+        const Float y = ((context.uvw.y - 0.5) * s) * 2.0;
+        const Float sector = 6.283185307179586 / static_cast<Float>(spikes);
+        const Float turn = std::atan2(x, y) / sector - 0.5;
+        const Float e = std::abs(turn - std::floor(turn) - 0.5) * sector;
+        const Float r = std::sqrt(x * x + y * y);
+        const Float p = r * std::sin(e);
+        const Float q = r * std::cos(e) - 0.5;
+        const Float tilt = 0.5 * sector + (3.141592653589793 / static_cast<Float>(spikes)) * cutout;
+        const Float f = std::cos(tilt) * q + std::sin(tilt) * p - 0.5;
+        const Float t = 0.0 >= f ? 0.0 : f >= 1.0 ? 1.0 : f * f * (3.0 - (f + f));
+        return Mix(fill, exterior, t);
+    }
+};
 
 void Star(benchmark::State& state)
 {
     MeasureAgainstHand(state, R"({"version": 1, "nodes": {"star": {"type": "net.velto.pattern.corenode.shape.star",
         "inputs": {"exterior": [0.1, 0.1, 0.2, 1], "fill": [0.9, 0.8, 0.7, 1], "scale": 3, "spikes": 5,
             "innersoftness": 0.5, "outersoftness": 0.5, "cutout": 0.8}}}, "outputs": {"color": "star.result"}})",
-        [](const ShadingContext& context) {
-            const Float s = 2.0 / 3.0;
-            const Float x = ((context.uvw.x - 0.5) * s) * 2.0;
-            const Float y = ((context.uvw.y - 0.5) * s) * 2.0;
-            const Float sector = 6.283185307179586 / 5.0;
-            const Float turn = std::atan2(x, y) / sector - 0.5;
-            const Float e = std::abs(turn - std::floor(turn) - 0.5) * sector;
-            const Float r = std::sqrt(x * x + y * y);
-            const Float p = r * std::sin(e);
-            const Float q = r * std::cos(e) - 0.5;
-            const Float tilt = 0.5 * sector + (3.141592653589793 / 5.0) * 0.8;
-            const Float f = std::cos(tilt) * q + std::sin(tilt) * p - 0.5;
-            const Float t = 0.0 >= f ? 0.0 : f >= 1.0 ? 1.0 : f * f * (3.0 - (f + f));
-            return Mix(ColorA{0.9, 0.8, 0.7, 1}, ColorA{0.1, 0.1, 0.2, 1}, t);
-        });
+        HandStar());
 }
 BENCHMARK(Star)->UseManualTime();
 

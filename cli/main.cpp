@@ -34,6 +34,12 @@ void AddGraph(CLI::App& command, GraphArguments& arguments)
         ->type_name("DIR")
         ->allow_extra_args(false);
     command
+        .add_option("--texture-memory", arguments.textureMemory,
+            "what a picture may take; a larger one is shown at the finest level that fits")
+        ->type_name("MB")
+        ->check(CLI::Range(1, 1 << 20))
+        ->capture_default_str();
+    command
         .add_option("--set", arguments.settings, "gives an input a value: NODE.PORT=VALUE, VALUE being JSON or a word")
         ->type_name("NODE.PORT=VALUE")
         ->allow_extra_args(false);

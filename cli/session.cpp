@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "host/render/texture.h"
 #include "host/text/url.h"
 
 #include <fmt/format.h>
@@ -79,6 +80,7 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
     if (arguments.file != "-")
         options.searchPaths.push_back(std::filesystem::absolute(arguments.file).parent_path().string());
     options.variable = variable;
+    host::SetTextureMemory(static_cast<UInt>(arguments.textureMemory) << 20);
     for (const std::string& text : arguments.settings)
     {
         host::Setting setting;

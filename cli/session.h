@@ -43,6 +43,7 @@ struct GraphArguments
     int renderMode = 0;
     std::vector<std::string> searchPaths;
     std::vector<std::string> settings; // NODE.PORT=VALUE
+    int textureMemory = 2048;          // megabytes
 };
 
 // Reads a graph with its settings; errors are printed, and warnings.

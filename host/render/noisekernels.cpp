@@ -257,9 +257,18 @@ HWY_INLINE Float32 Gradient3d(const GradientBank& bank, const NoisePoint& point)
     }
     const float fadeZ = hn::GetLane(Fade(z.fraction));
     const float fadeY = hn::GetLane(Fade(y.fraction));
-    const auto edge = [&](int corner) { return Lerp(fadeZ, corners[corner], corners[corner + 4]); };
-    const float left = Lerp(fadeY, edge(0), edge(2));
-    const float right = Lerp(fadeY, edge(1), edge(3));
+    alignas(16) float edges[4];
+#if HWY_TARGET == HWY_SCALAR
+    for (int corner = 0; corner < 4; ++corner)
+        edges[corner] = Lerp(fadeZ, corners[corner], corners[corner + 4]);
+#else
+    const hn::FixedTag<float, 4> d4;
+    const auto low = hn::Load(d4, corners);
+    const auto high = hn::Load(d4, corners + 4);
+    hn::Store(hn::Add(low, hn::Mul(hn::Set(d4, fadeZ), hn::Sub(high, low))), d4, edges);
+#endif
+    const float left = Lerp(fadeY, edges[0], edges[2]);
+    const float right = Lerp(fadeY, edges[1], edges[3]);
     return Lerp(hn::GetLane(Fade(x.fraction)), left, right);
 }
 

@@ -83,7 +83,7 @@ public:
         for (int i = 0; i < count_; ++i)
         {
             weight_[i] = i < whole ? noise.amplitude[i] : noise.amplitude[i] * rest;
-            keep_[i] = Keep(filterWidth * noise.octaves.frequency[i]);
+            keep_[i] = filterWidth == 0.0f ? 1.0f : Keep(filterWidth * noise.octaves.frequency[i]);
         }
         if (whole == 0) // less than one octave: the first fades to its mean
         {
@@ -101,6 +101,8 @@ public:
     template <class Shape>
     Float32 Sum(const NoisePoint& at, Float32 mean, Shape shape) const
     {
+        if (count_ == 1) // its weight is 1
+            return mean + keep_[0] * (shape(Gradient(noise_.octaves, at)) - mean);
         alignas(32) Float32 g[kMaxOctaves];
         Gradients(noise_.octaves, count_, at, g);
         Float32 sum = 0.0f;
@@ -116,6 +118,8 @@ public:
     // The plain octaves; as lively whatever their number is.
     Float32 Fractal(const NoisePoint& at) const
     {
+        if (count_ == 1)
+            return keep_[0] * Gradient(noise_.octaves, at);
         alignas(32) Float32 g[kMaxOctaves];
         Gradients(noise_.octaves, count_, at, g);
         Float32 sum = 0.0f;
@@ -218,10 +222,15 @@ private:
         return width <= 0.2f ? 1.0f : width < 0.8f ? 1.0f - SmoothStep(0.2f, 0.8f, width) : 0.0f;
     }
 
+    Float32 Gradient(const GradientBank& bank, const NoisePoint& at) const
+    {
+        return flat_ ? noise_.kernels->gradient2d(bank, at) : noise_.kernels->gradient3d(bank, at);
+    }
+
     void Gradients(const GradientBank& bank, int count, const NoisePoint& at, Float32* g) const
     {
         if (count == 1)
-            g[0] = flat_ ? noise_.kernels->gradient2d(bank, at) : noise_.kernels->gradient3d(bank, at);
+            g[0] = Gradient(bank, at);
         else
             (flat_ ? noise_.kernels->gradients2d : noise_.kernels->gradients3d)(bank, count, at, g);
     }
@@ -431,9 +440,9 @@ Float32 RidgedMultifractal(const NoiseSampler& s)
 // Scales: each dark at its middle and of a brightness of its own at its edge.
 Float32 Sema(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.4f,
-        [](const NearestPoints& n)
-        { return n.f1 * n.f1 * (0.3f + 1.4f * UnitFloat(MixBits(static_cast<UInt32>(n.id1)))) + 0.1f; });
+    return s.SumCells(s.Point(), 0.4f, [](const NearestPoints& n) {
+        return n.f1 * n.f1 * (0.3f + 1.4f * UnitFloat(MixBits(static_cast<UInt32>(n.id1)))) + 0.1f;
+    });
 }
 
 // Grains where two fields are high together.

@@ -45,6 +45,9 @@ inline Result CopyValue(const DataType& type, void* to, const void* from)
         case sizeof(ColorA):
             std::memcpy(to, from, sizeof(ColorA));
             return {};
+        case sizeof(Color):
+            std::memcpy(to, from, sizeof(Color));
+            return {};
         case sizeof(InternedId):
             std::memcpy(to, from, sizeof(InternedId));
             return {};

@@ -94,4 +94,22 @@ inline void CopyContext(ShadingContext& to, const ShadingContext& from)
     std::memcpy(static_cast<void*>(&to), &from, size);
 }
 
+// A context of one's own to change. It begins as a copy, and is not made twice.
+class ContextCopy
+{
+public:
+    explicit ContextCopy(const ShadingContext& from) { CopyContext(context_, from); }
+    ContextCopy(const ContextCopy&) = delete;
+    ContextCopy& operator=(const ContextCopy&) = delete;
+
+    ShadingContext& operator*() { return context_; }
+    ShadingContext* operator->() { return &context_; }
+
+private:
+    union
+    {
+        ShadingContext context_;
+    };
+};
+
 } // namespace velto

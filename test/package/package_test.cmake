@@ -29,7 +29,7 @@ run(ignored ${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/embed -B ${work}/embed -G
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=${BUILD_TYPE})
 run(ignored ${CMAKE_COMMAND} --build ${work}/embed)
 
-# A colour that only the default of a description gives, so the resources are found.
+# Nodes by the names that their descriptions give them, so the resources are found.
 file(WRITE ${work}/graph.json [[{
     "version": 1,
     "nodes": {"lit": {"type": "exposure", "inputs": {"color": [0.25, 0.5, 1, 1], "exposure": 1}},

@@ -3,6 +3,7 @@
 
 #include "eval.h"
 
+#include <ostream>
 #include <vector>
 
 namespace velto::test
@@ -17,6 +18,11 @@ struct NodeRow
     double tolerance = 0.0;
     std::string arguments = "{}"; // construction arguments
 };
+
+inline void PrintTo(const NodeRow& row, std::ostream* out)
+{
+    *out << row.name;
+}
 
 // Evaluates one row; failures name it.
 void CheckRow(const std::string& type, const NodeRow& row);

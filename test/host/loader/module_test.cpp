@@ -215,8 +215,9 @@ void CheckDescription()
             "net.velto.render.datatype.searchpathstype", "net.velto.render.datatype.bakedimagedata"));
     for (const Json& interface : json.Find("interfaces")->Elements())
         EXPECT_EQ(interface.Find("slots")->AsInteger(), interface.Find("bound")->AsInteger()) << interface.Write();
-    EXPECT_EQ(R"([{"name": "g_enableDebugBreak", "help": "enable debug breaks (when debugger is attached)", "value": true}, )"
-              R"({"name": "g_enableParallelFor", "help": "enable parallel execution of all ParallelFor loops", "value": true}])",
+    EXPECT_EQ(
+        R"json([{"name": "g_enableDebugBreak", "help": "enable debug breaks (when debugger is attached)", "value": true}, )json"
+        R"json({"name": "g_enableParallelFor", "help": "enable parallel execution of all ParallelFor loops", "value": true}])json",
         json.Find("configuration")->Write());
 }
 

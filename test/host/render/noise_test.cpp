@@ -42,7 +42,8 @@ std::vector<NoisePoint> Points(int count)
     // On the lattice, where cells and corners tie.
     for (int i = 0; i < count / 10; ++i)
         points[static_cast<std::size_t>(i)] = {std::floor(points[static_cast<std::size_t>(i)].x),
-            std::floor(points[static_cast<std::size_t>(i)].y) + 0.5f, std::floor(points[static_cast<std::size_t>(i)].z), 0.0f};
+            std::floor(points[static_cast<std::size_t>(i)].y) + 0.5f, std::floor(points[static_cast<std::size_t>(i)].z),
+            0.0f};
     const float strange[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 1e20f,
         -3e9f, 9.9e8f, -0.0f, 1e-40f};
     for (const float x : strange)
@@ -125,11 +126,10 @@ struct FeaturePoint
 // The feature point that is nearest to a place, from distances alone: it lies where the slope of the distance leads.
 FeaturePoint Locate(const NoiseKernels& kernels, UInt32 seed, const double (&from)[3])
 {
-    const auto ask = [&](const double (&at)[3])
-    {
+    const auto ask = [&](const double(&at)[3]) {
         NearestPoints nearest;
-        kernels.nearest3d(seed,
-            {static_cast<float>(at[0]), static_cast<float>(at[1]), static_cast<float>(at[2]), 0.0f}, nearest);
+        kernels.nearest3d(
+            seed, {static_cast<float>(at[0]), static_cast<float>(at[1]), static_cast<float>(at[2]), 0.0f}, nearest);
         return nearest;
     };
     double place[3] = {from[0], from[1], from[2]};
@@ -170,7 +170,8 @@ TEST(NoiseKernelsTest, NearestPointsAreExact)
                 const FeaturePoint point = Locate(kernels, kSeed, {x, y, z});
                 NearestPoints nearest;
                 kernels.nearest3d(kSeed,
-                    {static_cast<float>(point.at[0]), static_cast<float>(point.at[1]), static_cast<float>(point.at[2]), 0.0f},
+                    {static_cast<float>(point.at[0]), static_cast<float>(point.at[1]), static_cast<float>(point.at[2]),
+                        0.0f},
                     nearest);
                 // A slope across a cell's wall leads nowhere.
                 if (nearest.f1 < 5e-4f && nearest.id1 == point.id && known.insert(point.id).second)
@@ -220,8 +221,7 @@ TEST_F(NoiseServiceTest, ObjectsOfOneSeedAgree)
 {
     const NoiseInterface& noise = NoiseService();
     const float at[] = {4.3f, -2.1f, 0.4f};
-    const auto ask = [&](const NoiseObject* object)
-    {
+    const auto ask = [&](const NoiseObject* object) {
         float distances[2];
         Int32 ids[2];
         noise.Voronoi(object, at, 2, distances, ids);

@@ -53,7 +53,8 @@ protected:
         ASSERT_TRUE(noise_->init(noise_.Get(), seed, kNoiseComplexity, settings.Get()).IsOk());
     }
 
-    float At(float x, float y, float z, float time = 0, float octaves = 1, bool absolute = false, float filter = 0) const
+    float At(
+        float x, float y, float z, float time = 0, float octaves = 1, bool absolute = false, float filter = 0) const
     {
         return noise_->noise(noise_.Get(), x, y, z, time, octaves, absolute, filter);
     }
@@ -140,8 +141,8 @@ TEST_P(NoiseClassTest, IsContinuous)
             for (int i = 0; i < 60000; ++i)
             {
                 const float t = static_cast<float>(i) * kStep;
-                const float at[] = {direction == 0 ? t - 20 : 3.3f, direction == 1 ? t - 20 : 0.7f,
-                    direction == 2 ? t - 20 : 1.9f};
+                const float at[] = {
+                    direction == 0 ? t - 20 : 3.3f, direction == 1 ? t - 20 : 0.7f, direction == 2 ? t - 20 : 1.9f};
                 const float value = In(isFlat, at[0], at[1], at[2], direction == 3 ? t : 0.25f);
                 jumps += i > 0 && std::abs(value - last) > kLargestStep;
                 last = value;
@@ -197,8 +198,7 @@ TEST_P(NoiseClassTest, NothingRepeats)
                 for (int i = 0; i < 64; ++i)
                 {
                     const float t = static_cast<float>(i) * 0.37f;
-                    const auto at = [&](float shift)
-                    {
+                    const auto at = [&](float shift) {
                         return In(isFlat, t + (direction == 0 ? shift : 0), 0.71f * t + (direction == 1 ? shift : 0),
                             1.3f + 0.2f * t + (direction == 2 ? shift : 0), 1.0f + (direction == 3 ? shift : 0), 2);
                     };
@@ -302,7 +302,8 @@ TEST_P(NoiseClassTest, AllInstructionSetsGiveTheSameBits)
             const float x = numbers.Next(-90, 90);
             const float y = numbers.Next(-90, 90);
             const float t = i % 2 ? numbers.Next(0, 9) : 0.0f;
-            ASSERT_EQ(At(x, y, 0.4f, t, 4.5f), other->noise(other.Get(), x, y, 0.4f, t, 4.5f, false, 0.0f)) << kernels->name;
+            ASSERT_EQ(At(x, y, 0.4f, t, 4.5f), other->noise(other.Get(), x, y, 0.4f, t, 4.5f, false, 0.0f))
+                << kernels->name;
             ASSERT_EQ(Flat(x, y, t, 4.5f), other->noise2d(other.Get(), x, y, t, 4.5f, false, 0.0f)) << kernels->name;
         }
     }
@@ -330,8 +331,9 @@ TEST(RenderNoiseTest, ClassesDiffer)
         {
             const float x = numbers.Next(-300, 300);
             const float y = numbers.Next(-300, 300);
-            const auto at = [&](float dx, float dy)
-            { return static_cast<double>(noise->noise(noise.Get(), x + dx, y + dy, 0.3f, 0, 2, false, 0)); };
+            const auto at = [&](float dx, float dy) {
+                return static_cast<double>(noise->noise(noise.Get(), x + dx, y + dy, 0.3f, 0, 2, false, 0));
+            };
             const double here = at(0, 0);
             values.push_back(here);
             slopeX += std::abs(at(0.05f, 0) - here) / kCount;

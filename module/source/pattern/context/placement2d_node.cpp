@@ -139,6 +139,20 @@ static std::uint8_t TileModeOf(WrapMode mode, Bool decal, Float repetitions)
     return decal && std::abs(repetitions) <= 1.0 ? kWrapClamp : mode;
 }
 
+// Settles the common case without a branch a component. What has the same bits and is not equal, a NaN, would give the
+// same record again.
+template <class T>
+static bool AreSameBits(const T& a, const T& b)
+{
+    UInt bits[2][sizeof(T) / sizeof(UInt)];
+    std::memcpy(bits[0], &a, sizeof(T));
+    std::memcpy(bits[1], &b, sizeof(T));
+    UInt difference = 0;
+    for (std::size_t i = 0; i < std::size(bits[0]); ++i)
+        difference |= bits[0][i] ^ bits[1][i];
+    return difference == 0;
+}
+
 static void Placement2d(In<"context", ShadingContext> context, In<"localOffset", Vector2d> offset,
     In<"localLength", Vector2d> length, In<"localPivot", Vector2d> pivot, In<"localRotation", Float> rotation,
     In<"localRepetitions", Vector2d> repetitions, In<"localDecalU", Bool> decalU, In<"localDecalV", Bool> decalV,
@@ -151,8 +165,11 @@ static void Placement2d(In<"context", ShadingContext> context, In<"localOffset",
     const WrapMode wrapModeU = ToWrapMode(*modeU);
     const WrapMode wrapModeV = ToWrapMode(*modeV);
 
-    if (*offset != *cachedOffset || *length != *cachedLength || *pivot != *cachedPivot ||
-        *rotation != *cachedRotation || *repetitions != *cachedRepetitions)
+    const bool isUnchanged = AreSameBits(*offset, *cachedOffset) & AreSameBits(*length, *cachedLength) &
+                             AreSameBits(*pivot, *cachedPivot) & AreSameBits(*rotation, *cachedRotation) &
+                             AreSameBits(*repetitions, *cachedRepetitions);
+    if (!isUnchanged && (*offset != *cachedOffset || *length != *cachedLength || *pivot != *cachedPivot ||
+                            *rotation != *cachedRotation || *repetitions != *cachedRepetitions))
     {
         pdata = Placement2dData(*offset, *length, *pivot, *rotation, *repetitions);
         cachedOffset = *offset;
@@ -174,11 +191,16 @@ static void Placement2d(In<"context", ShadingContext> context, In<"localOffset",
 
     const Wrap wrapU(wrapModeU, repetitions->x, y.x);
     const Wrap wrapV(wrapModeV, repetitions->y, y.y);
-    const auto place = [&](const Vector2d& tiles) { return Vector{wrapU(tiles.x), wrapV(tiles.y), 0.0}; };
-    const Vector centre = place(y);
-    result->uvw = centre;
-    result->uvwPlusDeltaU = hasDeltas && inside ? place(pdata->Map(nextU)) : centre;
-    result->uvwPlusDeltaV = hasDeltas && inside ? place(pdata->Map(nextV)) : centre;
+    // Component by component: a vector that goes through memory at full width would wait for its parts.
+    const auto place = [&](const Vector2d& tiles, Vector& to) {
+        to.x = wrapU(tiles.x);
+        to.y = wrapV(tiles.y);
+        to.z = 0.0;
+    };
+    const bool hasFootprint = hasDeltas && inside;
+    place(y, result->uvw);
+    place(hasFootprint ? pdata->Map(nextU) : y, result->uvwPlusDeltaU);
+    place(hasFootprint ? pdata->Map(nextV) : y, result->uvwPlusDeltaV);
     result->tileModeU = TileModeOf(wrapModeU, *decalU, repetitions->x);
     result->tileModeV = TileModeOf(wrapModeV, *decalV, repetitions->y);
 }

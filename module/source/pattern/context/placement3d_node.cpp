@@ -82,8 +82,9 @@ struct Placement3dData
 
     Vector Map(const Vector& at) const
     {
-        const auto along = [&](Float Vector::*axis)
-        { return translation.*axis + axisX.*axis * at.x + axisY.*axis * at.y + axisZ.*axis * at.z; };
+        const auto along = [&](Float Vector::*axis) {
+            return translation.*axis + axisX.*axis * at.x + axisY.*axis * at.y + axisZ.*axis * at.z;
+        };
         return {along(&Vector::x), along(&Vector::y), along(&Vector::z)};
     }
 };

@@ -94,8 +94,7 @@ static void Reproject(In<"context", ShadingContext> context, In<"rotation", Floa
     const bool swapped = *mode == kAngular;
     // All three points by the pass of the centre, so that a footprint does not jump at a border.
     Float pass = 0.0;
-    const auto place = [&](const Folded& folded) -> Vector
-    {
+    const auto place = [&](const Folded& folded) -> Vector {
         Float s = folded.running;
         if (tile)
             s = s * repetitions - pass;
@@ -117,8 +116,7 @@ static void Reproject(In<"context", ShadingContext> context, In<"rotation", Floa
     result->uvw = uvw;
     if (context->uvwPlusDeltaU != uvw || context->uvwPlusDeltaV != uvw)
     {
-        const auto neighbour = [&](const Vector& at)
-        {
+        const auto neighbour = [&](const Vector& at) {
             Folded folded = reprojection.Fold(at);
             // Across the seam of a sweep the footprint would be almost a full turn.
             if (*mode == kRadial && std::abs(folded.running - centre.running) > 0.5)

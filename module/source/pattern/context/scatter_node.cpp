@@ -88,10 +88,10 @@ class ScatterBuild
 public:
     ScatterBuild(UInt32 seed, Bool tile, Bool removeOverlaps, const ShadingContext& context, ScatterBuckets& buckets,
         ScatterSplats& splats)
-        : random_(seed), tile_(tile), removeOverlaps_(removeOverlaps), buckets_(buckets), splats_(splats)
+        : random_(seed), tile_(tile), removeOverlaps_(removeOverlaps), buckets_(buckets), splats_(splats),
+          copy_(context), context_(*copy_)
     {
         static constexpr Vector kUp{0.0, 1.0, 0.0};
-        CopyContext(context_, context);
         context_.samplePosition = {};
         context_.geometricNormal = kUp;
         context_.secondNormal = kUp;
@@ -241,7 +241,8 @@ private:
     Bool removeOverlaps_;
     ScatterBuckets& buckets_;
     ScatterSplats& splats_;
-    ShadingContext context_;
+    ContextCopy copy_;
+    ShadingContext& context_;
     // The current item and its copies.
     Int places_[9] = {};
     Int placed_ = 0;
@@ -280,19 +281,18 @@ static Result Scatter(Argument<"count", 1> count, In<"context", ShadingContext> 
     if (!bucket)
         return {};
 
-    ShadingContext itemContext;
-    CopyContext(itemContext, *context);
+    ContextCopy itemContext(*context);
     for (const Int place : *bucket)
     {
         const ScatterCachedBucketData& item = (*splats)[place];
         RandomStream random(*seed + 124u * static_cast<UInt32>(place) + 123u);
         if (item.inverseScale.x == 0.0 || item.inverseScale.y == 0.0)
             continue;
-        SetPoint(itemContext, {item.position.x, item.position.y, 0.0});
+        SetPoint(*itemContext, {item.position.x, item.position.y, 0.0});
         if (density.IsConnected())
         {
             Float share = 0.0;
-            VELTO_TRY(Call(*density, itemContext, share));
+            VELTO_TRY(Call(*density, *itemContext, share));
             if (share == 0.0 || random.Next01() > share)
                 continue;
         }
@@ -305,11 +305,11 @@ static Result Scatter(Argument<"count", 1> count, In<"context", ShadingContext> 
         if (u < 0.0 || v < 0.0 || u > 1.0 || v > 1.0)
             continue;
         const Vector at{u, v, 0.0};
-        SetPoint(itemContext, at);
+        SetPoint(*itemContext, at);
         if (shape.IsConnected())
         {
             Float inside = 0.0;
-            VELTO_TRY(Call(*shape, itemContext, inside));
+            VELTO_TRY(Call(*shape, *itemContext, inside));
             if (inside < 0.5)
                 continue;
         }

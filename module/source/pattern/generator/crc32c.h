@@ -12,8 +12,7 @@ namespace velto::pattern
 namespace detail
 {
 
-inline constexpr std::array<UInt32, 256> kCrc32cTable = []
-{
+inline constexpr std::array<UInt32, 256> kCrc32cTable = [] {
     std::array<UInt32, 256> table{};
     for (UInt32 i = 0; i < 256; ++i)
     {

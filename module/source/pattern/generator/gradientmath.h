@@ -37,8 +37,7 @@ ColorA PerChannel(const Curve& curve, const C&... colors)
 // A Catmull-Rom curve from `c0` to `c1`, held to the range of its four knots.
 inline ColorA CatmullRom(const ColorA& before, const ColorA& c0, const ColorA& c1, const ColorA& after, Float u)
 {
-    const auto curve = [u](Float p, Float x, Float y, Float n)
-    {
+    const auto curve = [u](Float p, Float x, Float y, Float n) {
         const Float a = -0.5 * p + 1.5 * x - 1.5 * y + 0.5 * n;
         const Float b = p - 2.5 * x + 2.0 * y - 0.5 * n;
         const Float c = -0.5 * p + 0.5 * y;
@@ -58,8 +57,7 @@ inline ColorA CubicBias(const ColorA& c0, const ColorA& c1, Float t, Float bias)
     const Float w1 = 3.0 * t * (s * s);
     const Float w2 = 3.0 * (t * t) * s;
     const Float w3 = t * t * t;
-    const auto curve = [&](Float x, Float y)
-    {
+    const auto curve = [&](Float x, Float y) {
         const Float d = y - x;
         return w0 * x + w1 * (x + p1 * d) + w2 * (x + p2 * d) + w3 * y;
     };
@@ -68,15 +66,15 @@ inline ColorA CubicBias(const ColorA& c0, const ColorA& c1, Float t, Float bias)
 
 inline ColorA EncodeSrgb(const ColorA& color)
 {
-    const auto encode = [](Float c)
-    { return c <= 0.0031308 ? 12.92 * c : 1.055 * std::pow(c, 0.4166666666666667) - 0.055; };
+    const auto encode = [](Float c) {
+        return c <= 0.0031308 ? 12.92 * c : 1.055 * std::pow(c, 0.4166666666666667) - 0.055;
+    };
     return {encode(color.r), encode(color.g), encode(color.b), color.a};
 }
 
 inline ColorA DecodeSrgb(const ColorA& color)
 {
-    const auto decode = [](Float c)
-    {
+    const auto decode = [](Float c) {
         if (c <= 0.0)
             return c;
         return c <= 0.04045 ? c * 0.07739938080495357 : std::pow((c + 0.055) * 0.9478672985781991, 2.4);

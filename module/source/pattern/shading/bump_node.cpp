@@ -17,30 +17,6 @@ static Result HeightAt(const ColorFunction& function, const ShadingContext& cont
     return {};
 }
 
-// A place and its two neighbours.
-struct Triple
-{
-    Vector at;
-    Vector besideU;
-    Vector besideV;
-
-    Triple operator+(const Vector& step) const { return {at + step, besideU + step, besideV + step}; }
-};
-
-static void SetPoints(ShadingContext& context, const Triple& points)
-{
-    context.samplePosition = points.at;
-    context.samplePositionPlusDeltaU = points.besideU;
-    context.samplePositionPlusDeltaV = points.besideV;
-}
-
-static void SetCoordinates(ShadingContext& context, const Triple& coordinates)
-{
-    context.uvw = coordinates.at;
-    context.uvwPlusDeltaU = coordinates.besideU;
-    context.uvwPlusDeltaV = coordinates.besideV;
-}
-
 static Result Bump(In<"context", ShadingContext> context, Connected<"color", ColorFunction> color,
     In<"strength", Float> strength, In<"epsilonuv", Float> epsilonUv, In<"epsilon3d", Float> epsilon3d,
     Out<"result", Vector> result)
@@ -56,30 +32,34 @@ static Result Bump(In<"context", ShadingContext> context, Connected<"color", Col
     const Float stepUv = epsilonUv * kTextureUnit;
     const Float k = strength * 10000.0 * 0.1 / 6.0;
 
-    ShadingContext probe;
-    CopyContext(probe, *context);
-    probe.filterOff = true;
+    ContextCopy probe(*context);
+    probe->filterOff = true;
     Float height = 0.0;
-    VELTO_TRY(HeightAt(*color, probe, height));
+    VELTO_TRY(HeightAt(*color, *probe, height));
 
-    const Triple points{context->samplePosition, context->samplePositionPlusDeltaU, context->samplePositionPlusDeltaV};
-    const Triple coordinates{context->uvw, context->uvwPlusDeltaU, context->uvwPlusDeltaV};
-    const auto moved = [](const Triple& from, Float Vector::*axis, Float step) {
-        Triple to = from;
-        for (Vector Triple::*point : {&Triple::at, &Triple::besideU, &Triple::besideV})
-            (to.*point).*axis += step;
-        return to;
-    };
-    const Triple alongU = points + tangent * stepSpace;
-    SetPoints(probe, alongU);
-    SetCoordinates(probe, moved(coordinates, &Vector::x, stepUv));
+    constexpr Vector ShadingContext::*kPoints[] = {&ShadingContext::samplePosition,
+        &ShadingContext::samplePositionPlusDeltaU, &ShadingContext::samplePositionPlusDeltaV};
+    constexpr Vector ShadingContext::*kCoordinates[] = {
+        &ShadingContext::uvw, &ShadingContext::uvwPlusDeltaU, &ShadingContext::uvwPlusDeltaV};
+    const Vector toU = tangent * stepSpace;
+    for (const auto point : kPoints)
+        (*probe).*point = (*context).*point + toU;
+    for (const auto coordinate : kCoordinates)
+        ((*probe).*coordinate).x = ((*context).*coordinate).x + stepUv;
     Float heightAlongU = 0.0;
-    VELTO_TRY(HeightAt(*color, probe, heightAlongU));
+    VELTO_TRY(HeightAt(*color, *probe, heightAlongU));
 
-    SetPoints(probe, alongU + (bitangent * stepSpace - tangent * stepSpace));
-    SetCoordinates(probe, moved(coordinates, &Vector::y, stepUv));
+    const Vector fromUToV = bitangent * stepSpace - toU;
+    for (const auto point : kPoints)
+        (*probe).*point = (*context).*point + toU + fromUToV;
+    for (const auto coordinate : kCoordinates)
+    {
+        const Vector& from = (*context).*coordinate;
+        ((*probe).*coordinate).x = from.x;
+        ((*probe).*coordinate).y = from.y + stepUv;
+    }
     Float heightAlongV = 0.0;
-    VELTO_TRY(HeightAt(*color, probe, heightAlongV));
+    VELTO_TRY(HeightAt(*color, *probe, heightAlongV));
 
     const Float slopeU = (heightAlongU - height) * k;
     const Float slopeV = (heightAlongV - height) * k;

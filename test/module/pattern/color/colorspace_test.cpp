@@ -9,6 +9,8 @@ NODE_TABLE(ColorSpaceTable, "net.velto.pattern.corenode.conversion.colorspace",
     {
         {"rgb to hsv", R"({"color": [0.8, 0.4, 0.2, 0.5])" VELTO_SPACES("rgb", "hsv"),
             R"({"result": [0.05555555555555555, 0.75, 0.8, 0.5]})", "{}", 1e-15},
+        {"the faintest colours have a hue", R"({"color": [0.5, 0.499, 0.5, 1])" VELTO_SPACES("rgb", "hsv"),
+            R"({"result": [0.8333333333333334, 0.002, 0.5, 1]})", "{}", 1e-15},
         {"hsv to rgb", R"({"color": [0.6, 0.5, 0.75, 1])" VELTO_SPACES("hsv", "rgb"),
             R"({"result": [0.375, 0.5250000000000001, 0.75, 1]})", "{}", 1e-15},
         {"a hue of 1 is that of 0", R"({"color": [1, 0.5, 0.75, 1])" VELTO_SPACES("hsv", "rgb"),

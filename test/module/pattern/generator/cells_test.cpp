@@ -49,46 +49,47 @@ TEST_P(CellsTable, Row)
     EXPECT_TRUE(AreEqual(expected, *outputs, row.tolerance)) << row.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, CellsTable, ::testing::Values(
-    CellsRow{"euclidean", kEven, R"(, "distanceMode": "0", "exponent": 1)",
-        R"({"distance": 0.053038309325714704, "f1": 0.004859335987107673, "f2": 0.05789764531282238, "index": 24,
+INSTANTIATE_TEST_SUITE_P(Modes, CellsTable,
+    ::testing::Values(
+        CellsRow{"euclidean", kEven, R"(, "distanceMode": "0", "exponent": 1)",
+            R"({"distance": 0.053038309325714704, "f1": 0.004859335987107673, "f2": 0.05789764531282238, "index": 24,
             "center": [0.3785200414713472, 0.557650490456388],
             "direction": [-0.16063938650503745, 0.9870131648074838]})"},
-    CellsRow{"squared", kEven, R"(, "distanceMode": "1", "exponent": 1.5)",
-        R"({"distance": 0.00014920006609312617, "f1": 4.488079223942596e-05, "f2": 0.00019408085833255213, "index": 24})"},
-    CellsRow{"skewed", kEven, R"(, "distanceMode": "2", "exponent": 0.7)",
-        R"({"distance": 0.014519250850677193, "f1": 0.003404918680080346, "f2": 0.01792416953075754, "index": 24})"},
-    CellsRow{"skewed the other way", kEven, R"(, "distanceMode": "3", "exponent": 2)",
-        R"({"distance": 1.0621617102138807e-05, "f1": 1.6705655233387998e-06, "f2": 1.2292182625477607e-05, "index": 24})"},
-    CellsRow{"manhattan has another nearest", kEven, R"(, "distanceMode": "4", "exponent": 0.5)",
-        R"({"distance": 0.2459616727559207, "f1": 0.0007558803588894325, "f2": 0.24671755311481014, "index": 12,
+        CellsRow{"squared", kEven, R"(, "distanceMode": "1", "exponent": 1.5)",
+            R"({"distance": 0.00014920006609312617, "f1": 4.488079223942596e-05, "f2": 0.00019408085833255213, "index": 24})"},
+        CellsRow{"skewed", kEven, R"(, "distanceMode": "2", "exponent": 0.7)",
+            R"({"distance": 0.014519250850677193, "f1": 0.003404918680080346, "f2": 0.01792416953075754, "index": 24})"},
+        CellsRow{"skewed the other way", kEven, R"(, "distanceMode": "3", "exponent": 2)",
+            R"({"distance": 1.0621617102138807e-05, "f1": 1.6705655233387998e-06, "f2": 1.2292182625477607e-05, "index": 24})"},
+        CellsRow{"manhattan has another nearest", kEven, R"(, "distanceMode": "4", "exponent": 0.5)",
+            R"({"distance": 0.2459616727559207, "f1": 0.0007558803588894325, "f2": 0.24671755311481014, "index": 12,
             "center": [0.3726606664713472, 0.5521635220064566],
             "direction": [-0.045954657688953876, 0.9989435266503762]})"},
-    CellsRow{"chebyshev", kEven, R"(, "distanceMode": "5", "exponent": 3)",
-        R"({"distance": 0.0001434623205924777, "f1": 5.000406360958207e-05, "f2": 0.00019346638420205978, "index": 24})"},
-    CellsRow{"minkowski", kEven, R"(, "distanceMode": "6", "exponent": 1.7)",
-        R"({"distance": 0.05374281655338608, "f1": 0.00427480290548838, "f2": 0.05801761945887446, "index": 24})"},
-    CellsRow{"any other mode is squared", kEven, R"(, "distanceMode": "", "exponent": 1.5)",
-        R"({"distance": 0.00014920006609312617, "f2": 0.00019408085833255213, "index": 24})"},
-    CellsRow{"a negative exponent finds the farthest", kEven, R"(, "distanceMode": "0", "exponent": -1)",
-        R"({"distance": 1.1444416009589404, "f1": 0.4017350826490784, "f2": 1.5461766836080189, "index": 17,
+        CellsRow{"chebyshev", kEven, R"(, "distanceMode": "5", "exponent": 3)",
+            R"({"distance": 0.0001434623205924777, "f1": 5.000406360958207e-05, "f2": 0.00019346638420205978, "index": 24})"},
+        CellsRow{"minkowski", kEven, R"(, "distanceMode": "6", "exponent": 1.7)",
+            R"({"distance": 0.05374281655338608, "f1": 0.00427480290548838, "f2": 0.05801761945887446, "index": 24})"},
+        CellsRow{"any other mode is squared", kEven, R"(, "distanceMode": "", "exponent": 1.5)",
+            R"({"distance": 0.00014920006609312617, "f2": 0.00019408085833255213, "index": 24})"},
+        CellsRow{"a negative exponent finds the farthest", kEven, R"(, "distanceMode": "0", "exponent": -1)",
+            R"({"distance": 1.1444416009589404, "f1": 0.4017350826490784, "f2": 1.5461766836080189, "index": 17,
             "center": [0.9976606664713472, 0.002094934900832525]})"},
-    CellsRow{"random points", kRandom, R"(, "distanceMode": "0", "exponent": 1)",
-        R"({"distance": 0.15022577974096235, "f1": 0.031409085344095033, "index": 7,
+        CellsRow{"random points", kRandom, R"(, "distanceMode": "0", "exponent": 1)",
+            R"({"distance": 0.15022577974096235, "f1": 0.031409085344095033, "index": 7,
             "center": [0.21977457799948752, 0.6103278468362987]})"},
-    CellsRow{"beyond the square nothing repeats", kEven, R"(, "distanceMode": "0", "exponent": 1)",
-        R"({"distance": 1.8058841966253596, "f2": 2.039325293038898, "index": 17})",
-        R"({"uvw": [2.5, -1, 0], "uvwValid": false})"},
-    CellsRow{"without an exponent the first of all wins", kEven, R"(, "distanceMode": "5", "exponent": 0)",
-        R"({"distance": 1, "f1": 0, "f2": 1, "index": 0})"},
-    CellsRow{"on a point", R"("points": 2, "seed": 5, "strategy": "1")", R"(, "distanceMode": "0", "exponent": 1)",
-        R"({"distance": 0, "direction": [0, 0], "index": 0})",
-        R"({"uvw": [0.4664106664713472, 0.40401537385830855, 0]})"},
-    CellsRow{"one point has no second", R"("points": 1, "seed": 5, "strategy": "1")",
-        R"(, "distanceMode": "1", "exponent": 1)",
-        R"({"index": 0, "f1": 1.7976931348623157e308, "f2": 1.7976931348623157e308})"},
-    CellsRow{"no points", R"("points": 0, "seed": 5, "strategy": "1")", R"(, "distanceMode": "1", "exponent": 1)",
-        R"({"distance": 0, "direction": [0, 0], "center": [0, 0], "f1": 0, "f2": 0, "index": 0})"}));
+        CellsRow{"beyond the square nothing repeats", kEven, R"(, "distanceMode": "0", "exponent": 1)",
+            R"({"distance": 1.8058841966253596, "f2": 2.039325293038898, "index": 17})",
+            R"({"uvw": [2.5, -1, 0], "uvwValid": false})"},
+        CellsRow{"without an exponent the first of all wins", kEven, R"(, "distanceMode": "5", "exponent": 0)",
+            R"({"distance": 1, "f1": 0, "f2": 1, "index": 0})"},
+        CellsRow{"on a point", R"("points": 2, "seed": 5, "strategy": "1")", R"(, "distanceMode": "0", "exponent": 1)",
+            R"({"distance": 0, "direction": [0, 0], "index": 0})",
+            R"({"uvw": [0.4664106664713472, 0.40401537385830855, 0]})"},
+        CellsRow{"one point has no second", R"("points": 1, "seed": 5, "strategy": "1")",
+            R"(, "distanceMode": "1", "exponent": 1)",
+            R"({"index": 0, "f1": 1.7976931348623157e308, "f2": 1.7976931348623157e308})"},
+        CellsRow{"no points", R"("points": 0, "seed": 5, "strategy": "1")", R"(, "distanceMode": "1", "exponent": 1)",
+            R"({"distance": 0, "direction": [0, 0], "center": [0, 0], "f1": 0, "f2": 0, "index": 0})"}));
 
 static double RadicalInverse(std::uint32_t k, std::uint32_t base, double inverse)
 {
@@ -138,9 +139,10 @@ TEST(CellsTest, MatchesAPlainSearch)
                 places.emplace_back((i * 37 % 41) / 32.0 - 0.125, (i * 13 % 41) / 32.0 - 0.125);
                 samples += fmt::format("{}{{\"uvw\": [{}, {}, 0]}}", i ? ", " : "[", places[i].first, places[i].second);
             }
-            const host::Json results = EvalJson(Cells(R"("points": 400, "seed": 9, "strategy": "1")",
-                                                    fmt::format(R"(, "distanceMode": "{}", "exponent": {})", mode, exponent)),
-                samples + "]");
+            const host::Json results =
+                EvalJson(Cells(R"("points": 400, "seed": 9, "strategy": "1")",
+                             fmt::format(R"(, "distanceMode": "{}", "exponent": {})", mode, exponent)),
+                    samples + "]");
             for (std::size_t i = 0; i < places.size(); ++i)
             {
                 double nearest = std::numeric_limits<double>::max();
@@ -159,7 +161,8 @@ TEST(CellsTest, MatchesAPlainSearch)
                     else
                         second = std::min(second, d);
                 }
-                ASSERT_EQ(nearest, Parse(Output(results, "distance", i)).AsNumber()) << mode << ' ' << exponent << ' ' << i;
+                ASSERT_EQ(nearest, Parse(Output(results, "distance", i)).AsNumber())
+                    << mode << ' ' << exponent << ' ' << i;
                 ASSERT_EQ(second, Parse(Output(results, "f2", i)).AsNumber()) << mode << ' ' << exponent << ' ' << i;
                 ASSERT_EQ(std::to_string(index), Output(results, "index", i)) << mode << ' ' << exponent << ' ' << i;
             }
@@ -169,8 +172,7 @@ TEST(CellsTest, MatchesAPlainSearch)
 
 TEST(CellsTest, DensityThinsThePoints)
 {
-    const auto center = [](std::string_view pre)
-    {
+    const auto center = [](std::string_view pre) {
         const host::Json results =
             EvalJson(Cells(pre, R"(, "distanceMode": "0", "exponent": 1)"), R"([{"uvw": [0.3, 0.8, 0]}])");
         return Output(results, "center");

@@ -36,32 +36,40 @@ TEST(ColorMatchingTest, FiveNanometreTable)
     }
 }
 
-NODE_TABLE(BlackbodyTable, "net.velto.pattern.corenode.generator.blackbody", {
-    {"embers", R"({"temperature": 20})",
-        R"({"result": [2.3569107678143273, 0.10379528335402982, -0.0511616666133142]})", "{}", 1e-12},
-    {"a lamp", R"({"temperature": 52})",
-        R"({"result": [1.6433984912611157, 0.7768683438426707, 0.24599139342747367]})", "{}", 1e-12},
-    {"daylight", R"({"temperature": 113.4})",
-        R"({"result": [0.9313044880376598, 0.8780072311495486, 0.9232968104791945]})", "{}", 1e-12},
-    {"a blue star", R"({"temperature": 400})",
-        R"({"result": [0.38006090381232505, 0.5110231461532665, 0.9805461041623257]})", "{}", 1e-12},
-    {"too cold to glow", R"({"temperature": 0})", R"({"result": [0, 0, 0]})"},
-});
+NODE_TABLE(BlackbodyTable, "net.velto.pattern.corenode.generator.blackbody",
+    {
+        {"embers", R"({"temperature": 20})",
+            R"({"result": [2.3569107678143273, 0.10379528335402982, -0.0511616666133142]})", "{}", 1e-12},
+        {"a lamp", R"({"temperature": 52})",
+            R"({"result": [1.6433984912611157, 0.7768683438426707, 0.24599139342747367]})", "{}", 1e-12},
+        {"daylight", R"({"temperature": 113.4})",
+            R"({"result": [0.9313044880376598, 0.8780072311495486, 0.9232968104791945]})", "{}", 1e-12},
+        {"a blue star", R"({"temperature": 400})",
+            R"({"result": [0.38006090381232505, 0.5110231461532665, 0.9805461041623257]})", "{}", 1e-12},
+        {"too cold to glow", R"({"temperature": 0})", R"({"result": [0, 0, 0]})"},
+    });
 
-NODE_TABLE(KeyerTable, "net.velto.pattern.corenode.effect.keyer", {
-    {"half way up", R"({"color": [0.5, 1, 0, 0.3], "key": [0, 1, 0], "toleranceMin": 0, "toleranceMax": 0.5, "mode": "keyout"})",
-        R"({"result": [0.25, 0.5, 0, 0.5], "mask": 0.5})"},
-    {"the key itself", R"({"color": [0, 1, 0, 1], "key": [0, 1, 0], "toleranceMin": 0, "toleranceMax": 0.5, "mode": "keyout"})",
-        R"({"result": [0, 0, 0, 0], "mask": 0})"},
-    {"keyed in", R"({"color": [0, 1, 0, 0], "key": [0, 1, 0], "toleranceMin": 0.1, "toleranceMax": 0.5, "mode": "keyin"})",
-        R"({"result": [0, 1, 0, 1], "mask": 1})"},
-    {"an unknown mode keys out", R"({"color": [1, 1, 1, 1], "key": [0, 1, 0], "toleranceMin": 0, "toleranceMax": 2, "mode": ""})",
-        R"({"result": [1, 1, 1, 1], "mask": 1})"},
-    {"equal tolerances", R"({"color": [1, 1, 1, 1], "key": [0, 1, 0], "toleranceMin": 0.5, "toleranceMax": 0.5, "mode": "keyout"})",
-        R"({"result": [0, 0, 0, 0], "mask": 0})"},
-    {"a ramp that falls", R"({"color": [0.5, 1, 0, 1], "key": [0, 1, 0], "toleranceMin": 1, "toleranceMax": 0, "mode": "keyout"})",
-        R"({"mask": 0.75})"},
-});
+NODE_TABLE(KeyerTable, "net.velto.pattern.corenode.effect.keyer",
+    {
+        {"half way up",
+            R"({"color": [0.5, 1, 0, 0.3], "key": [0, 1, 0], "toleranceMin": 0, "toleranceMax": 0.5, "mode": "keyout"})",
+            R"({"result": [0.25, 0.5, 0, 0.5], "mask": 0.5})"},
+        {"the key itself",
+            R"({"color": [0, 1, 0, 1], "key": [0, 1, 0], "toleranceMin": 0, "toleranceMax": 0.5, "mode": "keyout"})",
+            R"({"result": [0, 0, 0, 0], "mask": 0})"},
+        {"keyed in",
+            R"({"color": [0, 1, 0, 0], "key": [0, 1, 0], "toleranceMin": 0.1, "toleranceMax": 0.5, "mode": "keyin"})",
+            R"({"result": [0, 1, 0, 1], "mask": 1})"},
+        {"an unknown mode keys out",
+            R"({"color": [1, 1, 1, 1], "key": [0, 1, 0], "toleranceMin": 0, "toleranceMax": 2, "mode": ""})",
+            R"({"result": [1, 1, 1, 1], "mask": 1})"},
+        {"equal tolerances",
+            R"({"color": [1, 1, 1, 1], "key": [0, 1, 0], "toleranceMin": 0.5, "toleranceMax": 0.5, "mode": "keyout"})",
+            R"({"result": [0, 0, 0, 0], "mask": 0})"},
+        {"a ramp that falls",
+            R"({"color": [0.5, 1, 0, 1], "key": [0, 1, 0], "toleranceMin": 1, "toleranceMax": 0, "mode": "keyout"})",
+            R"({"mask": 0.75})"},
+    });
 
 // A thin film behind its pre node.
 static std::string Film(std::string_view inputs, int samples)
@@ -110,8 +118,7 @@ TEST(ThinFilmTest, Rows)
             "[3.710850275453544e-09, 5.804047160294347e-09, 1.4385286871023334e-08, 1]"},
         {"no contrast, no colour", R"("ior": 1, "thickness": 400, "variation": 0)", 4, facing, "[0, 0, 0, 1]"},
         {"grazing", bubble, 4,
-            R"({"geometricNormal": [0, 0, 1], "shadingNormal": [0, 0, 1], "rayDirection": [1, 0, 0]})",
-            "[1, 1, 1, 1]"},
+            R"({"geometricNormal": [0, 0, 1], "shadingNormal": [0, 0, 1], "rayDirection": [1, 0, 0]})", "[1, 1, 1, 1]"},
         {"total reflection", R"("ior": 0.5, "thickness": 400, "variation": 0)", 4,
             R"({"geometricNormal": [0, 0, 1], "shadingNormal": [0, 0, 1],
                 "rayDirection": [0.7833269096274834, 0, -0.6216099682706644]})",
@@ -131,8 +138,8 @@ TEST(ThinFilmTest, TheTableFollowsTheNumberOfBands)
     const char* const at = R"("uvwValid": true, "geometricNormal": [0, 0, 1], "shadingNormal": [0, 0, 1],
         "rayDirection": [0, 0, -1])";
     const std::string film = Film(R"("ior": 1.5, "thickness": 300, "variation": 0)", 16);
-    const host::Json results = EvalJson(film, "[{" + std::string(at) + R"(, "set": {"pre.spectralsamples": 1}}, {)" + at +
-                                                  R"(, "set": {"pre.spectralsamples": 16}}])");
+    const host::Json results = EvalJson(film, "[{" + std::string(at) + R"(, "set": {"pre.spectralsamples": 1}}, {)" +
+                                                  at + R"(, "set": {"pre.spectralsamples": 16}}])");
     EXPECT_TRUE(AreEqual(Parse("[0.04799237946074354, 0.03797897403970169, 0.03614934527680058, 1]"),
         Parse(Output(results, "result", 0)), 2e-6));
     EXPECT_EQ(Output(EvalJson(film, "[{" + std::string(at) + "}]"), "result"), Output(results, "result", 1));

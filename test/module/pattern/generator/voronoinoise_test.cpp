@@ -45,8 +45,8 @@ std::string Voronoi(std::string_view scale, bool randomColor = false, double bor
         "pre": {"type": "net.velto.pattern.corenode.generator.voronoinoisepre", "inputs": {"seed": 3}},
         "v": {"type": "net.velto.pattern.corenode.generator.voronoinoise",
             "inputs": {"voronoinoise": {"from": "pre.voronoinoise"}, )" +
-           fmt::format(R"("scale": {}, "randomColor": {}, "borderWidth": {}, "evenWidthBorder": {})", scale, randomColor,
-               borderWidth, even) +
+           fmt::format(R"("scale": {}, "randomColor": {}, "borderWidth": {}, "evenWidthBorder": {})", scale,
+               randomColor, borderWidth, even) +
            R"(}}},
         "outputs": {"resultColor": "v.resultColor", "resultFloat": "v.resultFloat", "distance": "v.distance",
             "f1": "v.f1", "f2": "v.f2", "index": "v.index"}})";
@@ -66,7 +66,8 @@ std::string Places(int count, std::string_view more = "")
 {
     std::string samples;
     for (int i = 0; i < count; ++i)
-        samples += fmt::format("{}{{\"uvw\": [{}, {}, {}]{}}}", i ? ", " : "[", i * 0.173 - 1.0, i * 0.0917, i * 0.031, more);
+        samples +=
+            fmt::format("{}{{\"uvw\": [{}, {}, {}]{}}}", i ? ", " : "[", i * 0.173 - 1.0, i * 0.0917, i * 0.031, more);
     return samples + "]";
 }
 
@@ -85,7 +86,8 @@ TEST_F(VoronoiNoiseTest, DistancesAndIndexAreThoseOfTheNoise)
     for (std::size_t i = 0; i < 20; ++i)
     {
         const double s = 1.0 / 0.3;
-        const Answer answer = Ask(3, (static_cast<double>(i) * 0.173 - 1.0) * s, static_cast<double>(i) * 0.0917 * s, static_cast<double>(i) * 0.031 * s);
+        const Answer answer = Ask(3, (static_cast<double>(i) * 0.173 - 1.0) * s, static_cast<double>(i) * 0.0917 * s,
+            static_cast<double>(i) * 0.031 * s);
         EXPECT_EQ(answer.f1, Number(results, "f1", i));
         EXPECT_EQ(answer.f2, Number(results, "f2", i));
         EXPECT_EQ(answer.f2 - answer.f1, Number(results, "distance", i));
@@ -120,8 +122,9 @@ TEST_F(VoronoiNoiseTest, ABorderIsWhereTheDistancesAreNearlyEqual)
         const double gap = Number(plain, "distance", i);
         const std::string place = fmt::format(R"([{{"uvw": [{}, {}, {}]}}])", static_cast<double>(i) * 0.173 - 1.0,
             static_cast<double>(i) * 0.0917, static_cast<double>(i) * 0.031);
-        const auto at = [&](double width)
-        { return Output(EvalJson(Voronoi("0.3", false, width), place), "resultFloat"); };
+        const auto at = [&](double width) {
+            return Output(EvalJson(Voronoi("0.3", false, width), place), "resultFloat");
+        };
         EXPECT_EQ("1", at(std::nextafter(gap, 0.0))) << i;
         EXPECT_EQ("0", at(gap)) << i;
     }
@@ -129,8 +132,7 @@ TEST_F(VoronoiNoiseTest, ABorderIsWhereTheDistancesAreNearlyEqual)
 
 TEST_F(VoronoiNoiseTest, AnEvenBorderIsWhereAnotherCellBegins)
 {
-    const host::Json results =
-        EvalJson(Voronoi("0.3", false, 0.2, true), Places(60));
+    const host::Json results = EvalJson(Voronoi("0.3", false, 0.2, true), Places(60));
     std::set<std::string> seen;
     for (std::size_t i = 0; i < 60; ++i)
     {
@@ -138,7 +140,8 @@ TEST_F(VoronoiNoiseTest, AnEvenBorderIsWhereAnotherCellBegins)
         const double x = (static_cast<double>(i) * 0.173 - 1.0) * s;
         const double y = static_cast<double>(i) * 0.0917 * s;
         const double z = static_cast<double>(i) * 0.031 * s;
-        const bool isInside = Ask(3, x, y, z).id == Ask(3, x + 0.2, y, z).id && Ask(3, x, y, z).id == Ask(3, x, y + 0.2, z).id;
+        const bool isInside =
+            Ask(3, x, y, z).id == Ask(3, x + 0.2, y, z).id && Ask(3, x, y, z).id == Ask(3, x, y + 0.2, z).id;
         EXPECT_EQ(isInside ? "1" : "0", Output(results, "resultFloat", i)) << i;
         seen.insert(Output(results, "resultFloat", i));
     }
@@ -175,13 +178,13 @@ TEST_F(VoronoiNoiseTest, WithoutATableTheFrameworksOwnCells)
 TEST_F(FlakesTest, TurnTheNormalInsideTheDensity)
 {
     const char* const normal = R"(, "shadingNormal": [0.6, 0, 0.8])";
-    const host::Json results =
-        EvalJson(Flakes(R"("scale": 5, "density": 0.5, "intensity": 0.25)"), Places(40, normal));
+    const host::Json results = EvalJson(Flakes(R"("scale": 5, "density": 0.5, "intensity": 0.25)"), Places(40, normal));
     std::set<std::string> masks;
     for (std::size_t i = 0; i < 40; ++i)
     {
         const double s = (1.0 / 5.0) * 10.0;
-        const Answer answer = Ask(3, (static_cast<double>(i) * 0.173 - 1.0) * s, static_cast<double>(i) * 0.0917 * s, static_cast<double>(i) * 0.031 * s);
+        const Answer answer = Ask(3, (static_cast<double>(i) * 0.173 - 1.0) * s, static_cast<double>(i) * 0.0917 * s,
+            static_cast<double>(i) * 0.031 * s);
         masks.insert(Output(results, "index", i) == "0" ? "off" : Output(results, "mask", i));
         if (!(0.5 > static_cast<double>(answer.f1)))
         {
@@ -221,7 +224,6 @@ TEST_F(FlakesTest, Bounds)
         EXPECT_EQ("[0, 0, 1]", Output(none, "normal", i));
         EXPECT_EQ("[0, 0, 1]", Output(flat, "normal", i));
         EXPECT_EQ(std::to_string(Ask(3, 0, 0, 0).id), Output(one, "index", i));
-        
     }
 }
 

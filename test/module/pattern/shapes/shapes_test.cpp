@@ -120,7 +120,7 @@ TEST(ShapesTest, TooFewCornersWriteNothing)
                 "innersoftness": 0, "outersoftness": 0}}},
                 "outputs": {"result": "shape.result", "mask": "shape.mask", "distance": "shape.distance"}})",
                 R"([{"uvw": [0.5, 0.5, 0], "set": {"shape.)" + std::string(corners) +
-                R"(": 2}}, {"uvw": [0.5, 0.5, 0], "set": {"shape.)" + corners + R"(": 3}}])");
+                    R"(": 2}}, {"uvw": [0.5, 0.5, 0], "set": {"shape.)" + corners + R"(": 3}}])");
         EXPECT_EQ("[0, 0, 0, 1]", Output(results, "result", 0)) << node;
         EXPECT_EQ("0", Output(results, "mask", 0)) << node;
         EXPECT_EQ("[0.1, 0.2, 0.3, 0.4]", Output(results, "result", 1)) << node;

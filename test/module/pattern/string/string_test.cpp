@@ -189,7 +189,7 @@ TEST(StringNodes, OnlyTwoReportThatMemoryIsShort)
     substring.Port<Int>(2) = 50;
     substring.Port<String>(3) = Made("before");
     const Result ran = RunFailingAt(substring, 0);
-    EXPECT_EQ(ran.Kind(), outOfMemory);
+    ASSERT_EQ(ran.Kind(), outOfMemory);
     EXPECT_NE(std::string_view(ran.Error()->where.file).find("substr_node"), std::string_view::npos);
     EXPECT_EQ(Bytes(substring.Port<String>(3)), "before");
     substring.Port<Int>(2) = 0;

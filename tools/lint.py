@@ -1,0 +1,163 @@
+#!/usr/bin/env python3
+"""Checks what no compiler and no formatter sees.
+
+    tools/lint.py                     text, includes, descriptions, examples
+    tools/lint.py --command velto     also: every core node is described, every description is taken
+    tools/lint.py --headers           also: every header compiles alone
+"""
+import argparse
+import concurrent.futures
+import json
+import os
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+CODE = (".h", ".cpp", ".py", ".sh", ".cmake", ".txt")
+HOUSES = ("include", "module", "host", "cli", "test", "bench", "examples", "tools", "docs", "cmake")
+CONTEXTS = {"context", "contextLocal", "contextlocal"}  # inputs without a default
+faults = []
+
+
+def fault(place, text):
+    faults.append(f"{place}: {text}")
+
+
+def name(path):
+    return path.relative_to(ROOT).as_posix()
+
+
+def files(*houses, suffixes):
+    found = (p for house in houses for p in (ROOT / house).rglob("*") if p.suffix in suffixes and p.is_file())
+    return sorted(found)
+
+
+def check_text():
+    top = [p for p in ROOT.iterdir() if p.is_file() and (p.suffix in CODE + (".md", ".json") or p.name == "dev")]
+    for path in top + files(*HOUSES, suffixes=CODE + (".md", ".json")):
+        lines = path.read_text().splitlines()
+        for number, line in enumerate(lines, 1):
+            if "\t" in line:
+                fault(f"{name(path)}:{number}", "a tab")
+            if line != line.rstrip():
+                fault(f"{name(path)}:{number}", "a space at the end")
+            # Texts are not broken.
+            if len(line) > 120 and path.suffix in CODE and '"' not in line:
+                fault(f"{name(path)}:{number}", f"{len(line)} columns, at most 120")
+
+
+def includes(path):
+    return re.findall(r'^\s*#include ["<]([^">]+)[">]', path.read_text(), re.MULTILINE)
+
+
+def check_includes():
+    public = set(re.findall(r"[\w/]+\.h", re.search(r"set\(public_headers([^)]*)", (ROOT / "host/CMakeLists.txt")
+                                                    .read_text()).group(1)))
+    for house, banned in (("include", ("host/", "module/", "cli/")), ("module", ("host/", "cli/", "test/")),
+                          ("host", ("module/", "cli/", "test/")), ("cli", ("module/", "test/"))):
+        for path in files(house, suffixes=(".h", ".cpp")):
+            for included in includes(path):
+                target = ROOT / included
+                if not target.exists():
+                    beside = (path.parent / included).resolve()
+                    target = beside if beside.exists() and beside.is_relative_to(ROOT) else target
+                relative = target.relative_to(ROOT).as_posix()
+                if relative.startswith(banned):
+                    fault(name(path), f"{house} must not include {relative}")
+                is_host = relative.startswith("host/") and relative[5:] not in public
+                if is_host and (house == "cli" or name(path)[5:] in public):
+                    fault(name(path), f"{relative} is no public header")
+                if name(path)[5:] in public and re.match(r"(fmt|spdlog|nlohmann|tbb|oneapi|OpenImageIO|hwy)/", included):
+                    fault(name(path), f"a public header includes <{included}>")
+
+
+def check_port(place, port, is_input):
+    for member in port.get("bundle", []):
+        check_port(f"{place}.{port['name']}", member, is_input)
+    place = f"{place}: {port['name']}"
+    if not port.get("label"):
+        fault(place, "no label")
+    if is_input and "default" not in port and port["name"] not in CONTEXTS:
+        fault(place, "no default")
+    if not is_input or "values" not in port:
+        return
+    ids = [value["id"] for value in port["values"]]
+    if len(set(ids)) != len(ids):
+        fault(place, "a value stands twice")
+    if "default" in port and port["default"] not in ids:
+        fault(place, f"the default {port['default']!r} is none of the values")
+    if not all(value.get("label") for value in port["values"]):
+        fault(place, "a value without a label")
+
+
+def check_descriptions(command):
+    described = {}
+    core_used = set()
+    values = set()
+    for path in files("module/resource", suffixes=(".json",)):
+        text = json.loads(path.read_text())
+        described[text["id"]] = path
+        if text["id"].rsplit(".", 1)[-1] != path.stem:
+            fault(name(path), f"the file of {text['id']} is named after its last word")
+        core_used.update(inner["type"] for inner in text["nodes"].values())
+        for port in text["inputs"]:
+            check_port(name(path), port, True)
+            for shown in [port] + port.get("bundle", []):
+                values.update(value["id"] for value in shown.get("values", []))
+        for port in text["outputs"]:
+            check_port(name(path), port, False)
+        example = ROOT / "examples/nodes" / path.name
+        if not example.exists():
+            fault(name(path), f"there is no {name(example)}")
+        elif path.stem not in (node["type"] for node in json.loads(example.read_text())["nodes"].values()):
+            fault(name(example), f"shows no {path.stem}")
+    for path in files("module/source", suffixes=(".h", ".cpp")):
+        for known in re.findall(r'VELTO_INTERNED_ID\(\w+, "([^"]+)"\)', path.read_text()):
+            if known not in values:
+                fault(name(path), f"no description offers the value {known!r}")
+    if not command:
+        return
+
+    def ask(*arguments):
+        return {entry["id"] for entry in json.loads(subprocess.check_output([command, "nodes", "--json", *arguments]))}
+
+    for core in sorted(ask("--core") - core_used):
+        fault("module/resource", f"no description uses {core}")
+    for missing in sorted(described.keys() - ask()):
+        fault(name(described[missing]), f"the command does not list {missing}")
+
+
+def check_headers():
+    compiler = os.environ.get("CXX", "g++")
+
+    def compile_alone(path):
+        done = subprocess.run([compiler, "-std=c++20", "-fsyntax-only", "-x", "c++", f"-I{ROOT}/include", f"-I{ROOT}",
+                               str(path)], capture_output=True, text=True, check=False)
+        errors = [line for line in done.stderr.splitlines() if "error" in line]
+        return path, errors[:1] if done.returncode else []
+
+    headers = files("include", "module", "host", "cli", suffixes=(".h",))
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        for path, errors in pool.map(compile_alone, headers):
+            for error in errors:
+                fault(name(path), f"does not compile alone: {error}")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--command", help="the velto command, with its module")
+    parser.add_argument("--headers", action="store_true")
+    arguments = parser.parse_args()
+    check_text()
+    check_includes()
+    check_descriptions(arguments.command)
+    if arguments.headers:
+        check_headers()
+    print("\n".join(faults), file=sys.stderr)
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
