@@ -18,8 +18,7 @@ struct Waves : FunctionInterface
 {
     Waves()
     {
-        invoke = [](const FunctionInterface*, void* value, const ShadingContext* context, Data*) -> Result
-        {
+        invoke = [](const FunctionInterface*, void* value, const ShadingContext* context, Data*) -> Result {
             const Vector& uvw = context->uvw;
             ColorA slot{std::sin(uvw.x * 40.0), std::cos(uvw.y * 50.0), uvw.x * uvw.y, 1.0};
             benchmark::DoNotOptimize(slot);

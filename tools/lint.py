@@ -15,9 +15,8 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-CODE = (".h", ".cpp", ".py", ".sh", ".cmake", ".txt")
+CODE = (".h", ".cpp", ".py", ".sh", ".cmake")
 HOUSES = ("include", "module", "host", "cli", "test", "bench", "examples", "tools", "docs", "cmake")
-CONTEXTS = {"context", "contextLocal", "contextlocal"}  # inputs without a default
 faults = []
 
 
@@ -35,8 +34,9 @@ def files(*houses, suffixes):
 
 
 def check_text():
-    top = [p for p in ROOT.iterdir() if p.is_file() and (p.suffix in CODE + (".md", ".json") or p.name == "dev")]
-    for path in top + files(*HOUSES, suffixes=CODE + (".md", ".json")):
+    top = [p for p in ROOT.iterdir() if p.is_file() and (p.suffix in (".md", ".json", ".txt") or p.name == "dev")]
+    lists = [p for p in files(*HOUSES, suffixes=(".txt",)) if p.name == "CMakeLists.txt"]
+    for path in top + lists + files(*HOUSES, suffixes=CODE + (".md", ".json")):
         lines = path.read_text().splitlines()
         for number, line in enumerate(lines, 1):
             if "\t" in line:
@@ -44,7 +44,7 @@ def check_text():
             if line != line.rstrip():
                 fault(f"{name(path)}:{number}", "a space at the end")
             # Texts are not broken.
-            if len(line) > 120 and path.suffix in CODE and '"' not in line:
+            if len(line) > 120 and path.suffix not in (".md", ".json") and '"' not in line:
                 fault(f"{name(path)}:{number}", f"{len(line)} columns, at most 120")
 
 
@@ -79,7 +79,7 @@ def check_port(place, port, is_input):
     place = f"{place}: {port['name']}"
     if not port.get("label"):
         fault(place, "no label")
-    if is_input and "default" not in port and port["name"] not in CONTEXTS:
+    if "default" not in port and "values" in port:
         fault(place, "no default")
     if not is_input or "values" not in port:
         return
@@ -113,9 +113,10 @@ def check_descriptions(command):
             fault(name(path), f"there is no {name(example)}")
         elif path.stem not in (node["type"] for node in json.loads(example.read_text())["nodes"].values()):
             fault(name(example), f"shows no {path.stem}")
-    for path in files("module/source", suffixes=(".h", ".cpp")):
-        for known in re.findall(r'VELTO_INTERNED_ID\(\w+, "([^"]+)"\)', path.read_text()):
-            if known not in values:
+    for path in files("module/source", suffixes=(".cpp",)):
+        source = path.read_text()
+        for known in re.findall(r'VELTO_INTERNED_ID\(\w+, "([^"]+)"\)', source):
+            if "VELTO_CORE_NODE" in source and known not in values:
                 fault(name(path), f"no description offers the value {known!r}")
     if not command:
         return
@@ -124,7 +125,8 @@ def check_descriptions(command):
         return {entry["id"] for entry in json.loads(subprocess.check_output([command, "nodes", "--json", *arguments]))}
 
     for core in sorted(ask("--core") - core_used):
-        fault("module/resource", f"no description uses {core}")
+        if "." in core:  # else it is a second name
+            fault("module/resource", f"no description uses {core}")
     for missing in sorted(described.keys() - ask()):
         fault(name(described[missing]), f"the command does not list {missing}")
 

@@ -5,6 +5,7 @@
 
 #include <bit>
 #include <cmath>
+#include <initializer_list>
 
 namespace velto::host
 {

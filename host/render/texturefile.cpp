@@ -349,11 +349,9 @@ class Gatherer
 {
 public:
     Gatherer(const OIIO::ImageSpec& spec, int shift, const Transfer& transfer)
-        : width_(spec.width), height_(spec.height), shift_(shift), transfer_(transfer)
+        : width_(spec.width), height_(spec.height), shift_(shift), transfer_(transfer),
+          level_(((spec.width - 1) >> shift) + 1, ((spec.height - 1) >> shift) + 1)
     {
-        level_.width = ((width_ - 1) >> shift) + 1;
-        level_.height = ((height_ - 1) >> shift) + 1;
-        level_.texels.resize(std::size_t(level_.width) * std::size_t(level_.height) * 4);
         if (shift > 0)
             sums_.resize(std::size_t(level_.width) * 4);
     }
@@ -363,9 +361,9 @@ public:
     {
         if (shift_ == 0)
         {
-            T* out = level_.texels.data() + std::size_t(y) * std::size_t(width_) * 4;
             for (int x = 0; x < width_; ++x, pixels += stride)
             {
+                T* out = level_.At(x, y);
                 for (const int channel : choice)
                     *out++ = channel < 0 ? kOpaque : pixels[channel - first];
             }
@@ -405,10 +403,10 @@ private:
     {
         const int row = y >> shift_;
         const int rows = y + 1 - (row << shift_);
-        T* out = level_.texels.data() + std::size_t(row) * std::size_t(level_.width) * 4;
         for (int x = 0; x < level_.width; ++x)
         {
             const int columns = std::min(width_ - (x << shift_), 1 << shift_);
+            T* out = level_.At(x, row);
             for (std::size_t i = 0; i < 4; ++i)
             {
                 double& sum = sums_[std::size_t(x) * 4 + i];

@@ -127,27 +127,28 @@ private:
 template <class T>
 TexelLevel<T> Halve(const TexelLevel<T>& finer, const Averaging<T>& averaging)
 {
-    TexelLevel<T> level{std::max(finer.width / 2, 1), std::max(finer.height / 2, 1), {}};
-    level.texels.resize(std::size_t(level.width) * std::size_t(level.height) * 4);
+    TexelLevel<T> level(std::max(finer.width / 2, 1), std::max(finer.height / 2, 1));
     const std::vector<Coverage> columns = CoverRow(finer.width, level.width);
     const std::vector<Coverage> rows = CoverRow(finer.height, level.height);
-    T* out = level.texels.data();
-    for (const Coverage& row : rows)
+    for (int y = 0; y < level.height; ++y)
     {
-        for (const Coverage& column : columns)
+        const Coverage& row = rows[static_cast<std::size_t>(y)];
+        for (int x = 0; x < level.width; ++x)
         {
+            const Coverage& column = columns[static_cast<std::size_t>(x)];
             float sum[4] = {};
-            for (std::size_t y = 0; y < row.shares.size(); ++y)
+            for (std::size_t j = 0; j < row.shares.size(); ++j)
             {
-                const T* texel = finer.At(column.first, row.first + static_cast<int>(y));
-                for (const float share : column.shares)
+                for (std::size_t i = 0; i < column.shares.size(); ++i)
                 {
+                    const T* const texel =
+                        finer.At(column.first + static_cast<int>(i), row.first + static_cast<int>(j));
                     for (int channel = 0; channel < 4; ++channel)
-                        sum[channel] += averaging.Read(*texel++, channel) * (share * row.shares[y]);
+                        sum[channel] += averaging.Read(texel[channel], channel) * (column.shares[i] * row.shares[j]);
                 }
             }
             for (int channel = 0; channel < 4; ++channel)
-                *out++ = averaging.Write(sum[channel], channel);
+                level.At(x, y)[channel] = averaging.Write(sum[channel], channel);
         }
     }
     return level;

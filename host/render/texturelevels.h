@@ -6,6 +6,7 @@
 #include <array>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <variant>
 #include <vector>
 
@@ -31,18 +32,48 @@ struct Transfer
     friend bool operator==(const Transfer&, const Transfer&) = default;
 };
 
-// Texels as they are kept: four channels each, encoded as in the file.
+// Memory that begins at a cache line.
+template <class T>
+struct LineAllocator
+{
+    using value_type = T;
+    LineAllocator() = default;
+    template <class U>
+    LineAllocator(const LineAllocator<U>&)
+    {
+    }
+    T* allocate(std::size_t count) { return static_cast<T*>(::operator new(count * sizeof(T), kLine)); }
+    void deallocate(T* memory, std::size_t) { ::operator delete(memory, kLine); }
+    friend bool operator==(const LineAllocator&, const LineAllocator&) { return true; }
+
+private:
+    static constexpr std::align_val_t kLine{64};
+};
+
+// Texels as they are kept: four channels each, encoded as in the file, in blocks of 4 x 4, so that neighbours mostly
+// lie in one cache line and on one page.
 template <class T>
 struct TexelLevel
 {
     int width = 0;
     int height = 0;
-    std::vector<T> texels;
+    std::size_t blocksAcross = 0;
+    std::vector<T, LineAllocator<T>> texels;
 
-    const T* At(int x, int y) const
+    TexelLevel(int w, int h)
+        : width(w), height(h), blocksAcross((std::size_t(w) + 3) / 4),
+          texels(blocksAcross * ((std::size_t(h) + 3) / 4) * 64)
     {
-        return texels.data() + (std::size_t(y) * std::size_t(width) + std::size_t(x)) * 4;
     }
+
+    std::size_t Place(int x, int y) const
+    {
+        const auto column = static_cast<std::size_t>(x);
+        const auto row = static_cast<std::size_t>(y);
+        return (((row >> 2) * blocksAcross + (column >> 2)) << 6) + ((row & 3) << 4) + ((column & 3) << 2);
+    }
+    const T* At(int x, int y) const { return texels.data() + Place(x, y); }
+    T* At(int x, int y) { return texels.data() + Place(x, y); }
 };
 
 // The levels of a picture from the finest that is held, each half of the one before it down to a single texel. Those

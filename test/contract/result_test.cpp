@@ -26,8 +26,8 @@ TEST(Result, NamesTheConditionThatFailed)
     const std::string file = __FILE__;
     const Result state = CheckBoth(-5, 1);
     EXPECT_EQ("net.velto.error.illegalstate", state.Kind());
-    EXPECT_EQ(fmt::format("Illegal state: Condition a + 1 > 0 not fulfilled. {}({})", file, kFirstLine + 2),
-        state.Message());
+    EXPECT_EQ(
+        fmt::format("Illegal state: Condition a + 1 > 0 not fulfilled. {}({})", file, kFirstLine + 2), state.Message());
     const Result argument = CheckBoth(1, 1);
     EXPECT_EQ("net.velto.error.illegalargument", argument.Kind());
     EXPECT_EQ(
@@ -38,8 +38,7 @@ TEST(Result, NamesTheConditionThatFailed)
 TEST(Result, IsPassedUpUnchanged)
 {
     const Result made = MakeError(error::kUnresolved, "here");
-    const auto pass = [&]() -> Result
-    {
+    const auto pass = [&]() -> Result {
         VELTO_TRY(made);
         return {};
     };

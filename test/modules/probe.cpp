@@ -98,8 +98,8 @@ VELTO_CORE_NODE("net.velto.test.writesometimes", WriteSometimes);
 // --- Function-valued inputs. ---
 
 // Calls its function so often, each time ten further along u, and adds up.
-static Result Invoke(
-    In<"context", ShadingContext> context, In<"times", Int> times, In<"f", FloatFunction> f, Out<"result", Float> result)
+static Result Invoke(In<"context", ShadingContext> context, In<"times", Int> times, In<"f", FloatFunction> f,
+    Out<"result", Float> result)
 {
     ShadingContext place = *context;
     Float sum = 0.0;
@@ -175,8 +175,8 @@ static Result SimplifyMultiply(const OptimizeRequest* request, Optimization* ans
     }
     else if (*factor == 2.0)
     {
-        VELTO_TRY(BuildMicroNodeGroup(detail::NodeOf<Double, MicroNodeKind::Sample>::kTable, "Double", {}, nullptr,
-            answer->group.Receive()));
+        VELTO_TRY(BuildMicroNodeGroup(
+            detail::NodeOf<Double, MicroNodeKind::Sample>::kTable, "Double", {}, nullptr, answer->group.Receive()));
         answer->links[0] = {.replacement = 2, .original = 0};
         answer->links[1] = {.replacement = 1, .original = 2};
         answer->linkCount = 2;

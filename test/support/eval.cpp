@@ -11,8 +11,7 @@ using host::Json;
 
 std::shared_ptr<host::Module> TheModule()
 {
-    static const std::shared_ptr<host::Module> module = []
-    {
+    static const std::shared_ptr<host::Module> module = [] {
         host::SetResourceDirectory(VELTO_BUILD_DIR "/resource");
         std::shared_ptr<host::Module> loaded;
         const Result result = host::Module::Load(VELTO_BUILD_DIR "/modules/shadernodes.module", loaded);
@@ -118,8 +117,9 @@ double ToNumber(const Json& json)
 
 ::testing::AssertionResult AreEqual(const Json& expected, const Json& actual, double tolerance)
 {
-    const auto differ = [&]
-    { return ::testing::AssertionFailure() << "expected " << expected.Write() << ", got " << actual.Write(); };
+    const auto differ = [&] {
+        return ::testing::AssertionFailure() << "expected " << expected.Write() << ", got " << actual.Write();
+    };
     if (IsNumberLike(expected) && IsNumberLike(actual))
     {
         const double a = ToNumber(expected);

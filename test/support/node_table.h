@@ -38,8 +38,7 @@ void CheckRow(const std::string& type, const NodeRow& row);
         ::velto::test::CheckRow(type, GetParam());                                                                     \
     }                                                                                                                  \
     INSTANTIATE_TEST_SUITE_P(Table, suite, ::testing::ValuesIn(std::vector<::velto::test::NodeRow> __VA_ARGS__),       \
-        [](const ::testing::TestParamInfo<::velto::test::NodeRow>& info)                                               \
-        {                                                                                                              \
+        [](const ::testing::TestParamInfo<::velto::test::NodeRow>& info) {                                             \
             std::string name = std::to_string(info.index) + "_";                                                       \
             for (const char c : info.param.name)                                                                       \
                 name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';                                         \

@@ -13,8 +13,7 @@ namespace velto::test
 // The probe, loaded for the whole process.
 inline std::shared_ptr<host::Module> TheProbe()
 {
-    static const std::shared_ptr<host::Module> module = []
-    {
+    static const std::shared_ptr<host::Module> module = [] {
         TheModule();
         std::shared_ptr<host::Module> loaded;
         const Result result = host::Module::Load(VELTO_TEST_MODULES "/probe.module", loaded);

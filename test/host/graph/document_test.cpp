@@ -30,7 +30,8 @@ TEST_P(NodeFault, IsSaidAtItsPlace)
 {
     TheProbe();
     std::string faults = Faults(R"({"version": 1, "nodes": {"u": {"type": "net.velto.test.coordinate"},
-        "text": {"type": "net.velto.test.keep.string"}, "n": )" + GetParam().node + R"(}, "outputs": {"o": "u.result"}})");
+        "text": {"type": "net.velto.test.keep.string"}, "n": )" +
+                                GetParam().node + R"(}, "outputs": {"o": "u.result"}})");
     for (auto at = faults.find("nodes.n."); at != faults.npos; at = faults.find("nodes.n."))
         faults.erase(at, 8);
     EXPECT_EQ(GetParam().faults, faults);
@@ -65,7 +66,8 @@ INSTANTIATE_TEST_SUITE_P(Table, NodeFault,
             "inputs.x: -1 is out of range: expected 0 to 4294967295\n"},
         {R"({"type": "net.velto.test.keep.int", "inputs": {"x": 9223372036854775808}})",
             "inputs.x: 9223372036854775808 is out of range: expected -9223372036854775808 to 9223372036854775807\n"},
-        {R"({"type": "net.velto.test.keep.int", "inputs": {"x": 1.5}})", "inputs.x: expected a whole number, got 1.5\n"},
+        {R"({"type": "net.velto.test.keep.int", "inputs": {"x": 1.5}})",
+            "inputs.x: expected a whole number, got 1.5\n"},
         {R"({"type": "net.velto.test.keep.int", "inputs": {"x": 4.0}})", ""},
         {R"({"type": "net.velto.test.keep.string", "inputs": {"x": null}})", "inputs.x: expected a string, got null\n"},
         {R"({"type": "net.velto.test.sum", "inputs": {"terms": 3}})",
@@ -134,8 +136,7 @@ TEST(Document, WarnsOfEnumerationValuesThatAreNotKnown)
 TEST(Document, TakesSettingsInThePlaceOfItsValues)
 {
     TheProbe();
-    const auto faults = [](std::initializer_list<std::string_view> settings, std::string* value = nullptr)
-    {
+    const auto faults = [](std::initializer_list<std::string_view> settings, std::string* value = nullptr) {
         host::GraphOptions options;
         for (const std::string_view text : settings)
         {
@@ -234,26 +235,78 @@ INSTANTIATE_TEST_SUITE_P(Table, HostileDocument,
         {"RawNul", [] { return std::string("{\"version\": \"a\0b\"}", 19); }, "not JSON"},
         {"BareNaN", [] { return std::string(R"({"version": NaN})"); }, "not JSON"},
         {"NumberTooLarge", [] { return OneNode("contrast", R"("inputs": {"contrast": 1e999})"); }, "not JSON"},
-        {"DuplicateKey", [] { return std::string(R"({"version": 1, "version": 1})"); }, "version: the key stands here twice"},
+        {"DuplicateKey", [] { return std::string(R"({"version": 1, "version": 1})"); },
+            "version: the key stands here twice"},
         {"Brackets", [] { return std::string(100'000, '['); }, "nested more than 256 deep"},
         {"Braces", [] { return Repeat(R"({"a":)", 100'000); }, "nested more than 256 deep"},
-        {"MegabyteName", [] { return fmt::format(R"({{"{}": 1}})", std::string(2 << 20, 'x')); }, "a string of 2097152 bytes"},
-        {"LongName", [] { return fmt::format(R"({{"version": 1, "nodes": {{"{}": {{}}}}}})", std::string(1 << 20, 'x')); }, "a name is"},
+        {"MegabyteName", [] { return fmt::format(R"({{"{}": 1}})", std::string(2 << 20, 'x')); },
+            "a string of 2097152 bytes"},
+        {"LongName",
+            [] { return fmt::format(R"({{"version": 1, "nodes": {{"{}": {{}}}}}})", std::string(1 << 20, 'x')); },
+            "a name is"},
         {"LongType", [] { return OneNode(std::string(1'000'000, 'x'), R"("inputs": {})"); }, "there is no node type"},
         {"MillionNodes", [] { return Nodes(1'000'000, [](int) { return "{}"; }); }, "1000000 nodes; at most 100000"},
         {"TooManyValues", [] { return fmt::format("[{}0]", Repeat("0,", 6'000'000)); }, "more than 6000000 values"},
         {"TooManyBytes", [] { return std::string((64 << 20) + 1, ' '); }, "at most 67108864 are read"},
-        {"AllTypesUnknown", [] { return Nodes(100'000, [](int i) { return fmt::format(R"({{"type": "net.velto.pattern.corenode.effect.contrst{}"}})", i); }); }, "there is no node type"},
-        {"AllLinksUnknown", [] { return Nodes(100'000, [](int i) { return fmt::format(R"({{"type": "contrast", "inputs": {{"color": {{"from": "nosuchnode{}.result"}}}}}})", i); }); }, "there is no node \"nosuchnode0\""},
-        {"LongCycle", [] { return Nodes(100'000, [](int i) { return fmt::format(R"({{"type": "contrast", "inputs": {{"color": {{"from": "n{}.result"}}}}}})", (i + 1) % 100'000); }); }, "the links form a cycle: n0 -> n1"},
-        {"ManyElements", [] { return OneNode("net.velto.test.sum", fmt::format(R"("inputs": {{"terms": [{}0]}})", Repeat("0,", 1'000'000))); }, "elements"},
-        {"ManyElementsInAll", [] { return Nodes(2000, [](int i) { return fmt::format(R"({{"type": "net.velto.test.sum", "inputs": {{"terms": [{}0]}}}})", Repeat("0,", 900 + i % 1000)); }); }, "ports"},
-        {"CountOfElements", [] { return OneNode("net.velto.test.sum", R"("arguments": {"terms": 1000000000})"); }, "arguments"},
-        {"NegativeCount", [] { return OneNode("net.velto.test.sum", R"("arguments": {"terms": -1000000000}, "inputs": {"terms[0]": 1})"); }, "there is no such input"},
-        {"ManyBodies", [] { return Nodes(40'000, [](int i) {
-            return i == 0 ? std::string(R"({"type": "net.velto.test.coordinate"})") :
-                   i < 20'000 ? fmt::format(R"({{"type": "net.velto.test.keep.float", "inputs": {{"x": {{"from": "n{}.result"}}}}}})", i - 1) :
-                   fmt::format(R"({{"type": "net.velto.test.sum", "inputs": {{"terms": [{{"from": "n{}.result"}}]}}}})", i - 1); }); }, ""},
+        {"AllTypesUnknown",
+            [] {
+                return Nodes(100'000, [](int i) {
+                    return fmt::format(R"({{"type": "net.velto.pattern.corenode.effect.contrst{}"}})", i);
+                });
+            },
+            "there is no node type"},
+        {"AllLinksUnknown",
+            [] {
+                return Nodes(100'000, [](int i) {
+                    return fmt::format(
+                        R"({{"type": "contrast", "inputs": {{"color": {{"from": "nosuchnode{}.result"}}}}}})", i);
+                });
+            },
+            "there is no node \"nosuchnode0\""},
+        {"LongCycle",
+            [] {
+                return Nodes(100'000, [](int i) {
+                    return fmt::format(R"({{"type": "contrast", "inputs": {{"color": {{"from": "n{}.result"}}}}}})",
+                        (i + 1) % 100'000);
+                });
+            },
+            "the links form a cycle: n0 -> n1"},
+        {"ManyElements",
+            [] {
+                return OneNode(
+                    "net.velto.test.sum", fmt::format(R"("inputs": {{"terms": [{}0]}})", Repeat("0,", 1'000'000)));
+            },
+            "elements"},
+        {"ManyElementsInAll",
+            [] {
+                return Nodes(2000, [](int i) {
+                    return fmt::format(R"({{"type": "net.velto.test.sum", "inputs": {{"terms": [{}0]}}}})",
+                        Repeat("0,", 900 + i % 1000));
+                });
+            },
+            "ports"},
+        {"CountOfElements", [] { return OneNode("net.velto.test.sum", R"("arguments": {"terms": 1000000000})"); },
+            "arguments"},
+        {"NegativeCount",
+            [] {
+                return OneNode(
+                    "net.velto.test.sum", R"("arguments": {"terms": -1000000000}, "inputs": {"terms[0]": 1})");
+            },
+            "there is no such input"},
+        {"ManyBodies",
+            [] {
+                return Nodes(40'000, [](int i) {
+                    return i == 0 ? std::string(R"({"type": "net.velto.test.coordinate"})")
+                           : i < 20'000
+                               ? fmt::format(
+                                     R"({{"type": "net.velto.test.keep.float", "inputs": {{"x": {{"from": "n{}.result"}}}}}})",
+                                     i - 1)
+                               : fmt::format(
+                                     R"({{"type": "net.velto.test.sum", "inputs": {{"terms": [{{"from": "n{}.result"}}]}}}})",
+                                     i - 1);
+                });
+            },
+            ""},
     }),
     [](const auto& info) { return info.param.name; });
 

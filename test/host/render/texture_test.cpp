@@ -25,9 +25,13 @@ namespace
 // A picture of one grey channel value a texel, as numbers.
 Picture Grey(int width, int height, const std::vector<double>& values, const Transfer& transfer = {})
 {
-    TexelLevel<float> level{width, height, {}};
-    for (const double value : values)
-        level.texels.insert(level.texels.end(), {float(value), float(value), float(value), 1.0f});
+    TexelLevel<float> level(width, height);
+    for (int i = 0; i < width * height; ++i)
+    {
+        float* const texel = level.At(i % width, i / width);
+        std::fill(texel, texel + 3, static_cast<float>(values[static_cast<std::size_t>(i)]));
+        texel[3] = 1.0f;
+    }
     Picture picture;
     picture.width = width;
     picture.height = height;
@@ -164,7 +168,8 @@ TEST_F(TextureTest, EncodedColoursAreLinearBeforeTheyAreMixed)
 
 TEST_F(TextureTest, AlphaModes)
 {
-    TexelLevel<std::uint8_t> level{1, 1, {64, 64, 64, 128}};
+    TexelLevel<std::uint8_t> level(1, 1);
+    level.texels = {64, 64, 64, 128};
     Picture picture;
     picture.texels = std::make_unique<Pyramid<std::uint8_t>>(std::move(level), Transfer{Transfer::Curve::Srgb});
     const auto at = [&](Int32 alpha, bool toLinear) {

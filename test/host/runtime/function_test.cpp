@@ -23,12 +23,13 @@ TEST(Function, IsEvaluatedUnderTheContextOfEachInvocation)
         "sum": {"type": "sum", "inputs": {"first": {"from": "twice.result"}, "terms": [{"from": "fixed.result"}]}},
         "n": {"type": "invoke", "inputs": {"times": 3, "f": {"from": "sum.result"}}},
         "constant": {"type": "invoke", "inputs": {"times": 2, "f": 5}})",
-        R"("o": "n.result", "u": "u.result", "constant": "constant.result")", R"([{"uvw": [1, 0, 0]}, {"uvw": [2, 0, 0]}])");
+        R"("o": "n.result", "u": "u.result", "constant": "constant.result")",
+        R"([{"uvw": [1, 0, 0]}, {"uvw": [2, 0, 0]}])");
     // (2u) * 10 + 100 at u, u + 10, u + 20.
-    EXPECT_EQ("960.0", Output(results, "o", 0));
-    EXPECT_EQ("1020.0", Output(results, "o", 1));
-    EXPECT_EQ("2.0", Output(results, "u", 1));
-    EXPECT_EQ("10.0", Output(results, "constant", 1));
+    EXPECT_EQ("960", Output(results, "o", 0));
+    EXPECT_EQ("1020", Output(results, "o", 1));
+    EXPECT_EQ("2", Output(results, "u", 1));
+    EXPECT_EQ("10", Output(results, "constant", 1));
     // `u` runs for the sample and for each invocation, what does not depend on the context once.
     EXPECT_EQ(4, Evaluations(results, "u", 1));
     EXPECT_EQ(3, Evaluations(results, "twice", 1));
@@ -46,7 +47,7 @@ TEST(Function, IsLazyAndItsErrorsArePassedUp)
         "null": {"type": "invoke", "inputs": {"times": {"from": "calls.result"}}})",
         R"("o": "n.result", "null": "null.result")",
         R"([{"uvw": [1, 0, 0]}, {"uvw": [0, 0, 0], "set": {"calls.x": 2}}])");
-    EXPECT_EQ("0.0", Output(results, "o", 0));
+    EXPECT_EQ("0", Output(results, "o", 0));
     EXPECT_EQ(0, Evaluations(results, "bad", 0));
     // At u + 10 the node fails; the function that is not there would fail, too, but comes later.
     EXPECT_EQ("net.velto.error.illegalstate", Output(results, "o", 1));
@@ -67,7 +68,7 @@ TEST(Function, NestsAndConverts)
         "outer": {"type": "invoke", "inputs": {"times": 2, "f": {"from": "inner.result"}}})",
         R"("o": "outer.result")", R"([{"uvw": [1.75, 0, 0]}])");
     // Under 1.75 and 11.75, each there and ten further.
-    EXPECT_EQ("44.0", Output(results, "o"));
+    EXPECT_EQ("44", Output(results, "o"));
     EXPECT_EQ(4, Evaluations(results, "whole"));
     EXPECT_EQ(2, Evaluations(results, "inner"));
 }
@@ -78,6 +79,8 @@ struct ConversionRow
     std::string value;
     std::string to;
     std::string result;
+
+    friend void PrintTo(const ConversionRow& row, std::ostream* out) { *out << row.from << " to " << row.to; }
 };
 
 class Conversion : public ::testing::TestWithParam<ConversionRow>
@@ -88,7 +91,8 @@ TEST_P(Conversion, IsThatOfTheTable)
 {
     const auto& [from, value, to, result] = GetParam();
     const Json results = EvalProbe(
-        fmt::format(R"("a": {{"type": "keep.{}", "inputs": {{"x": {}}}}}, "b": {{"type": "keep.{}", "inputs": {{"x": {{"from": "a.result"}}}}}})",
+        fmt::format(
+            R"("a": {{"type": "keep.{}", "inputs": {{"x": {}}}}}, "b": {{"type": "keep.{}", "inputs": {{"x": {{"from": "a.result"}}}}}})",
             from, value, to),
         R"("o": "b.result")");
     EXPECT_EQ(result, Output(results, "o")) << from << " " << value << " to " << to;
@@ -129,8 +133,9 @@ INSTANTIATE_TEST_SUITE_P(Table, Conversion,
 TEST(Conversion, OfOtherPairsIsAFault)
 {
     TheProbe();
-    for (const auto& [from, to] : {std::pair("vector2d", "vector"), std::pair("vector", "float"), std::pair("vector", "colora"),
-             std::pair("string", "float"), std::pair("float", "string"), std::pair("vector", "vector2d")})
+    for (const auto& [from, to] :
+        {std::pair("vector2d", "vector"), std::pair("vector", "float"), std::pair("vector", "colora"),
+            std::pair("string", "float"), std::pair("float", "string"), std::pair("vector", "vector2d")})
     {
         const std::string faults = Faults(fmt::format(
             R"({{"version": 1, "nodes": {{"a": {{"type": "net.velto.test.keep.{}"}}, "b": {{"type": "net.velto.test.keep.{}",
@@ -191,23 +196,21 @@ TEST_F(FunctionThreads, EachHaveAnInstance)
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
     {
-        threads.emplace_back(
-            [&, t]
+        threads.emplace_back([&, t] {
+            std::unique_ptr<host::Instance> instance;
+            if (host::Instance::Create(*graph.setup, instance).IsError())
+                wrong[t] = "no instance";
+            for (int i = 0; i < kSamples && wrong[t].empty(); ++i)
             {
-                std::unique_ptr<host::Instance> instance;
-                if (host::Instance::Create(*graph.setup, instance).IsError())
-                    wrong[t] = "no instance";
-                for (int i = 0; i < kSamples && wrong[t].empty(); ++i)
-                {
-                    const Float u = i * kThreads + t;
-                    instance->Context().uvw.x = u;
-                    const Result ran = instance->Evaluate();
-                    const Float sum = *static_cast<const Float*>(instance->Output(0));
-                    const Int calls = *static_cast<const Int*>(instance->Output(2));
-                    if (ran.IsError() || sum != (4.0 * u + 20.0) * 10.0 + kParallelSum || calls != i + 1)
-                        wrong[t] = fmt::format("sample {}: {} {}", i, sum, calls);
-                }
-            });
+                const Float u = i * kThreads + t;
+                instance->Context().uvw.x = u;
+                const Result ran = instance->Evaluate();
+                const Float sum = *static_cast<const Float*>(instance->Output(0));
+                const Int calls = *static_cast<const Int*>(instance->Output(2));
+                if (ran.IsError() || sum != (4.0 * u + 20.0) * 10.0 + kParallelSum || calls != i + 1)
+                    wrong[t] = fmt::format("sample {}: {} {}", i, sum, calls);
+            }
+        });
     }
     for (std::thread& thread : threads)
         thread.join();

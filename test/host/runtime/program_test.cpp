@@ -41,7 +41,7 @@ TEST(Program, RunsFixedNodesOnceAndUnneededOnesNever)
         "unneeded": {"type": "fail", "inputs": {"fail": true, "x": {"from": "u.result"}}},
         "said": {"type": "print", "inputs": {"x": 1}})",
         R"("o": "varying.result", "said": "said.result")", kThreeSamples);
-    EXPECT_THAT(Outputs(results, "o"), ElementsAre("8.0", "16.0", "24.0"));
+    EXPECT_THAT(Outputs(results, "o"), ElementsAre("8", "16", "24"));
     EXPECT_THAT(Runs(results, "fixed"), ElementsAre(1, 0, 0));
     EXPECT_THAT(Runs(results, "alsofixed"), ElementsAre(1, 0, 0));
     EXPECT_THAT(Runs(results, "varying"), ElementsAre(1, 1, 1));
@@ -57,6 +57,8 @@ struct ReplacementRow
     std::string output;
     std::string value;
     Int runs = 0; // of node n, in the second sample
+
+    friend void PrintTo(const ReplacementRow& row, std::ostream* out) { *out << row.nodes; }
 };
 
 class Replacement : public ::testing::TestWithParam<ReplacementRow>
@@ -91,10 +93,10 @@ INSTANTIATE_TEST_SUITE_P(Table, Replacement,
         {R"("n": {"type": "multiply", "inputs": {"x": {"from": "u.result"}, "factor": {"from": "f.result"}}})",
             "n.result", "7.0", 1},
         {R"("n": {"type": "choose", "inputs": {"condition": true, "yes": {"from": "u.result"}, "no": 2}})", "n.result",
-            "7.0"},
+            "7"},
         {R"("n": {"type": "choose", "inputs": {"condition": false, "yes": {"from": "u.result"}, "no": 2}})", "n.result",
-            "2.0"},
-        {R"("n": {"type": "choose", "inputs": {"yes": {"from": "u.result"}, "no": 2}})", "n.result", "2.5"},
+            "2"},
+        {R"("n": {"type": "choose", "inputs": {"yes": {"from": "u.result"}, "no": 2}})", "n.result", "2.5", 1},
         {R"("n": {"type": "isconstant", "inputs": {"f": 2, "no": {"from": "u.result"}, "yes": 1}})", "n.result", "1.0"},
         {R"("n": {"type": "isconstant", "inputs": {"f": {"from": "f.result"}, "no": {"from": "u.result"}, "yes": 1}})",
             "n.result", "1.0"},
@@ -115,7 +117,7 @@ TEST(Program, DoesNotFoldInputsThatWillBeSet)
         R"([{"uvw": [1, 0, 0]}, {"uvw": [1, 0, 0], "set": {"n.factor": 3}},
             {"uvw": [1, 0, 0], "set": {"b.condition": false, "f.f": 3}}])");
     EXPECT_THAT(Outputs(results, "o"), ElementsAre("2.5", "3.5", "2.5"));
-    EXPECT_THAT(Outputs(results, "f"), ElementsAre("1.0", "1.0", "1.0"));
+    EXPECT_THAT(Outputs(results, "f"), ElementsAre("1", "1", "1"));
 }
 
 TEST(Program, ReportsAnOptimizerThatFails)
@@ -145,7 +147,7 @@ TEST(State, OfASetupIsMadeOnceAndAgainAfterASet)
         "sum": {"type": "sum", "inputs": {"first": {"from": "u.result"}, "terms": [{"from": "pre.table"}, 2]}})",
         R"("o": "sum.result", "runs": "pre.runs", "other": "other.result")",
         R"([{}, {}, {"set": {"pre.size": 4}}, {"set": {"sum.terms[1]": 5}}, {}])");
-    EXPECT_THAT(Outputs(results, "o"), ElementsAre("3002.0", "3002.0", "4002.0", "4005.0", "4005.0"));
+    EXPECT_THAT(Outputs(results, "o"), ElementsAre("3002", "3002", "4002", "4005", "4005"));
     EXPECT_THAT(Runs(results, "pre"), ElementsAre(1, 0, 1, 1, 0));
     // The instance that keeps its state is the one that ran before.
     EXPECT_THAT(Outputs(results, "runs"), ElementsAre("1", "1", "2", "3", "3"));
@@ -156,7 +158,7 @@ TEST(Outputs, KeepWhatACallLeavesAlone)
     const Json results = EvalProbe(
         R"("u": {"type": "coordinate"}, "n": {"type": "writesometimes", "inputs": {"x": {"from": "u.result"}}})",
         R"("o": "n.result")", R"([{"uvw": [4, 0, 0]}, {"uvw": [-1, 0, 0]}, {"uvw": [5, 0, 0]}])");
-    EXPECT_THAT(Outputs(results, "o"), ElementsAre("4.0", "4.0", "5.0"));
+    EXPECT_THAT(Outputs(results, "o"), ElementsAre("4", "4", "5"));
 }
 
 // Connected 1, connected function 2, output in use 4.
@@ -184,11 +186,11 @@ TEST(Failures, NameTheNodeAndPassTheErrorUp)
         "bad": {"type": "fail", "inputs": {"fail": {"from": "u.result"}, "x": 3}},
         "after": {"type": "batch", "inputs": {"x": {"from": "bad.result"}, "by": 2}})",
         R"("o": "after.result")", R"([{}, {"uvw": [1, 0, 0]}, {}])");
-    EXPECT_THAT(Outputs(results, "o"), ElementsAre("6.0", "net.velto.error.illegalstate", "6.0"));
+    EXPECT_THAT(Outputs(results, "o"), ElementsAre("6", "net.velto.error.illegalstate", "6.0"));
     const Json& error = *Entry(results, 1).Find("error");
     EXPECT_EQ("bad", error.Find("node")->AsString());
-    EXPECT_THAT(error.Find("message")->AsString(),
-        ::testing::StartsWith("Illegal state: Condition !fail not fulfilled. "));
+    EXPECT_THAT(
+        error.Find("message")->AsString(), ::testing::StartsWith("Illegal state: Condition !fail not fulfilled. "));
     EXPECT_THAT(Runs(results, "after"), ElementsAre(1, 0, 1));
 }
 
@@ -203,7 +205,7 @@ TEST(Failures, OfTheSetupReachTheSamplesThatNeedThem)
         "lazy": {"type": "invoke", "inputs": {"f": {"from": "after.result"}, "times": {"from": "u.result"}}})",
         R"("o": "lazy.result", "other": "other.result")",
         R"([{}, {"uvw": [1, 0, 0]}, {"uvw": [1, 0, 0], "set": {"bad.fail": false}}])");
-    EXPECT_THAT(Outputs(results, "o"), ElementsAre("0.0", "net.velto.error.illegalstate", "6.0"));
+    EXPECT_THAT(Outputs(results, "o"), ElementsAre("0", "net.velto.error.illegalstate", "6.0"));
     EXPECT_EQ("bad", Entry(results, 1).Find("error")->Find("node")->AsString());
     EXPECT_EQ(0, Evaluations(results, "after", 1));
 }

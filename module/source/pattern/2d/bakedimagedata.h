@@ -39,27 +39,25 @@ inline Result PrecomputePortData(const SearchPathsType& searchPaths, const Color
     ColorA* const pixels = data.pixels.Data();
     const Float halfU = (1.0 / width) * 0.5;
     const Float halfV = (1.0 / height) * 0.5;
-    ParallelFor::Dynamic(UInt32(0), height,
-        [&](UInt32 y)
+    ParallelFor::Dynamic(UInt32(0), height, [&](UInt32 y) {
+        ShadingContext context;
+        context.searchPaths = &searchPaths;
+        context.uvwValid = true;
+        const UInt begin = static_cast<UInt>(y) * width;
+        const UInt end = begin + width;
+        const Float v = static_cast<Float>(y) / height + halfV;
+        UInt pixel = begin;
+        for (; pixel < end; ++pixel)
         {
-            ShadingContext context;
-            context.searchPaths = &searchPaths;
-            context.uvwValid = true;
-            const UInt begin = static_cast<UInt>(y) * width;
-            const UInt end = begin + width;
-            const Float v = static_cast<Float>(y) / height + halfV;
-            UInt pixel = begin;
-            for (; pixel < end; ++pixel)
-            {
-                MoveTo(context, {static_cast<Float>(pixel - begin) / width + halfU, v, 0.0});
-                ColorA color;
-                if (Sample(function, context, color).IsError())
-                    break;
-                pixels[pixel] = color;
-            }
-            for (pixel = Max(pixel, oldCount); pixel < end; ++pixel)
-                pixels[pixel] = kOpaqueBlack;
-        });
+            MoveTo(context, {static_cast<Float>(pixel - begin) / width + halfU, v, 0.0});
+            ColorA color;
+            if (Sample(function, context, color).IsError())
+                break;
+            pixels[pixel] = color;
+        }
+        for (pixel = Max(pixel, oldCount); pixel < end; ++pixel)
+            pixels[pixel] = kOpaqueBlack;
+    });
     return {};
 }
 

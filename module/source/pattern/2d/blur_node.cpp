@@ -54,16 +54,15 @@ static Result GaussianMean(
     const Float sigma = radius * n;
     // -1 is no cell at all; the upper limit is more cells than anybody can wait for.
     const Int reach = Max<Int>(Truncate<Int>(Min(std::ceil(sigma * kCutOff), 0x1p40)), -1);
-    const auto cell = [n](Float c)
-    {
+    const auto cell = [n](Float c) {
         Float f = c - std::trunc(c);
         if (f < 0.0)
             f += 1.0;
         return Int(Truncate<Int32>(f * n));
     };
     const Float half = (1.0 / n) * 0.5;
-    const auto centre = [resolution, n, half](Int i)
-    { return static_cast<Float>(Min<Int>(Max<Int>(i, 0), resolution - 1)) / n + half; };
+    const auto centre = [resolution, n, half](
+                            Int i) { return static_cast<Float>(Min<Int>(Max<Int>(i, 0), resolution - 1)) / n + half; };
 
     const Int cellX = cell(context.uvw.x);
     const Int cellY = cell(context.uvw.y);

@@ -40,8 +40,7 @@ void BoxBlurLines(const ColorA* source, ColorA* target, Int n, Int r, Int step)
     const auto in = [from = &source->r, stride](Int j) { return from + j * stride; };
     const auto out = [to = &target->r, stride](Int j) { return to + j * stride; };
     // A block of columns jumps from page to page, where the processor does not look ahead by itself.
-    const auto prefetch = [&](const Float* row)
-    {
+    const auto prefetch = [&](const Float* row) {
         constexpr Int kRowsAhead = 2;
         constexpr Int kLine = 64 / sizeof(Float);
         if constexpr (Lines > 1)
@@ -55,8 +54,7 @@ void BoxBlurLines(const ColorA* source, ColorA* target, Int n, Int r, Int step)
     const Float* const first = in(0);
     const Float* const last = in(n - 1);
     Float sum[kValues];
-    const auto advance = [&sum, scale](const Float* entering, const Float* leaving, Float* __restrict to)
-    {
+    const auto advance = [&sum, scale](const Float* entering, const Float* leaving, Float* __restrict to) {
         for (Int k = 0; k < kValues; ++k)
         {
             sum[k] = sum[k] + entering[k] - leaving[k];
@@ -96,29 +94,24 @@ void BoxBlurLines(const ColorA* source, ColorA* target, Int n, Int r, Int step)
 // Blurs the rows of a square raster with a box of 2 * radius + 1 pixels, which must not be wider than the raster.
 inline void BoxBlurH(const BaseArray<ColorA>& source, BaseArray<ColorA>& target, Int32 edge, Int32 radius)
 {
-    ParallelFor::Dynamic(Int32(0), edge,
-        [&](Int32 y)
-        {
-            const Int row = static_cast<Int>(y) * edge;
-            BoxBlurLines<1>(source.Data() + row, target.Data() + row, edge, radius, 1);
-        });
+    ParallelFor::Dynamic(Int32(0), edge, [&](Int32 y) {
+        const Int row = static_cast<Int>(y) * edge;
+        BoxBlurLines<1>(source.Data() + row, target.Data() + row, edge, radius, 1);
+    });
 }
 
 // The same along the columns.
 inline void BoxBlurT(const BaseArray<ColorA>& source, BaseArray<ColorA>& target, Int32 edge, Int32 radius)
 {
-    ParallelFor::DynamicBatches(Int32(0), edge,
-        [&](Int32 first, Int32 end)
-        {
-            const auto blur = [&]<Int Lines>(std::integral_constant<Int, Lines>)
-            {
-                for (; end - first >= Lines; first += Lines)
-                    BoxBlurLines<Lines>(source.Data() + first, target.Data() + first, edge, radius, edge);
-            };
-            blur(std::integral_constant<Int, 16>());
-            blur(std::integral_constant<Int, 4>());
-            blur(std::integral_constant<Int, 1>());
-        });
+    ParallelFor::DynamicBatches(Int32(0), edge, [&](Int32 first, Int32 end) {
+        const auto blur = [&]<Int Lines>(std::integral_constant<Int, Lines>) {
+            for (; end - first >= Lines; first += Lines)
+                BoxBlurLines<Lines>(source.Data() + first, target.Data() + first, edge, radius, edge);
+        };
+        blur(std::integral_constant<Int, 16>());
+        blur(std::integral_constant<Int, 4>());
+        blur(std::integral_constant<Int, 1>());
+    });
 }
 
 // Blurs a square raster. Each stage goes along the rows into a second raster and along the columns back; without memory

@@ -115,12 +115,10 @@ struct ParallelFor
     template <class Index, class Body>
     static void Dynamic(Index from, Index to, const Body& body)
     {
-        DynamicBatches(from, to,
-            [&body](Index first, Index end)
-            {
-                for (Index i = first; i < end; ++i)
-                    body(i);
-            });
+        DynamicBatches(from, to, [&body](Index first, Index end) {
+            for (Index i = first; i < end; ++i)
+                body(i);
+        });
     }
 
 private:

@@ -76,8 +76,7 @@ static Result Checkerboard(In<"context", ShadingContext> context, In<"contextLoc
         result = kTransparentBlack;
         return {};
     }
-    const auto single = [&](const ColorAFunction& function, Data& cache)
-    {
+    const auto single = [&](const ColorAFunction& function, Data& cache) {
         *result = kOpaqueBlack;
         return function.Invoke(*result, *context, &cache);
     };

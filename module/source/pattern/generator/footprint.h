@@ -11,8 +11,7 @@ namespace velto::pattern
 template <int Axes>
 Vector Footprint(const ShadingContext& context)
 {
-    const auto extent = [&](Float Vector::*axis)
-    {
+    const auto extent = [&](Float Vector::*axis) {
         const Float at = context.uvw.*axis;
         const Float u = context.uvwPlusDeltaU.*axis;
         const Float v = context.uvwPlusDeltaV.*axis;

@@ -56,8 +56,9 @@ static Float32 MeanOfCurve(int curve, Float32 begin, Float32 end)
     {
         const Float32 a = wavelength(row);
         const Float32 b = wavelength(row + 1);
-        const auto value = [&](Float32 at)
-        { return Lerp((at - a) / (b - a), kColorMatching1nm[row][curve], kColorMatching1nm[row + 1][curve]); };
+        const auto value = [&](Float32 at) {
+            return Lerp((at - a) / (b - a), kColorMatching1nm[row][curve], kColorMatching1nm[row + 1][curve]);
+        };
         const Float32 s = Max(begin, a);
         const Float32 e = Min(end, b);
         sum += (value(s) + value(e)) * 0.5f * (e - s);

@@ -51,7 +51,8 @@ private:
     }
     InternedName& At(int i)
     {
-        return *std::launder(reinterpret_cast<InternedName*>(memory_ + sizeof(InternedName) * static_cast<std::size_t>(i)));
+        return *std::launder(
+            reinterpret_cast<InternedName*>(memory_ + sizeof(InternedName) * static_cast<std::size_t>(i)));
     }
 
     alignas(InternedName) std::byte memory_[sizeof(InternedName) * kMost];
