@@ -38,12 +38,19 @@ std::size_t EditDistance(std::string_view a, std::string_view b)
 std::string_view NearestName(std::string_view word, const std::vector<std::string>& candidates)
 {
     constexpr std::size_t kLongestWord = 128;
+    // Letters to compare at most: the nodes of a document may be very many.
+    constexpr std::size_t kMostWork = 2'000'000;
+    std::size_t work = 0;
     if (word.empty() || word.size() > kLongestWord)
         return {};
     std::string_view nearest;
     std::size_t best = std::max<std::size_t>(2, word.size() / 3) + 1;
     for (const std::string& candidate : candidates)
     {
+        const std::size_t shortest = std::min(word.size(), candidate.size());
+        work += 1 + 2 * word.size() * std::min(candidate.size(), kLongestWord);
+        if (work > kMostWork || candidate.size() > 2 * kLongestWord || shortest + best <= word.size())
+            continue;
         std::size_t distance = EditDistance(word, candidate);
         // The end of a name says as much as all of it: `scale` for `localScale`.
         std::string_view tail(candidate);

@@ -15,7 +15,7 @@ struct Diagnostic
     bool isWarning = false;
 };
 
-// Collects everything that is wrong, up to a limit.
+// Collects everything that is wrong, up to a limit of faults and one of warnings.
 class Diagnostics
 {
 public:
@@ -25,20 +25,24 @@ public:
     void Warning(std::string_view place, std::string_view text) { Add(place, text, true); }
 
     bool HasFaults() const { return faults_ > 0; }
+    // Whether further faults are not listed, and need not be looked for.
+    bool IsFull() const { return faults_ > kLimit; }
     const std::vector<Diagnostic>& All() const { return all_; }
 
 private:
     void Add(std::string_view place, std::string_view text, bool isWarning)
     {
-        faults_ += isWarning ? 0 : 1;
-        if (all_.size() < kLimit)
+        std::size_t& count = isWarning ? warnings_ : faults_;
+        if (count < kLimit)
             all_.push_back({std::string(place), std::string(text), isWarning});
-        else if (all_.size() == kLimit)
-            all_.push_back({"", "there is more; only the first faults are listed", isWarning});
+        else if (count == kLimit)
+            all_.push_back({"", "there is more; only the first are listed", isWarning});
+        ++count;
     }
 
     std::vector<Diagnostic> all_;
     std::size_t faults_ = 0;
+    std::size_t warnings_ = 0;
 };
 
 // The candidate nearest to a word that is none of them, in edits; empty when none is near.

@@ -73,7 +73,7 @@ public:
             return;
         CheckSettings();
         MakeCoreNodes();
-        for (std::size_t i = 0; i < nodes_.size(); ++i)
+        for (std::size_t i = 0; i < nodes_.size() && !diagnostics_.IsFull(); ++i)
         {
             if (nodes_[i].type)
                 ReadInputs(nodes_[i]);
@@ -124,7 +124,11 @@ private:
         }
         nodes_.reserve(nodes->GetMembers().size());
         for (const auto& [name, json] : nodes->GetMembers())
+        {
+            if (diagnostics_.IsFull())
+                return false;
             ReadNode(name, json);
+        }
         return true;
     }
 

@@ -619,8 +619,6 @@ static void GradientsAt2d(const GradientBank& bank, int count, const NoisePoint&
 
 static Float32 GradientAt3d(const GradientBank& bank, const NoisePoint& point)
 {
-    if (point.time == 0.0f)
-        return Gradient3d<false>(bank, point);
     const NoisePoint at = WithUsableTime(point);
     return at.time == 0.0f ? Gradient3d<false>(bank, at) : Gradient3d<true>(bank, at);
 }

@@ -75,13 +75,6 @@ public:
     NoiseSampler(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point, Float32 octaves, Float32 filterWidth)
         : noise_(noise), flat_(isFlat), point_(Usable(point))
     {
-        if (octaves == 1.0f)
-        {
-            count_ = 1;
-            weight_[0] = noise.amplitude[0];
-            keep_[0] = Keep(filterWidth * noise.octaves.frequency[0]);
-            return;
-        }
         // Comparisons with NaN are false: such a number of octaves is 0.
         const Float32 wanted = octaves > 0.0f ? Min(octaves, static_cast<Float32>(kMaxOctaves)) : 0.0f;
         const int whole = static_cast<int>(wanted);

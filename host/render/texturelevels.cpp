@@ -1,5 +1,7 @@
 #include "texturelevels.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -8,6 +10,32 @@
 
 namespace velto::host
 {
+
+namespace
+{
+
+constexpr std::size_t kCacheLine = 64;
+constexpr std::size_t kLargePage = std::size_t(1) << 21;
+
+std::align_val_t TexelAlignment(std::size_t bytes)
+{
+    return std::align_val_t(bytes >= kLargePage ? kLargePage : kCacheLine);
+}
+
+} // namespace
+
+void* AllocateTexels(std::size_t bytes)
+{
+    void* const memory = ::operator new(bytes, TexelAlignment(bytes));
+    if (bytes >= kLargePage)
+        madvise(memory, bytes, MADV_HUGEPAGE); // small pages do as well
+    return memory;
+}
+
+void FreeTexels(void* memory, std::size_t bytes)
+{
+    ::operator delete(memory, TexelAlignment(bytes));
+}
 
 double Transfer::ToLinear(double c) const
 {

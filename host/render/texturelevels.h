@@ -32,22 +32,23 @@ struct Transfer
     friend bool operator==(const Transfer&, const Transfer&) = default;
 };
 
-// Memory that begins at a cache line.
+// Memory for texels. Looks go all over a picture, so that what they wait for mostly is the address of a page: large
+// pictures lie on large pages where the system has them.
+void* AllocateTexels(std::size_t bytes);
+void FreeTexels(void* memory, std::size_t bytes);
+
 template <class T>
-struct LineAllocator
+struct TexelAllocator
 {
     using value_type = T;
-    LineAllocator() = default;
+    TexelAllocator() = default;
     template <class U>
-    LineAllocator(const LineAllocator<U>&)
+    TexelAllocator(const TexelAllocator<U>&)
     {
     }
-    T* allocate(std::size_t count) { return static_cast<T*>(::operator new(count * sizeof(T), kLine)); }
-    void deallocate(T* memory, std::size_t) { ::operator delete(memory, kLine); }
-    friend bool operator==(const LineAllocator&, const LineAllocator&) { return true; }
-
-private:
-    static constexpr std::align_val_t kLine{64};
+    T* allocate(std::size_t count) { return static_cast<T*>(AllocateTexels(count * sizeof(T))); }
+    void deallocate(T* memory, std::size_t count) { FreeTexels(memory, count * sizeof(T)); }
+    friend bool operator==(const TexelAllocator&, const TexelAllocator&) { return true; }
 };
 
 // Texels as they are kept: four channels each, encoded as in the file, in blocks of 4 x 4, so that neighbours mostly
@@ -58,7 +59,7 @@ struct TexelLevel
     int width = 0;
     int height = 0;
     std::size_t blocksAcross = 0;
-    std::vector<T, LineAllocator<T>> texels;
+    std::vector<T, TexelAllocator<T>> texels;
 
     TexelLevel(int w, int h)
         : width(w), height(h), blocksAcross((std::size_t(w) + 3) / 4),
