@@ -288,7 +288,11 @@ private:
         if (node.inputs)
         {
             for (const auto& [name, json] : node.inputs->GetMembers())
+            {
+                if (diagnostics_.IsFull())
+                    return;
                 read(name, json);
+            }
         }
         for (const NodePort& port : node.type->ports)
         {
@@ -337,10 +341,20 @@ private:
         }
     }
 
+    bool HasFewElements(const Json& json, const std::string& place)
+    {
+        const std::size_t count = json.Elements().size();
+        if (count > limits_.elements)
+            diagnostics_.Fault(place, fmt::format("{} elements; at most {} are taken", count, limits_.elements));
+        return count <= limits_.elements;
+    }
+
     void ReadElements(DocumentNode& node, const NodePort& port, const Json& json, const std::string& place)
     {
         if (!json.IsArray())
             return diagnostics_.Fault(place, fmt::format("expected an array, got {}", json.Description()));
+        if (!HasFewElements(json, place))
+            return;
         SetCount(node, port, json.Elements().size());
         for (std::size_t i = 0; i < json.Elements().size(); ++i)
         {
@@ -354,6 +368,8 @@ private:
     {
         if (!json.IsArray())
             return diagnostics_.Fault(place, fmt::format("expected an array of objects, got {}", json.Description()));
+        if (!HasFewElements(json, place))
+            return;
         std::vector<std::string> known;
         for (const NodePort& member : port.members)
         {
@@ -544,6 +560,8 @@ private:
             diagnostics_.Fault("outputs", "is empty; a graph has at least one output");
         for (const auto& [name, json] : outputs->GetMembers())
         {
+            if (diagnostics_.IsFull())
+                return;
             const std::string place = Join("outputs", name);
             const NodePort* port = nullptr;
             CorePort link;

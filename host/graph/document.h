@@ -24,6 +24,7 @@ struct GraphLimits
 {
     std::size_t nodes = 100'000;
     std::size_t links = 1'000'000;
+    std::size_t elements = 10'000; // of one input
 };
 
 struct GraphDocument

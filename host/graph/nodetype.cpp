@@ -142,6 +142,12 @@ const NodeType* NodeCatalog::Find(const std::string& name, const DataDictionary&
             diagnostics.Fault(place, fmt::format("a {} cannot be made with these arguments", name));
             return nullptr;
         }
+        constexpr std::size_t kMostPorts = 1'000'000;
+        if (!argumentsKey.empty() && (portsMade_ += type->ports.size()) > kMostPorts)
+        {
+            diagnostics.Fault(place, fmt::format("the nodes' arguments ask for more than {} ports in all", kMostPorts));
+            return nullptr;
+        }
         return core_.emplace(std::pair(name, argumentsKey), std::move(type)).first->second.get();
     }
     const auto found = byName_.find(name);

@@ -108,6 +108,7 @@ private:
 
     std::vector<std::shared_ptr<const NodeType>> described_;
     std::map<std::string, std::vector<const NodeType*>> byName_;
+    std::size_t portsMade_ = 0; // of types with arguments
     // By id and arguments; what no longer is needed stays, the documents hold pointers.
     mutable std::map<std::pair<std::string, std::string>, std::shared_ptr<const NodeType>> core_;
     std::map<std::string, const NodePort*> coreDescriptions_; // `core id` + `.port`

@@ -151,6 +151,16 @@ private:
         return MakeError(error::kIllegalArgument, fmt::format("{}: {}", node.source->name, text));
     }
 
+    // A small document can ask for a vast program: by counts of elements, or by function-valued inputs that each
+    // repeat what is upstream of them.
+    Result CountSlots(const Node& node, UInt& slots) const
+    {
+        slots += static_cast<UInt>(node.PortCount());
+        if (slots > kMaxSlots)
+            return Fault(node, fmt::format("the program has more than {} ports by here", kMaxSlots));
+        return {};
+    }
+
     Result MakeNodes()
     {
         nodes_.resize(graph_.nodes.size());
@@ -161,6 +171,7 @@ private:
             node.source = &graph_.nodes[i];
             program_.nodeNames.push_back(node.source->name);
             VELTO_TRY(MakeGroup(node));
+            VELTO_TRY(CountSlots(node, inputSlots_));
             node.inputs.resize(static_cast<std::size_t>(node.PortCount()));
         }
         conversionNode_ = static_cast<UInt32>(program_.nodeNames.size());
@@ -544,6 +555,7 @@ private:
         call.compute = node.Group().record->compute;
         call.record = node.Group().record;
         call.node = static_cast<UInt32>(index);
+        VELTO_TRY(CountSlots(node, placedSlots_));
         call.slots.resize(static_cast<std::size_t>(node.PortCount()));
         std::vector<UInt32> offsets(call.slots.size(), 0);
         std::vector<FunctionPlan> functions;
@@ -741,6 +753,7 @@ private:
     }
 
     static constexpr int kMaxDepth = 256;
+    static constexpr UInt kMaxSlots = 8'000'000;
 
     const CoreGraph& graph_;
     const CompileOptions& options_;
@@ -751,6 +764,8 @@ private:
     Conversions setupConversions_;
     UInt32 conversionNode_ = 0;
     int depth_ = 0;
+    UInt inputSlots_ = 0;
+    UInt placedSlots_ = 0;
 };
 
 } // namespace

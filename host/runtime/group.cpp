@@ -32,8 +32,10 @@ Result CreatePort(MicroNodeGroup* self, UInt key, const char* name, Int32 flags,
 {
     return Guarded([&]() -> Result {
         HostGroup& group = Host(self);
+        constexpr std::size_t kMostPorts = 20'000;
         VELTO_CHECK_STATE(!group.isFinal);
         VELTO_CHECK_ARGUMENT(name && *name && type);
+        VELTO_CHECK_ARGUMENT(group.ports.size() < kMostPorts);
         VELTO_CHECK_ARGUMENT(flags == port_flags::kInput || flags == port_flags::kOutput);
         GroupPort port;
         port.name = name;
