@@ -297,13 +297,24 @@ private:
         for (const NodePort& port : node.type->ports)
         {
             if (port.input && !given.contains(port.name))
-                GiveDefault(node, port);
+            {
+                if (const Json* const followed = FindFollowed(node, port))
+                    ReadPort(node, port, *followed, Join(place, port.follows), "", "");
+                else
+                    GiveDefault(node, port);
+            }
             for (const std::string& element : NamedElements(node, port))
             {
                 if (!given.contains(port.name + element))
                     Give(node, port, element, DefaultInput(port));
             }
         }
+    }
+
+    // What the document gives the input that a port follows where it has nothing of its own.
+    static const Json* FindFollowed(const DocumentNode& node, const NodePort& port)
+    {
+        return port.follows.empty() || !node.inputs ? nullptr : node.inputs->Find(port.follows);
     }
 
     void ReadInput(DocumentNode& node, const std::string& name, const Json& json, const std::string& place)

@@ -308,6 +308,8 @@ std::string WriteNumber(Float number)
     if (std::isinf(number))
         return number > 0 ? "\"inf\"" : "\"-inf\"";
     char text[32];
+    if (number == 0.0 && std::signbit(number))
+        return "-0.0"; // "-0" would be read as the whole number
     const auto end = std::to_chars(text, text + sizeof(text), number).ptr;
     return std::string(text, end);
 }

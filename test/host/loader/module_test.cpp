@@ -178,7 +178,10 @@ Json DescribeModule()
     std::ostringstream err;
     const cli::ModuleArguments arguments{{VELTO_BUILD_DIR "/modules/shadernodes.module"}, true};
     EXPECT_EQ(cli::kSuccess, cli::Module(arguments, {out, err})) << err.str();
-    return test::Parse(out.str());
+    Json json;
+    Diagnostics diagnostics;
+    EXPECT_TRUE(ReadJson(out.str(), json, diagnostics)); // without loading the module for good
+    return json;
 }
 
 std::vector<std::string> Texts(const Json& list)
@@ -204,6 +207,7 @@ void CheckDescription()
     EXPECT_THAT(units[256], ElementsAre("register"));
     EXPECT_EQ("datadescription_shadernodes", units[0].front());
     EXPECT_EQ("shader", units[0].back());
+    EXPECT_EQ(73u, units[0].size());
     EXPECT_EQ(3u, units.size());
 
     const Json& registries = *json.Find("registries");
@@ -213,6 +217,9 @@ void CheckDescription()
             "net.velto.render.datatype.placement3ddata", "net.velto.datatype.scattercachedbucketdata",
             "net.velto.render.datatype.sortedknotsref", "net.velto.render.datatype.noiseshadertable",
             "net.velto.render.datatype.searchpathstype", "net.velto.render.datatype.bakedimagedata"));
+    EXPECT_EQ(2u, registries.Find(registry::kDescriptionFinalizers.View())->Elements().size());
+    EXPECT_THAT(Texts(*registries.Find(registry::kBuiltinNodes.View())),
+        ElementsAre("net.velto.pattern.node.utility.passthrough"));
     for (const Json& interface : json.Find("interfaces")->Elements())
         EXPECT_EQ(interface.Find("slots")->AsInteger(), interface.Find("bound")->AsInteger()) << interface.Write();
     EXPECT_EQ(
