@@ -161,7 +161,6 @@ static void Placement2d(In<"context", ShadingContext> context, In<"localOffset",
     State<"localLengthCached", Vector2d> cachedLength, State<"localPivotCached", Vector2d> cachedPivot,
     State<"localRotationCached", Float> cachedRotation, State<"localRepetitionsCached", Vector2d> cachedRepetitions)
 {
-    CopyContext(*result, *context);
     const WrapMode wrapModeU = ToWrapMode(*modeU);
     const WrapMode wrapModeV = ToWrapMode(*modeV);
 
@@ -187,20 +186,27 @@ static void Placement2d(In<"context", ShadingContext> context, In<"localOffset",
     const Vector2d y = pdata->Map(uvw);
     const bool inside =
         IsOnArea(*decalU, y.x * pdata->invRepetitions.x) && IsOnArea(*decalV, y.y * pdata->invRepetitions.y);
-    result->uvwValid = inside;
 
     const Wrap wrapU(wrapModeU, repetitions->x, y.x);
     const Wrap wrapV(wrapModeV, repetitions->y, y.y);
-    // Component by component: a vector that goes through memory at full width would wait for its parts.
-    const auto place = [&](const Vector2d& tiles, Vector& to) {
-        to.x = wrapU(tiles.x);
-        to.y = wrapV(tiles.y);
+    const auto place = [&](const Vector2d& tiles) { return Vector2d{wrapU(tiles.x), wrapV(tiles.y)}; };
+    const bool hasFootprint = hasDeltas && inside;
+    const Vector2d centre = place(y);
+    const Vector2d placedU = hasFootprint ? place(pdata->Map(nextU)) : centre;
+    const Vector2d placedV = hasFootprint ? place(pdata->Map(nextV)) : centre;
+
+    // After the arithmetic: by now what the caller wrote into the context has reached memory, and can be copied at full
+    // width.
+    CopyContext(*result, *context);
+    const auto write = [](Vector& to, const Vector2d& from) {
+        to.x = from.x;
+        to.y = from.y;
         to.z = 0.0;
     };
-    const bool hasFootprint = hasDeltas && inside;
-    place(y, result->uvw);
-    place(hasFootprint ? pdata->Map(nextU) : y, result->uvwPlusDeltaU);
-    place(hasFootprint ? pdata->Map(nextV) : y, result->uvwPlusDeltaV);
+    result->uvwValid = inside;
+    write(result->uvw, centre);
+    write(result->uvwPlusDeltaU, placedU);
+    write(result->uvwPlusDeltaV, placedV);
     result->tileModeU = TileModeOf(wrapModeU, *decalU, repetitions->x);
     result->tileModeV = TileModeOf(wrapModeV, *decalV, repetitions->y);
 }
