@@ -198,6 +198,8 @@ private:
             InnerNode inner;
             inner.name = name;
             inner.type = OptionalText(json, "type");
+            if (const Json* const arguments = json.Find("arguments"))
+                ReadArguments(*arguments, place + ".arguments", diagnostics_, inner.arguments);
             const Data* const entry = FindEntry(registry::kCoreNodes.View(), inner.type);
             const CoreNodeFactory* const factory = entry ? entry->As<CoreNodeFactory>() : nullptr;
             Ref<MicroNodeGroup> group;

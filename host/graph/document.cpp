@@ -242,7 +242,7 @@ private:
                 core.name = node.name;
                 core.type = inner.type;
                 core.forwarded = inner.forwarded;
-                core.arguments = node.arguments;
+                core.arguments = node.arguments ? node.arguments : inner.arguments;
                 document_.graph.nodes.push_back(std::move(core));
             }
             for (std::size_t i = 0; i < node.type->inner.size(); ++i)

@@ -57,6 +57,7 @@ struct InnerNode
     std::string name; // in the description; empty for a core node that stands for itself
     std::string type; // core node id, or `kForwardNode`
     Ref<const DataType> forwarded;
+    DataDictionary arguments; // that the description gives where the document gives none
     struct Given
     {
         std::string port;

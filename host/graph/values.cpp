@@ -6,6 +6,7 @@
 #include "host/text/interned.h"
 #include "host/text/string.h"
 #include "host/text/url.h"
+#include "velto/bakedimagedata.h"
 #include "velto/porttypes.h"
 
 #include <fmt/format.h>
@@ -407,6 +408,13 @@ Json WriteValue(const DataType* type, const void* value)
         return codec->write(value);
     Json json = Json::Object();
     json.Add("type", type->id.View());
+    using pattern::twod::BakedImageDataRef;
+    if (type->id == DataTypeTraits<BakedImageDataRef>::kId)
+    {
+        const auto& raster = *static_cast<const BakedImageDataRef*>(value);
+        json.Add("width", Int(raster ? raster->width : 0));
+        json.Add("height", Int(raster ? raster->height : 0));
+    }
     return json;
 }
 

@@ -211,9 +211,12 @@ Result Module::WalkRecord(Record& record)
             *static_cast<InternedId*>(declaration.imported) = Intern(record.id.View());
             break;
         }
-        done_.reserve(done_.size() + 1); // so that nothing is published that cannot be withdrawn
-        VELTO_TRY(declaration.registerEntry(&declaration));
-        done_.push_back(&record);
+        done_.push_back(&record); // ahead, so that nothing is published that cannot be withdrawn
+        if (Result registered = declaration.registerEntry(&declaration); registered.IsError())
+        {
+            done_.pop_back();
+            return registered;
+        }
         break;
     }
     case RecordKind::Step:

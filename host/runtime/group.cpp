@@ -54,6 +54,7 @@ Result CreatePort(MicroNodeGroup* self, UInt key, const char* name, Int32 flags,
             return MakeError(error::kIllegalArgument,
                 fmt::format("The node {} declares the port {} twice.", group.id.View(), port.name));
         group.ports.push_back(std::move(port));
+        group.places.emplace(group.ports.back().name, group.ports.size() - 1);
         return {};
     });
 }
@@ -164,9 +165,8 @@ HostGroup::~HostGroup()
 
 const GroupPort* HostGroup::FindPort(std::string_view name) const
 {
-    const auto found =
-        std::find_if(ports.begin(), ports.end(), [name](const GroupPort& port) { return port.name == name; });
-    return found == ports.end() ? nullptr : &*found;
+    const auto found = places.find(std::string(name));
+    return found == places.end() ? nullptr : &ports[found->second];
 }
 
 Result Optimize(const HostGroup& group, const OptimizeRequest& request, Optimization& answer)

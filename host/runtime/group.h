@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace velto
@@ -42,7 +43,8 @@ struct HostGroup : MicroNodeGroup
     const GroupPort* FindPort(std::string_view name) const;
 
     Id id;
-    std::vector<GroupPort> ports; // in order of declaration
+    std::vector<GroupPort> ports;                        // in order of declaration
+    std::unordered_map<std::string, std::size_t> places; // of the ports, by name
     MicroNode* record = nullptr;
     bool hasSideEffect = false;
     bool isFinal = false;

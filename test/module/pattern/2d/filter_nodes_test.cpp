@@ -26,16 +26,18 @@ std::string Filter(std::string_view type, std::string_view inputs, std::string_v
     const std::string id = fmt::format("net.velto.pattern.corenode.2d.{}", type);
     std::string nodes = R"("tiles": {"type": "net.velto.pattern.corenode.generator.checkerboard",
         "inputs": {"color1": [1, 2, 4, 0.5], "color2": [0, 0, 0, 0]}})";
+    std::string outputs = R"("result": "filter.result")";
     std::string all = fmt::format(R"("color": {{"from": "tiles.result"}}, {})", inputs);
     if (!preInputs.empty())
     {
         nodes += fmt::format(
             R"(, "pre": {{"type": "{}pre", "inputs": {{"color": {{"from": "tiles.result"}}, {}}}}})", id, preInputs);
         all += R"(, "imageData": {"from": "pre.imageData"})";
+        outputs += R"(, "raster": "pre.imageData")";
     }
     return fmt::format(R"({{"version": 1, "nodes": {{{}, "filter": {{"type": "{}", "inputs": {{{}}}}}}},
-        "outputs": {{"result": "filter.result"}}}})",
-        nodes, id, all);
+        "outputs": {{{}}}}})",
+        nodes, id, all, outputs);
 }
 
 std::string At(Float u, Float v, std::string_view more = "")
@@ -124,6 +126,8 @@ TEST(Cache, LooksUpWithWrapping)
     ExpectShare(cached("nearest", 0.7, 2.3), 0.0);
     ExpectShare(cached("linear", 0.0, 0.25), 0.5);
     ExpectShare(cached("linear", 0.375, 0.25), 0.75);
+    EXPECT_TRUE(AreEqual(Parse(Output(cached("linear", 0.0, 0.0), "raster")),
+        Parse(R"({"type": "net.velto.render.datatype.bakedimagedataref", "width": 2, "height": 2})")));
     ExpectResult(EvalJson(Filter("cache", R"("interpolation": "linear")")), "[0, 0, 0, 1]");
 }
 

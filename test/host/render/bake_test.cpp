@@ -1,0 +1,349 @@
+#include "host/render/bake.h"
+
+#include "test/support/probe.h"
+
+#include <OpenImageIO/imageio.h>
+#include <fmt/format.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace velto::test
+{
+
+namespace
+{
+
+using host::BakeOptions;
+
+constexpr std::string_view kBoard = R"({"version": 1, "nodes": {
+    "place": {"type": "placement2d", "inputs": {"localRepetitions": [3.7, 2.9], "localModeU": "repeat", "localModeV": "mirror"}},
+    "lit": {"type": "exposure", "inputs": {"color": [0.2, 0.4, 0.8, 0.5], "exposure": 1}},
+    "board": {"type": "checkerboard", "inputs": {"contextLocal": {"from": "place.result"}, "color1": [1, 0.5, 0.25, 1],
+        "color2": {"from": "lit.result"}}}},
+    "outputs": {"color": "board.result"}})";
+
+// The coordinate of the sample as a colour: r = u.
+constexpr std::string_view kRamp = R"({"version": 1, "nodes": {
+    "u": {"type": "net.velto.test.coordinate"},
+    "n": {"type": "net.velto.test.keep.colora", "inputs": {"x": {"from": "u.result"}}}},
+    "outputs": {"color": "n.result", "number": "u.result"}})";
+
+struct PixelImage
+{
+    int width = 0;
+    int height = 0;
+    int channels = 0;
+    OIIO::TypeDesc type;
+    std::vector<float> values;
+
+    const float* At(int x, int y) const { return &values[(static_cast<std::size_t>(y) * width + x) * channels]; }
+};
+
+class BakeTest : public ::testing::Test
+{
+protected:
+    BakeTest()
+    {
+        TheProbe();
+        std::filesystem::remove_all(folder_);
+        std::filesystem::create_directories(folder_);
+    }
+    ~BakeTest() override { std::filesystem::remove_all(folder_); }
+
+    std::string File(const std::string& name) const { return (folder_ / name).string(); }
+
+    static Result Bake(
+        std::string_view document, const std::string& file, const BakeOptions& options, std::size_t output = 0)
+    {
+        host::Graph graph;
+        EXPECT_TRUE(Load(document, graph));
+        host::BakeStatistics statistics;
+        return host::Bake(graph, {{output, file}}, options, statistics);
+    }
+
+    static std::string Bytes(const std::string& file)
+    {
+        std::ifstream in(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    static PixelImage Read(const std::string& file)
+    {
+        PixelImage image;
+        OIIO::ImageSpec asIs;
+        asIs.attribute("oiio:UnassociatedAlpha", 1);
+        const auto input = OIIO::ImageInput::open(file, &asIs);
+        EXPECT_TRUE(input) << file;
+        if (!input)
+            return image;
+        const OIIO::ImageSpec& spec = input->spec();
+        image.width = spec.width;
+        image.height = spec.height;
+        image.channels = spec.nchannels;
+        image.type = spec.format;
+        image.values.resize(spec.image_pixels() * spec.nchannels);
+        EXPECT_TRUE(input->read_image(OIIO::TypeDesc::FLOAT, image.values.data()));
+        return image;
+    }
+
+    std::vector<std::string> FolderContents() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_))
+            names.push_back(entry.path().filename().string());
+        return names;
+    }
+
+    static BakeOptions Size(int width, int height)
+    {
+        BakeOptions options;
+        options.width = width;
+        options.height = height;
+        return options;
+    }
+
+    std::filesystem::path folder_ =
+        std::filesystem::path(::testing::TempDir()) / fmt::format("velto_bake_{}", ::getpid());
+};
+
+using BakeThreads = BakeTest;
+
+TEST_F(BakeThreads, GiveTheSameBytesAsOne)
+{
+    // The pre node's table and the counter are what could depend on threads.
+    const std::string document = R"({"version": 1, "nodes": {
+        "place": {"type": "placement2d", "inputs": {"localRepetitions": [5, 4], "localRotation": 0.3, "localModeU": "repeat", "localModeV": "repeat"}},
+        "noise": {"type": "noise", "inputs": {"contextlocal": {"from": "place.result"}}},
+        "board": {"type": "checkerboard", "inputs": {"contextLocal": {"from": "place.result"}, "color1": {"from": "noise.result"}}}},
+        "outputs": {"color": "board.result"}})";
+    BakeOptions options = Size(301, 257);
+    options.supersample = 2;
+    std::string one;
+    for (const int threads : {1, 2, 4, 7})
+    {
+        options.threads = threads;
+        const std::string file = File(fmt::format("{}.png", threads));
+        ASSERT_TRUE(Bake(document, file, options).IsOk());
+        const std::string bytes = Bytes(file);
+        one = one.empty() ? bytes : one;
+        EXPECT_TRUE(!bytes.empty() && bytes == one) << threads;
+    }
+}
+
+TEST_F(BakeTest, CropsEqualTheWhole)
+{
+    BakeOptions options = Size(200, 150);
+    ASSERT_TRUE(Bake(kBoard, File("whole.exr"), options).IsOk());
+    const PixelImage whole = Read(File("whole.exr"));
+    for (const host::BakeWindow& window :
+        {host::BakeWindow{0, 0, 200, 150}, {13, 17, 91, 70}, {199, 149, 1, 1}, {0, 149, 200, 1}})
+    {
+        options.window = window;
+        ASSERT_TRUE(Bake(kBoard, File("crop.exr"), options).IsOk());
+        const PixelImage crop = Read(File("crop.exr"));
+        ASSERT_EQ(window.width, crop.width);
+        ASSERT_EQ(window.height, crop.height);
+        for (int y = 0; y < crop.height; ++y)
+            ASSERT_TRUE(
+                std::equal(crop.At(0, y), crop.At(0, y) + crop.width * crop.channels, whole.At(window.x, window.y + y)))
+                << y;
+    }
+    options.window = {150, 0, 51, 10};
+    EXPECT_TRUE(Bake(kBoard, File("crop.exr"), options).IsError());
+}
+
+// Pixel (x, y) is sampled in its middle; v counts from the top row.
+TEST_F(BakeTest, SamplesAreInTheMiddleOfPixels)
+{
+    const std::string document = R"({"version": 1, "nodes": {
+        "split": {"type": "net.velto.test.coordinate"}}, "outputs": {"u": "split.result"}})";
+    BakeOptions options = Size(4, 2);
+    options.depth = host::PixelDepth::Float;
+    ASSERT_TRUE(Bake(document, File("u.exr"), options).IsOk());
+    const PixelImage image = Read(File("u.exr"));
+    ASSERT_EQ(1, image.channels);
+    EXPECT_EQ((std::vector<float>{0.125f, 0.375f, 0.625f, 0.875f, 0.125f, 0.375f, 0.625f, 0.875f}), image.values);
+
+    ShadingContext context;
+    ASSERT_TRUE(host::FillContext(options, 2.5, 0.5, context));
+    EXPECT_EQ((Vector{0.625, 0.25, 0.0}), context.uvw);
+    EXPECT_EQ((Vector{0.875, 0.25, 0.0}), context.uvwPlusDeltaU);
+    EXPECT_EQ((Vector{0.625, 0.75, 0.0}), context.uvwPlusDeltaV);
+    EXPECT_EQ(context.uvw, context.samplePosition);
+    EXPECT_EQ((Vector{0.0, 0.0, 1.0}), context.shadingNormal);
+    EXPECT_EQ((Vector{0.0, 0.0, -1.0}), context.rayDirection);
+    EXPECT_EQ((Vector{0.625, 0.25, 1.0}), context.rayOrigin);
+    EXPECT_EQ(2, context.pixel[0]);
+    EXPECT_EQ((Vector2d{0.5, 0.5}), context.subpixel);
+}
+
+TEST_F(BakeTest, SupersamplesAreTheMeanOfAPixel)
+{
+    // A node that counts its samples: 3 x 3 in each of two pixels.
+    BakeOptions options = Size(2, 1);
+    options.supersample = 3;
+    options.depth = host::PixelDepth::Float;
+    host::Graph graph;
+    ASSERT_TRUE(Load(kRamp, graph));
+    host::BakeStatistics statistics;
+    ASSERT_TRUE(host::Bake(graph, {{1, File("u.exr")}}, options, statistics).IsOk());
+    const PixelImage image = Read(File("u.exr"));
+    EXPECT_FLOAT_EQ(0.25f, image.values[0]);
+    EXPECT_FLOAT_EQ(0.75f, image.values[1]);
+    EXPECT_EQ(18u, statistics.samples);
+}
+
+struct FormatRow
+{
+    std::string suffix;
+    host::PixelDepth depth;
+    host::BakeColorSpace space;
+    OIIO::TypeDesc::BASETYPE type;
+    int channels;
+    float middle; // of the red channel where u is 0.5
+    float tolerance;
+};
+
+class BakeFormat : public BakeTest, public ::testing::WithParamInterface<FormatRow>
+{
+};
+
+TEST_P(BakeFormat, HoldsTheValuesAsStated)
+{
+    const FormatRow& row = GetParam();
+    BakeOptions options = Size(9, 3);
+    options.depth = row.depth;
+    options.colorSpace = row.space;
+    const std::string file = File("picture." + row.suffix);
+    const Result baked = Bake(kRamp, file, options);
+    ASSERT_TRUE(baked.IsOk()) << baked.Message();
+    const PixelImage image = Read(file);
+    EXPECT_EQ(OIIO::TypeDesc(row.type), image.type);
+    ASSERT_EQ(row.channels, image.channels);
+    EXPECT_NEAR(row.middle, image.At(4, 1)[0], row.tolerance);
+    if (row.channels == 4)
+        EXPECT_EQ(1.0f, image.At(4, 1)[3]);
+    EXPECT_EQ(1u, FolderContents().size());
+}
+
+constexpr float kSrgbMiddle = 0.7353569f; // of 0.5
+
+INSTANTIATE_TEST_SUITE_P(Table, BakeFormat,
+    ::testing::ValuesIn(std::vector<FormatRow>{
+        {"png", host::PixelDepth::Default, host::BakeColorSpace::Default, OIIO::TypeDesc::UINT8, 4, kSrgbMiddle,
+            0.5f / 255},
+        {"png", host::PixelDepth::UInt16, host::BakeColorSpace::Default, OIIO::TypeDesc::UINT16, 4, kSrgbMiddle,
+            0.5f / 65535},
+        {"png", host::PixelDepth::Default, host::BakeColorSpace::Linear, OIIO::TypeDesc::UINT8, 4, 0.5f, 0.51f / 255},
+        {"tif", host::PixelDepth::Float, host::BakeColorSpace::Default, OIIO::TypeDesc::FLOAT, 4, 0.5f, 0.0f},
+        {"tif", host::PixelDepth::Float, host::BakeColorSpace::Srgb, OIIO::TypeDesc::FLOAT, 4, kSrgbMiddle, 1e-6f},
+        {"exr", host::PixelDepth::Default, host::BakeColorSpace::Default, OIIO::TypeDesc::HALF, 4, 0.5f, 0.0f},
+        {"exr", host::PixelDepth::Float, host::BakeColorSpace::Default, OIIO::TypeDesc::FLOAT, 4, 0.5f, 0.0f},
+        {"hdr", host::PixelDepth::Default, host::BakeColorSpace::Default, OIIO::TypeDesc::FLOAT, 3, 0.5f, 0.005f},
+        {"jpg", host::PixelDepth::Default, host::BakeColorSpace::Default, OIIO::TypeDesc::UINT8, 3, kSrgbMiddle, 0.03f},
+        {"tga", host::PixelDepth::Default, host::BakeColorSpace::Default, OIIO::TypeDesc::UINT8, 4, kSrgbMiddle,
+            0.5f / 255},
+    }),
+    [](const auto& info) { return fmt::format("{}_{}", info.param.suffix, info.index); });
+
+// Channels are neither multiplied nor divided by alpha.
+TEST_F(BakeTest, ColoursAreWrittenAsTheyAreWhateverTheirAlpha)
+{
+    const std::string document = R"({"version": 1, "nodes": {
+        "n": {"type": "net.velto.test.keep.colora", "inputs": {"x": [0.5, 2, -1, 0.25]}}}, "outputs": {"color": "n.result"}})";
+    BakeOptions options = Size(1, 1);
+    options.depth = host::PixelDepth::Float;
+    for (const char* const name : {"a.exr", "a.tif"})
+    {
+        ASSERT_TRUE(Bake(document, File(name), options).IsOk());
+        EXPECT_EQ((std::vector<float>{0.5f, 2.0f, -1.0f, 0.25f}), Read(File(name)).values) << name;
+    }
+    options.depth = host::PixelDepth::Default;
+    options.colorSpace = host::BakeColorSpace::Linear;
+    ASSERT_TRUE(Bake(document, File("a.png"), options).IsOk());
+    const PixelImage png = Read(File("a.png"));
+    EXPECT_NEAR(0.5f, png.values[0], 0.51f / 255);
+    EXPECT_EQ(1.0f, png.values[1]);
+    EXPECT_EQ(0.0f, png.values[2]);
+    EXPECT_NEAR(0.25f, png.values[3], 0.51f / 255);
+}
+
+TEST_F(BakeTest, SphereHasTrueNormalsAndIsTransparentOutside)
+{
+    BakeOptions options = Size(64, 64);
+    options.shape = host::BakeShape::Sphere;
+    options.depth = host::PixelDepth::Float;
+    ASSERT_TRUE(Bake(kRamp, File("sphere.exr"), options).IsOk());
+    const PixelImage image = Read(File("sphere.exr"));
+    EXPECT_EQ(0.0f, image.At(0, 0)[3]);
+    EXPECT_EQ(1.0f, image.At(32, 32)[3]);
+
+    for (const auto& [x, y] : {std::pair(32.5, 32.5), {10.0, 40.0}, {50.5, 20.5}, {32.0, 0.5}, {63.5, 32.0}})
+    {
+        ShadingContext context;
+        ASSERT_TRUE(host::FillContext(options, x, y, context)) << x << " " << y;
+        const Vector& n = context.shadingNormal;
+        EXPECT_NEAR(1.0, Dot(n, n), 1e-12);
+        EXPECT_NEAR(0.0, Dot(n, context.tangent), 1e-12);
+        EXPECT_NEAR(0.0, Dot(n, context.bitangent), 1e-12);
+        EXPECT_NEAR(1.0, Dot(context.bitangent, context.bitangent), 1e-12);
+        EXPECT_EQ(n, context.samplePosition);
+        EXPECT_LE(context.bitangent.y, 0.0); // v grows downwards
+        EXPECT_GE(n.z, 0.0);
+        // The neighbours lie on the sphere, too.
+        EXPECT_NEAR(1.0, Dot(context.samplePositionPlusDeltaU, context.samplePositionPlusDeltaU), 1e-9);
+        EXPECT_NEAR(1.0, Dot(context.samplePositionPlusDeltaV, context.samplePositionPlusDeltaV), 1e-9);
+    }
+    ShadingContext middle;
+    ASSERT_TRUE(host::FillContext(options, 32.0, 32.0, middle));
+    EXPECT_EQ((Vector{0.5, 0.5, 0.0}), middle.uvw);
+    EXPECT_FALSE(host::FillContext(options, 1.0, 1.0, middle));
+}
+
+// Whatever goes wrong: no partial file, and what was there stays.
+TEST_F(BakeTest, FailuresLeaveTheFolderAsItWas)
+{
+    const std::string file = File("kept.png");
+    std::ofstream(file) << "kept";
+    const auto isAsItWas = [&] { return Bytes(file) == "kept" && FolderContents().size() == 1; };
+    BakeOptions options = Size(2000, 700);
+
+    const std::string failing = R"({"version": 1, "nodes": {
+        "u": {"type": "net.velto.test.coordinate"}, "n": {"type": "net.velto.test.fail", "inputs": {"fail": {"from": "u.result"}}}},
+        "outputs": {"o": "n.result"}})";
+    const Result failed = Bake(failing, file, options);
+    EXPECT_EQ("net.velto.error.illegalstate", failed.Kind());
+    EXPECT_TRUE(failed.Message().starts_with("nodes.n: Illegal state: Condition !fail not fulfilled."))
+        << failed.Message();
+    EXPECT_TRUE(isAsItWas());
+
+    std::atomic<bool> stop = false;
+    options.stop = &stop;
+    options.progress = [&](const host::BakeProgress& progress) { stop = progress.share > 0.2; };
+    EXPECT_EQ("interrupted", Bake(kBoard, file, options).Message());
+    EXPECT_TRUE(isAsItWas());
+    options.progress = {};
+    options.stop = nullptr;
+
+    EXPECT_TRUE(Bake(kBoard, File("picture.nosuchformat"), options).IsError());
+    EXPECT_TRUE(Bake(kBoard, File("nosuchfolder/picture.png"), options).IsError());
+    options.depth = host::PixelDepth::Half;
+    EXPECT_TRUE(Bake(kBoard, file, options).IsError()); // no such pixels in this format
+    options.depth = host::PixelDepth::Default;
+    EXPECT_TRUE(
+        Bake(R"({"version": 1, "nodes": {"n": {"type": "net.velto.test.keep.string"}}, "outputs": {"o": "n.result"}})",
+            file, options)
+            .IsError());
+    EXPECT_TRUE(isAsItWas());
+
+    ASSERT_TRUE(Bake(kBoard, file, options).IsOk());
+    EXPECT_EQ(2000, Read(file).width);
+    EXPECT_EQ(1u, FolderContents().size());
+}
+
+} // namespace
+
+} // namespace velto::test
