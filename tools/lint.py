@@ -43,9 +43,9 @@ def check_text():
                 fault(f"{name(path)}:{number}", "a tab")
             if line != line.rstrip():
                 fault(f"{name(path)}:{number}", "a space at the end")
-            # Texts are not broken.
-            if len(line) > 120 and path.suffix not in (".md", ".json") and '"' not in line:
-                fault(f"{name(path)}:{number}", f"{len(line)} columns, at most 120")
+            # Texts are not broken, nor is what continues a macro moved.
+            if len(line.rstrip("\\ ")) > 120 and path.suffix not in (".md", ".json") and '"' not in line:
+                fault(f"{name(path)}:{number}", "more than 120 columns")
 
 
 def includes(path):

@@ -21,9 +21,9 @@ static std::string Document(std::string_view inputs, int count, std::string_view
 }
 
 // Items as they come, of a size that the test gives.
-#define PLAIN                                                                                                             \
-    R"("perItemRotation": 0, "perItemRandomRotation": 0, "perItemRandomScale": [0, 0], "perItemRandomScaleUniform": 0, )" \
-    R"("perItemUniformScale": false, )"
+#define PLAIN                                                                                                          \
+    R"("perItemRotation": 0, "perItemRandomRotation": 0, "perItemRandomScale": [0, 0], )"                              \
+    R"("perItemRandomScaleUniform": 0, "perItemUniformScale": false, )"
 
 static std::string Grid(int size)
 {

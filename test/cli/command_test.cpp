@@ -1,0 +1,219 @@
+// The command as users run it: exit statuses, what goes where.
+#include "test/support/eval.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+namespace velto::test
+{
+
+namespace
+{
+
+using host::Json;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+struct Ran
+{
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+class CommandTest : public ::testing::Test
+{
+protected:
+    CommandTest()
+    {
+        std::filesystem::create_directories(folder_);
+        Write("good.json", R"({"version": 1, "nodes": {"n": {"type": "contrast", "inputs": {"color": [0.25, 0.5, 1, 1]}}},
+            "outputs": {"color": "n.result"}})");
+        Write("failing.json", R"({"version": 1, "nodes": {"n": {"type": "net.velto.pattern.corenode.generator.checkerboard"}},
+            "outputs": {"color": "n.result"}})");
+        Write("two.json", R"({"version": 1, "nodes": {"n": {"type": "contrast"}, "m": {"type": "contrast"}},
+            "outputs": {"a": "n.result", "b": "m.result"}})");
+        Write("wrong.json", R"({"version": 1, "nodes": {"n": {"type": "contrst"}, "m": {"type": "contrast", "inputs": {"colr": 1}}},
+            "outputs": {"color": "n.result"}})");
+        Write("warns.json", R"({"version": 1, "nodes": {"n": {"type": "placement2d", "inputs": {"localModeU": "reapeat"}}},
+            "outputs": {"o": "n.result"}})");
+        Write("broken.json", "{\"version\": \xff}");
+        Write("brackets.json", std::string(100'000, '['));
+        Write("samples.json", R"([{}, {"uvw": [1, 0]}])");
+    }
+    ~CommandTest() override { std::filesystem::remove_all(folder_); }
+
+    void Write(const std::string& name, const std::string& text) const { std::ofstream(folder_ / name) << text; }
+
+    std::string ReadAll(const std::string& name) const
+    {
+        std::ifstream in(folder_ / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    // In the test's folder.
+    Ran Run(const std::string& arguments) const
+    {
+        const std::string command = fmt::format(
+            "cd {} && {} {} >out.txt 2>err.txt </dev/null", folder_.string(), VELTO_BUILD_DIR "/velto", arguments);
+        const int status = std::system(command.c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll("out.txt"), ReadAll("err.txt")};
+    }
+
+    std::filesystem::path folder_ =
+        std::filesystem::path(::testing::TempDir()) / fmt::format("velto_command_{}", ::getpid());
+};
+
+TEST_F(CommandTest, ExitStatusesAndDiagnostics)
+{
+    struct Row
+    {
+        std::string arguments;
+        int status;
+        std::string err; // part of it; empty: there is none
+    };
+    const std::vector<Row> rows{
+        {"--version", 0, ""},
+        {"--help", 0, ""},
+        {"bake --help", 0, ""},
+        {"", 2, "velto: error: "},
+        {"paint", 2, "velto: error: "},
+        {"bake good.json", 2, "-o"},
+        {"bake good.json -o x.png --size 0", 2, "--size 0: expected N or WxH"},
+        {"bake good.json -o x.png --size 40000", 2, "--size 40000"},
+        {"bake good.json -o x.png --crop 1,1,2x", 2, "--crop 1,1,2x: expected X,Y,WxH"},
+        {"bake good.json -o x.png --size 8 --crop 4,4,5x1", 2, "is not inside 8x8"},
+        {"bake good.json -o x.png --frames 3-1", 2, "--frames 3-1"},
+        {"bake good.json -o x.png --frames 1-3", 2, "{frame}"},
+        {"bake good.json -o x#.png --frame 1 --frames 1-3", 2, "velto: error: "},
+        {"bake good.json -o x.png --depth int", 2, "--depth int: expected one of"},
+        {"bake good.json -o x.png --supersample 0", 2, "velto: error: "},
+        {"bake good.json -o x.png --render-mode 3", 2, "velto: error: "},
+        {"bake good.json -o x.png --output colour", 2, "did you mean \"color\"?"},
+        {"bake good.json -o x.png --set n.colour=1", 2, "did you mean \"color\"?"},
+        {"bake good.json -o x.png --set n", 2, "expected NODE.PORT=VALUE"},
+        {"bake two.json -o x.png", 2, "{output}"},
+        {"bake nosuch.json -o x.png", 2, "nosuch.json: cannot be read"},
+        {"bake . -o x.png", 2, "velto: error: .: "},
+        {"bake wrong.json -o x.png", 2, "wrong.json: nodes.n.type: "},
+        {"bake broken.json -o x.png", 2, "broken.json: version: not JSON"},
+        {"bake brackets.json -o x.png", 2, "nested more than 256 deep"},
+        {"bake good.json -o nosuch/x.png --size 8", 1, "nosuch/x.png cannot be written"},
+        {"bake good.json -o x.nosuch --size 8", 1, "x.nosuch"},
+        {"bake failing.json -o x.png --size 8", 1, "nodes.n: "},
+        {"bake good.json -o x.png --size 8", 0, ""},
+        {"bake two.json -o {output}.png --size 8", 0, ""},
+        {"check good.json", 0, ""},
+        {"check wrong.json", 2, "nodes.m.inputs.colr"},
+        {"check warns.json", 0, "velto: warning: warns.json: nodes.n.inputs.localModeU: "},
+        {"eval good.json", 0, ""},
+        {"eval failing.json", 1, ""},
+        {"eval good.json --samples samples.json", 2, "samples.json: [1].uvw: expected 3 numbers, got 2"},
+        {"nodes", 0, ""},
+        {"nodes contrst", 2, "did you mean \"contrast\"?"},
+        {"nodes contrast --module nosuch.module", 1, "nosuch.module"},
+        {"module", 0, ""},
+    };
+    for (const Row& row : rows)
+    {
+        const Ran ran = Run(row.arguments);
+        EXPECT_EQ(row.status, ran.status) << row.arguments << "\n" << ran.err;
+        if (row.err.empty())
+            EXPECT_EQ("", ran.err) << row.arguments;
+        else
+        {
+            EXPECT_THAT(ran.err, StartsWith("velto: ")) << row.arguments;
+            EXPECT_THAT(ran.err, HasSubstr(row.err)) << row.arguments;
+            EXPECT_THAT(ran.err, EndsWith("\n"));
+        }
+        if (row.status == 2)
+            EXPECT_EQ("", ran.out) << row.arguments;
+        EXPECT_LT(ran.err.size(), 1000u) << row.arguments;
+    }
+    // What failed left nothing; what worked did.
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "x.png"));
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "b.png"));
+    for (const auto& entry : std::filesystem::directory_iterator(folder_))
+        EXPECT_THAT(entry.path().filename().string(), ::testing::Not(HasSubstr(".part")));
+}
+
+TEST_F(CommandTest, CheckReportsEveryFault)
+{
+    const Ran ran = Run("check wrong.json");
+    EXPECT_EQ("velto: error: wrong.json: nodes.n.type: there is no node type \"contrst\"; did you mean \"contrast\"?\n"
+              "velto: error: wrong.json: nodes.m.inputs.colr: there is no such input; did you mean \"color\"?\n",
+        ran.err);
+}
+
+TEST_F(CommandTest, EvalPrintsNothingButJson)
+{
+    const Ran ran = Run("eval good.json --counts --set n.contrast=-1");
+    EXPECT_EQ(R"({"results": [{"outputs": {"color": [0.5, 0.5, 0.5, 1]}, "evaluations": {"n": 1}}]})",
+        Parse(ran.out).Write());
+    const Json failed = Parse(Run("eval failing.json").out);
+    EXPECT_EQ("net.velto.error.nullptr", Output(failed, "color"));
+}
+
+TEST_F(CommandTest, FramesAreNumberedAndTimed)
+{
+    EXPECT_EQ(0, Run("bake good.json -o f.##.png --size 4 --frames 8-10").status);
+    for (const char* const name : {"f.08.png", "f.09.png", "f.10.png"})
+        EXPECT_TRUE(std::filesystem::exists(folder_ / name)) << name;
+}
+
+// A full device that takes the result is a failure, not a success with nothing.
+TEST_F(CommandTest, OutputThatCannotBeWrittenFails)
+{
+    if (!std::filesystem::exists("/dev/full"))
+        GTEST_SKIP();
+    const int status = std::system(VELTO_BUILD_DIR "/velto nodes --json > /dev/full 2>/dev/null");
+    EXPECT_EQ(1, WEXITSTATUS(status));
+}
+
+TEST_F(CommandTest, AnInterruptLeavesNoPartialFileAndKeepsTheOldOne)
+{
+    Write("kept.exr", "kept");
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0)
+    {
+        if (chdir(folder_.c_str()) == 0 && std::freopen("err.txt", "w", stderr))
+            execl(VELTO_BUILD_DIR "/velto", "velto", "bake", "good.json", "-o", "kept.exr", "--size", "32768", nullptr);
+        _exit(127);
+    }
+    // Once it writes.
+    const auto isWriting = [&]
+    {
+        for (const auto& entry : std::filesystem::directory_iterator(folder_))
+        {
+            if (entry.path().string().find(".part") != std::string::npos)
+                return true;
+        }
+        return false;
+    };
+    for (int i = 0; i < 500 && !isWriting(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_TRUE(isWriting());
+    kill(child, SIGINT);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+    EXPECT_EQ("velto: error: interrupted\n", ReadAll("err.txt"));
+    EXPECT_FALSE(isWriting());
+    EXPECT_EQ("kept", ReadAll("kept.exr"));
+}
+
+} // namespace
+
+} // namespace velto::test
