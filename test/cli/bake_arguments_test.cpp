@@ -51,7 +51,8 @@ TEST(BakeArguments, Frames)
     EXPECT_TRUE(first == -4 && last == -2);
     EXPECT_TRUE(ParseFrames("7-7", first, last));
     EXPECT_TRUE(ParseFrames("1-1000000", first, last));
-    for (const char* const wrong : {"", "3", "3-", "-3", "12-3", "3-12-14", "a-b", "1-1000001", "-2147483648-2147483647"})
+    for (const char* const wrong :
+        {"", "3", "3-", "-3", "12-3", "3-12-14", "a-b", "1-1000001", "-2147483648-2147483647"})
         EXPECT_FALSE(ParseFrames(wrong, first, last)) << wrong;
 }
 

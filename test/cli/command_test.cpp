@@ -38,15 +38,19 @@ protected:
     CommandTest()
     {
         std::filesystem::create_directories(folder_);
-        Write("good.json", R"({"version": 1, "nodes": {"n": {"type": "contrast", "inputs": {"color": [0.25, 0.5, 1, 1]}}},
+        Write(
+            "good.json", R"({"version": 1, "nodes": {"n": {"type": "contrast", "inputs": {"color": [0.25, 0.5, 1, 1]}}},
             "outputs": {"color": "n.result"}})");
-        Write("failing.json", R"({"version": 1, "nodes": {"n": {"type": "net.velto.pattern.corenode.generator.checkerboard"}},
+        Write("failing.json",
+            R"({"version": 1, "nodes": {"n": {"type": "net.velto.pattern.corenode.generator.checkerboard"}},
             "outputs": {"color": "n.result"}})");
         Write("two.json", R"({"version": 1, "nodes": {"n": {"type": "contrast"}, "m": {"type": "contrast"}},
             "outputs": {"a": "n.result", "b": "m.result"}})");
-        Write("wrong.json", R"({"version": 1, "nodes": {"n": {"type": "contrst"}, "m": {"type": "contrast", "inputs": {"colr": 1}}},
+        Write("wrong.json",
+            R"({"version": 1, "nodes": {"n": {"type": "contrst"}, "m": {"type": "contrast", "inputs": {"colr": 1}}},
             "outputs": {"color": "n.result"}})");
-        Write("warns.json", R"({"version": 1, "nodes": {"n": {"type": "placement2d", "inputs": {"localModeU": "reapeat"}}},
+        Write("warns.json",
+            R"({"version": 1, "nodes": {"n": {"type": "placement2d", "inputs": {"localModeU": "reapeat"}}},
             "outputs": {"o": "n.result"}})");
         Write("broken.json", "{\"version\": \xff}");
         Write("brackets.json", std::string(100'000, '['));
@@ -193,8 +197,7 @@ TEST_F(CommandTest, AnInterruptLeavesNoPartialFileAndKeepsTheOldOne)
         _exit(127);
     }
     // Once it writes.
-    const auto isWriting = [&]
-    {
+    const auto isWriting = [&] {
         for (const auto& entry : std::filesystem::directory_iterator(folder_))
         {
             if (entry.path().string().find(".part") != std::string::npos)

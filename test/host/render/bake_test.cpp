@@ -85,7 +85,7 @@ protected:
         image.channels = spec.nchannels;
         image.type = spec.format;
         image.values.resize(spec.image_pixels() * spec.nchannels);
-        EXPECT_TRUE(input->read_image(OIIO::TypeDesc::FLOAT, image.values.data()));
+        EXPECT_TRUE(input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, image.values.data()));
         return image;
     }
 
@@ -225,7 +225,9 @@ TEST_P(BakeFormat, HoldsTheValuesAsStated)
     ASSERT_EQ(row.channels, image.channels);
     EXPECT_NEAR(row.middle, image.At(4, 1)[0], row.tolerance);
     if (row.channels == 4)
+    {
         EXPECT_EQ(1.0f, image.At(4, 1)[3]);
+    }
     EXPECT_EQ(1u, FolderContents().size());
 }
 
