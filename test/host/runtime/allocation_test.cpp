@@ -106,8 +106,7 @@ TEST_P(AllocationSweep, Load)
     Sweep(
         GetParam(), [&] { module.reset(); },
         [&] { return host::Module::Load(VELTO_TEST_MODULES "/probe.module", module); },
-        [&](const Result& result)
-        {
+        [&](const Result& result) {
             EXPECT_EQ(result.IsOk(), module != nullptr);
             if (result.IsError())
                 EXPECT_TRUE(before == host::EntryNames(registry::kCoreNodes.View()));
@@ -124,19 +123,16 @@ TEST_P(AllocationSweep, Build)
     host::Diagnostics diagnostics;
     Sweep(
         GetParam(),
-        [&]
-        {
+        [&] {
             graph = {};
             diagnostics = {};
         },
-        [&]() -> Result
-        {
+        [&]() -> Result {
             if (host::LoadGraph(kDocument, TheProbe(), {}, diagnostics, graph))
                 return {};
             return OutOfMemory();
         },
-        [&](const Result& result)
-        {
+        [&](const Result& result) {
             if (result.IsOk())
             {
                 EXPECT_TRUE(diagnostics.All().empty());
@@ -159,14 +155,12 @@ TEST_P(AllocationSweep, Compile)
     std::unique_ptr<host::Setup> setup;
     Sweep(
         GetParam(), [&] { setup.reset(); },
-        [&]() -> Result
-        {
+        [&]() -> Result {
             std::shared_ptr<const host::Program> program;
             VELTO_TRY(host::Program::Compile(graph.document.graph, options, program));
             return host::Setup::Create(std::move(program), setup);
         },
-        [&](const Result& result)
-        {
+        [&](const Result& result) {
             if (result.IsError())
                 return;
             graph.setup = std::move(setup);
@@ -183,21 +177,18 @@ TEST_P(AllocationSweep, SetUpAndEvaluate)
     std::unique_ptr<host::Instance> instance;
     Sweep(
         GetParam(),
-        [&]
-        {
+        [&] {
             instance.reset();
             graph.setup.reset();
             ASSERT_TRUE(host::Setup::Create(graph.program, graph.setup).IsOk());
         },
-        [&]() -> Result
-        {
+        [&]() -> Result {
             VELTO_TRY(graph.setup->Run());
             VELTO_TRY(host::Instance::Create(*graph.setup, instance));
             instance->Context().uvw.x = 1.5;
             return instance->Evaluate();
         },
-        [&](const Result& result)
-        {
+        [&](const Result& result) {
             if (result.IsOk())
             {
                 EXPECT_EQ(expected, fmt::format("{}", *static_cast<const Float*>(instance->Output(0))));
