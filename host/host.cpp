@@ -30,9 +30,7 @@ std::set<std::string> Origins(const CoreGraph& graph, const std::set<std::string
     return origins;
 }
 
-} // namespace
-
-bool LoadGraph(std::string_view text, const std::shared_ptr<Module>& module, const GraphOptions& options,
+bool ReadAndCompile(std::string_view text, const std::shared_ptr<Module>& module, const GraphOptions& options,
     Diagnostics& diagnostics, Graph& graph)
 {
     Json json;
@@ -66,6 +64,22 @@ bool LoadGraph(std::string_view text, const std::shared_ptr<Module>& module, con
     if (made.IsError())
         diagnostics.Fault("", made.Message());
     return made.IsOk();
+}
+
+} // namespace
+
+bool LoadGraph(std::string_view text, const std::shared_ptr<Module>& module, const GraphOptions& options,
+    Diagnostics& diagnostics, Graph& graph)
+{
+    try
+    {
+        return ReadAndCompile(text, module, options, diagnostics, graph);
+    }
+    catch (const std::bad_alloc&)
+    {
+        diagnostics.Fault("", "Out of memory.");
+        return false;
+    }
 }
 
 } // namespace velto::host

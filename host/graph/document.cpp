@@ -46,7 +46,7 @@ CoreInput Copy(const CoreInput& input)
     copy.link = input.link;
     copy.connected = input.connected;
     copy.origin = input.origin;
-    copy.value.CopyFrom(input.value).Ignore();
+    ThrowIfError(copy.value.CopyFrom(input.value));
     return copy;
 }
 
@@ -260,7 +260,7 @@ private:
             if (given.link)
                 input.link = CorePort{node.firstCore + given.from.node, given.from.port};
             else
-                input.value.CopyFrom(given.value).Ignore();
+                ThrowIfError(input.value.CopyFrom(given.value));
             core.inputs[given.port] = std::move(input);
         }
     }
@@ -417,15 +417,13 @@ private:
             CoreNode& core = document_.graph.nodes[node.firstCore + target.node];
             DataDictionary arguments;
             Id key;
-            if (Bound<DataDictionaryInterface>().Alloc(arguments.Receive()).IsError() ||
-                Id::Create(target.port, key).IsError())
-                continue;
+            ThrowIfError(Bound<DataDictionaryInterface>().Alloc(arguments.Receive()));
+            ThrowIfError(Id::Create(target.port, key));
             // Dictionaries are shared; what changes is a copy.
             for (Int i = 0; i < EntryCount(core.arguments.Get()); ++i)
-                Bound<DataDictionaryInterface>()
-                    .SetData(arguments.Get(), EntryKey(core.arguments.Get(), i), EntryData(core.arguments.Get(), i))
-                    .Ignore();
-            SetData(arguments, key, static_cast<Int>(count)).Ignore();
+                ThrowIfError(Bound<DataDictionaryInterface>().SetData(
+                    arguments.Get(), EntryKey(core.arguments.Get(), i), EntryData(core.arguments.Get(), i)));
+            ThrowIfError(SetData(arguments, key, static_cast<Int>(count)));
             core.arguments = std::move(arguments);
         }
     }
@@ -536,7 +534,8 @@ private:
         {
             CoreInput copy = Copy(input);
             if (target.valueType && !input.value.IsEmpty())
-                ConvertValue(input.value, target.valueType, copy.value).Ignore(); // descriptions promise that it can be
+                ThrowIfError(
+                    ConvertValue(input.value, target.valueType, copy.value)); // descriptions promise that it can be
             document_.graph.nodes[node.firstCore + target.node].inputs[target.port + element] = std::move(copy);
         }
     }
@@ -545,7 +544,7 @@ private:
     {
         CoreInput input;
         input.connected = false;
-        input.value.CopyFrom(port.defaultValue).Ignore();
+        ThrowIfError(input.value.CopyFrom(port.defaultValue));
         return input;
     }
 

@@ -56,7 +56,8 @@ const DataType* FunctionResultType(const DataType* type)
 
 NodeCatalog::NodeCatalog() : described_(DescribedNodes())
 {
-    BuiltinTypes(described_).Ignore(); // what cannot be made is not there
+    if (const Result made = BuiltinTypes(described_); made.Kind() == error::kOutOfMemory.View())
+        throw std::bad_alloc(); // what else cannot be made is not there
     described_.push_back(LayerNodeType());
     for (const auto& type : described_)
     {
@@ -96,8 +97,14 @@ std::shared_ptr<const NodeType> NodeCatalog::Core(const std::string& id, const D
     const Data* const entry = FindEntry(registry::kCoreNodes.View(), id);
     const CoreNodeFactory* const factory = entry ? entry->As<CoreNodeFactory>() : nullptr;
     Ref<MicroNodeGroup> group;
-    if (!factory || CreateGroup(*factory, arguments, group).IsError())
+    if (!factory)
         return nullptr;
+    if (const Result made = CreateGroup(*factory, arguments, group); made.IsError())
+    {
+        if (made.Kind() == error::kOutOfMemory.View())
+            throw std::bad_alloc();
+        return nullptr;
+    }
     auto type = std::make_shared<NodeType>();
     type->id = id;
     type->name = id.substr(id.rfind('.') + 1);
@@ -120,7 +127,7 @@ std::shared_ptr<const NodeType> NodeCatalog::Core(const std::string& id, const D
         {
             made.values = found->second->values;
             if (!FunctionResultType(port.type.Get()) && found->second->defaultValue.Type() == port.type.Get())
-                made.defaultValue.CopyFrom(found->second->defaultValue).Ignore();
+                ThrowIfError(made.defaultValue.CopyFrom(found->second->defaultValue));
         }
         if (port.input && !port.wildcard && port.type.Get() == TypeOf<ShadingContext>())
             type->inner[0].contextPorts.push_back(port.name);

@@ -138,7 +138,7 @@ std::shared_ptr<NodeType> TypeOfTemplate(const std::string& id, const HostNodeSy
             port.targets.push_back({inner, input ? "in" : "out"});
             if (const Data* const value = FindAttribute(system, source, port_attribute::kDefaultValue))
             {
-                port.defaultValue.CopyFrom(*value).Ignore();
+                ThrowIfError(port.defaultValue.CopyFrom(*value));
                 port.shownDefault = WriteValue(value->Type(), value->Value());
             }
             forward.forwarded = *held;

@@ -206,7 +206,8 @@ struct Codec
 template <class T>
 bool Keep(const T& made, Data& value)
 {
-    return value.Set(made).IsOk();
+    ThrowIfError(value.Set(made));
+    return true;
 }
 
 template <class T>
@@ -248,6 +249,8 @@ bool ReadTextAs(const Json& json, const std::string& place, Diagnostics& diagnos
     T made;
     if (Result result = Make(json.AsString(), made); result.IsError())
     {
+        if (result.Kind() == error::kOutOfMemory.View())
+            throw std::bad_alloc();
         diagnostics.Fault(place, result.Message());
         return false;
     }
@@ -259,6 +262,18 @@ Result MakeInterned(std::string_view text, InternedId& id)
     VELTO_CHECK_ARGUMENT(text.size() <= Id::kMaxLength);
     id = Intern(text);
     return {};
+}
+
+// A text that is too long for an id is a fault.
+bool MakeId(std::string_view text, const std::string& place, Diagnostics& diagnostics, Id& id)
+{
+    if (text.size() > Id::kMaxLength)
+    {
+        diagnostics.Fault(place, fmt::format("{} bytes; an id has at most {}", text.size(), Id::kMaxLength));
+        return false;
+    }
+    ThrowIfError(Id::Create(text, id));
+    return true;
 }
 
 bool ReadPaths(const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value)
@@ -273,9 +288,10 @@ bool ReadPaths(const Json& json, const std::string& place, Diagnostics& diagnost
     {
         const Json& element = json.Elements()[i];
         Url url;
-        if (!ReadText(element, fmt::format("{}[{}]", place, i), diagnostics) ||
-            MakeUrl(element.AsString(), url).IsError() || paths.Append(std::move(url)).IsError())
+        if (!ReadText(element, fmt::format("{}[{}]", place, i), diagnostics))
             return false;
+        ThrowIfError(MakeUrl(element.AsString(), url));
+        ThrowIfError(paths.Append(std::move(url)));
     }
     return Keep(paths, value);
 }
@@ -483,17 +499,14 @@ bool ReadArguments(const Json& json, const std::string& place, Diagnostics& diag
         diagnostics.Fault(place, fmt::format("expected an object, got {}", json.Description()));
         return false;
     }
-    if (Bound<DataDictionaryInterface>().Alloc(arguments.Receive()).IsError())
-        return false;
+    ThrowIfError(Bound<DataDictionaryInterface>().Alloc(arguments.Receive()));
     bool isGood = true;
-    const auto keep = [&](const Id& key, const auto& value) {
-        isGood = SetData(arguments, key, value).IsOk() && isGood;
-    };
+    const auto keep = [&](const Id& key, const auto& value) { ThrowIfError(SetData(arguments, key, value)); };
     for (const auto& [name, member] : json.GetMembers())
     {
         const std::string memberPlace = place + "." + Printable(name);
         Id key;
-        if (Id::Create(name, key).IsError())
+        if (!MakeId(name, memberPlace, diagnostics, key))
             isGood = false;
         else if (member.IsInteger())
             keep(key, member.AsInteger());
@@ -504,7 +517,7 @@ bool ReadArguments(const Json& json, const std::string& place, Diagnostics& diag
         else if (member.IsString())
         {
             String text;
-            isGood = MakeString(member.AsString(), text).IsOk() && isGood;
+            ThrowIfError(MakeString(member.AsString(), text));
             keep(key, text);
         }
         else if (member.IsArray())
@@ -513,10 +526,11 @@ bool ReadArguments(const Json& json, const std::string& place, Diagnostics& diag
             for (std::size_t i = 0; i < member.Elements().size(); ++i)
             {
                 const Json& element = member.Elements()[i];
+                const std::string elementPlace = fmt::format("{}[{}]", memberPlace, i);
                 Id id;
-                if (!ReadText(element, fmt::format("{}[{}]", memberPlace, i), diagnostics) ||
-                    Id::Create(element.AsString(), id).IsError() || ids.Append(std::move(id)).IsError())
-                    isGood = false;
+                isGood = ReadText(element, elementPlace, diagnostics) &&
+                         MakeId(element.AsString(), elementPlace, diagnostics, id) && isGood;
+                ThrowIfError(ids.Append(std::move(id)));
             }
             keep(key, ids);
         }

@@ -1,6 +1,7 @@
 // The data type library: types by name, and types composed of others.
 #pragma once
 
+#include "host/system/guard.h"
 #include "velto/datatype.h"
 
 namespace velto::host
@@ -8,12 +9,12 @@ namespace velto::host
 
 const DataTypeLibInterface& DataTypeService();
 
-// The address of `T`'s data type; for types that every host has.
+// The address of `T`'s data type; for types that every host has. Throws without memory.
 template <class T>
 const DataType* TypeOf()
 {
     const DataType* type = nullptr;
-    GetDataType<T>(type).Ignore();
+    ThrowIfError(GetDataType<T>(type));
     return type;
 }
 

@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -90,17 +92,31 @@ public:
         // In the same directory, so that the rename is one step; with the suffix that the format goes by.
         temporary_ = path.parent_path() /
                      fmt::format(".{}.{}.part{}", path.stem().string(), ::getpid(), path.extension().string());
-        if (!output_->open(temporary_.string(), spec))
-            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file, Reason()));
+        // A file that cannot be made is told before anything is sampled; the format begins it with the first rows, so
+        // that a picture that fails at once leaves no half-made one to its library.
+        if (!std::ofstream(temporary_))
+            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file, std::strerror(errno)));
+        spec_ = spec;
+        depth_ = options.depth;
         width_ = width;
-        if (output_->spec().format != spec.format && options.depth != PixelDepth::Default)
-            return Fault(error::kIllegalArgument,
-                fmt::format("{}: the format {} has no pixels of type {}", file, format, spec.format.c_str()));
+        return {};
+    }
+
+    Result Begin()
+    {
+        if (!output_->open(temporary_.string(), spec_))
+            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file_, Reason()));
+        if (output_->spec().format != spec_.format && depth_ != PixelDepth::Default)
+            return Fault(error::kIllegalArgument, fmt::format("{}: the format {} has no pixels of type {}", file_,
+                                                      output_->format_name(), spec_.format.c_str()));
+        hasBegun_ = true;
         return {};
     }
 
     Result WriteRows(const float* rows, int rowCount) override
     {
+        if (!hasBegun_)
+            VELTO_TRY(Begin());
         const std::size_t pixels = static_cast<std::size_t>(width_) * static_cast<std::size_t>(rowCount);
         encoded_.resize(pixels * static_cast<std::size_t>(writtenChannels_));
         const int colorChannels = channels_ == 2 ? 1 : std::min(channels_, 3);
@@ -143,6 +159,9 @@ private:
     std::string file_;
     std::filesystem::path temporary_;
     std::unique_ptr<OIIO::ImageOutput> output_;
+    OIIO::ImageSpec spec_;
+    PixelDepth depth_ = PixelDepth::Default;
+    bool hasBegun_ = false;
     std::vector<float> encoded_;
     int width_ = 0;
     int row_ = 0;

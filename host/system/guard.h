@@ -27,6 +27,13 @@ Result Guarded(Body&& body) noexcept
     }
 }
 
+// Throws on an error that can only be a want of memory, where the caller has no result to pass it on by.
+inline void ThrowIfError(const Result& result)
+{
+    if (result.IsError())
+        throw std::bad_alloc();
+}
+
 // A new shared object of the host; null without memory.
 template <class T, class... A>
 T* NewObject(A&&... arguments) noexcept
