@@ -77,7 +77,14 @@ bool LoadGraph(std::string_view text, const std::shared_ptr<Module>& module, con
     }
     catch (const std::bad_alloc&)
     {
-        diagnostics.Fault("", "Out of memory.");
+        try
+        {
+            diagnostics.Fault("", "Out of memory.");
+        }
+        catch (const std::bad_alloc&)
+        {
+            // There is none for the words either.
+        }
         return false;
     }
 }

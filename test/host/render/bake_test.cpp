@@ -116,7 +116,7 @@ TEST_F(BakeThreads, GiveTheSameBytesAsOne)
     // The pre node's table and the counter are what could depend on threads.
     const std::string document = R"({"version": 1, "nodes": {
         "place": {"type": "placement2d", "inputs": {"localRepetitions": [5, 4], "localRotation": 0.3, "localModeU": "repeat", "localModeV": "repeat"}},
-        "noise": {"type": "noise", "inputs": {"contextlocal": {"from": "place.result"}}},
+        "noise": {"type": "noise", "inputs": {"contextLocal": {"from": "place.result"}}},
         "board": {"type": "checkerboard", "inputs": {"contextLocal": {"from": "place.result"}, "color1": {"from": "noise.result"}}}},
         "outputs": {"color": "board.result"}})";
     BakeOptions options = Size(301, 257);

@@ -7,6 +7,7 @@
 #include "host/registry/registry.h"
 #include "host/system/allocator.h"
 
+#include <filesystem>
 #include <functional>
 
 namespace velto::test
@@ -103,9 +104,9 @@ TEST_P(AllocationSweep, Load)
     TheModule();
     const std::vector<std::string> before = host::EntryNames(registry::kCoreNodes.View());
     std::shared_ptr<host::Module> module;
+    const std::filesystem::path file(VELTO_TEST_MODULES "/probe.module");
     Sweep(
-        GetParam(), [&] { module.reset(); },
-        [&] { return host::Module::Load(VELTO_TEST_MODULES "/probe.module", module); },
+        GetParam(), [&] { module.reset(); }, [&] { return host::Module::Load(file, module); },
         [&](const Result& result) {
             EXPECT_EQ(result.IsOk(), module != nullptr);
             if (result.IsError())
