@@ -597,6 +597,8 @@ private:
     void MakeRoot()
     {
         document_.root = MakeNodeSystem();
+        if (!document_.root)
+            throw std::bad_alloc();
         const MutableRoot root(document_.root);
         MutablePort inputs;
         MutablePort outputs;

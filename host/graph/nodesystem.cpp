@@ -127,13 +127,14 @@ Result Create(const Id& nodeSystemClass, NodeSystemObject** system)
 NodeSystem MakeNodeSystem()
 {
     HostNodeSystem* const made = NewObject<HostNodeSystem>();
+    NodeSystem system = NodeSystem::Adopt(made);
     if (made)
     {
         made->ports.resize(2);
         made->ports[HostNodeSystem::kInputs].name = "inputs";
         made->ports[HostNodeSystem::kOutputs].name = "outputs";
     }
-    return NodeSystem::Adopt(made);
+    return system;
 }
 
 std::string PortPath(const HostNodeSystem& system, Int port)
