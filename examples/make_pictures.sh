@@ -1,13 +1,13 @@
 #!/bin/sh
 # Bakes the pictures, the numbered sequence and the movie that the image examples show, into examples/pictures.
 #
-#     examples/make_pictures.sh [build/velto]
+#     examples/make_pictures.sh [build/velto [DIRECTORY]]
 #
 # The movie needs oiiotool (Debian: openimageio-tools).
 set -eu
 here=$(dirname "$0")
 velto=${1:-$here/../build/velto}
-pictures=$here/pictures
+pictures=${2:-$here/pictures}
 mkdir -p "$pictures"
 
 "$velto" bake "$here/nodes/gradientplacement.json" -o "$pictures/picture.png" --size 256

@@ -6,11 +6,19 @@
 namespace velto::pattern
 {
 
+static Vector Normalized(const Vector& v)
+{
+    const Float length = std::sqrt(Dot(v, v));
+    return length == 0.0 ? Vector() : v * (1.0 / length);
+}
+
 static void SetShadingContext(In<"context", ShadingContext> context, Connected<"rayorigin", Vector> rayOrigin,
     Connected<"raydirection", Vector> rayDirection, Connected<"time", TimeValue> time, Connected<"uvw", Vector> uvw,
     Connected<"uvwdelta", Vector> uvwDelta, Connected<"shadingnormal", Vector> shadingNormal,
     Out<"result", ShadingContext> result)
 {
+    const Vector normal = shadingNormal.IsConnected() ? Normalized(shadingNormal) : Vector();
+    // Behind the arithmetic: the sample's fields were written just now, and a wide load waits until they have settled.
     CopyContext(*result, *context);
     if (rayOrigin.IsConnected())
     {
@@ -39,10 +47,7 @@ static void SetShadingContext(In<"context", ShadingContext> context, Connected<"
         result->uvwPlusDeltaV = {at.x, at.y + uvwDelta->y, at.z + uvwDelta->z};
     }
     if (shadingNormal.IsConnected())
-    {
-        const Float length = std::sqrt(Dot(shadingNormal, shadingNormal));
-        result->shadingNormal = length == 0.0 ? Vector() : *shadingNormal * (1.0 / length);
-    }
+        result->shadingNormal = normal;
     if (time.IsConnected())
         result->time = time;
 }
