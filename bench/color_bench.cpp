@@ -216,6 +216,159 @@ void ColorToFloat(benchmark::State& state)
 }
 BENCHMARK(ColorToFloat)->UseManualTime();
 
+void Exposure(benchmark::State& state)
+{
+    Node node("effect.exposure");
+    node.Port<Float>(1) = 0.7;
+    node.Port<Float>(2) = 0.1;
+    node.Port<Float>(3) = 1.0;
+    Float stops = 0.7;
+    Measure<ColorA>(state, node, 0, 9, [&](const ColorA& x, const ByHandMask& mask) {
+        benchmark::DoNotOptimize(stops); // may vary from sample to sample
+        const Float gain = std::exp2(stops);
+        return mask(x, ColorA{gain * x.r + 0.1, gain * x.g + 0.1, gain * x.b + 0.1, x.a + 1.0});
+    });
+}
+BENCHMARK(Exposure)->UseManualTime();
+
+void BiasGain(benchmark::State& state)
+{
+    Node node("effect.biasgain");
+    node.Port<Float>(1) = 0.3;
+    node.Port<Float>(2) = 0.6;
+    Float bias = 0.3;
+    Float gain = 0.6;
+    Measure<ColorA>(state, node, 0, 8, [&](const ColorA& x, const ByHandMask& mask) {
+        benchmark::DoNotOptimize(bias);
+        benchmark::DoNotOptimize(gain);
+        const auto curve = [](Float c, Float b, Float g) {
+            const Float u = Clamp01(c / ((1.0 - c) * b + 1.0));
+            const Float t = (1.0 - (u + u)) * g;
+            return Clamp01(u < 0.5 ? u / (t + 1.0) : (t - u) / (t - 1.0));
+        };
+        const Float b = 1.0 / bias - 2.0;
+        const Float g = 1.0 / gain - 2.0;
+        return mask(x, ColorA{curve(x.r, b, g), curve(x.g, b, g), curve(x.b, b, g), curve(x.a, -1.0, -0.999899989999)});
+    });
+}
+BENCHMARK(BiasGain)->UseManualTime();
+
+void InvertColor(benchmark::State& state)
+{
+    Node node("effect.invertcolor");
+    Measure<ColorA>(state, node, 0, 6, [](const ColorA& x, const ByHandMask& mask) {
+        return mask(x, ColorA{1.0 - x.r, 1.0 - x.g, 1.0 - x.b, 1.0 - x.a});
+    });
+}
+BENCHMARK(InvertColor)->UseManualTime();
+
+void Premultiply(benchmark::State& state)
+{
+    Node node("effect.premultiply");
+    Measure<ColorA>(state, node, 0, 6, [](const ColorA& x, const ByHandMask& mask) {
+        return mask(x, Color{x.r * x.a, x.g * x.a, x.b * x.a});
+    });
+}
+BENCHMARK(Premultiply)->UseManualTime();
+
+void ShuffleCombine(benchmark::State& state)
+{
+    Node node("effect.shufflecombine");
+    node.SetId(2, "alpha1");
+    node.SetId(3, "blue1");
+    node.SetId(4, "red1");
+    node.SetId(5, "one");
+    Measure<ColorA>(state, node, 0, 6, [](const ColorA& x, const ByHandMask&) { return ColorA{x.a, x.b, x.r, 1.0}; });
+}
+BENCHMARK(ShuffleCombine)->UseManualTime();
+
+void Transform2d(benchmark::State& state)
+{
+    Node node("effect.transform2d");
+    node.Port<Float>(2) = 0.3;
+    node.Port<Vector2d>(3) = {2.0, 3.0};
+    Float angle = 0.3;
+    Measure<Vector2d>(state, node, 0, 5, [&](const ColorA& x, const ByHandMask&) {
+        benchmark::DoNotOptimize(angle);
+        const Float s = std::sin(angle);
+        const Float c = std::cos(angle);
+        return Vector2d{(x.r * c - x.g * s) * 2.0 + 0.0, (x.r * s + x.g * c) * 3.0 + 0.0};
+    });
+}
+BENCHMARK(Transform2d)->UseManualTime();
+
+// One component comes from the sample, the others are 0.
+template <class T>
+void Compose(benchmark::State& state, const char* id, std::size_t out)
+{
+    Node node(std::string("conversion.") + id);
+    Measure<T>(state, node, 0, out, [](const ColorA& x, const ByHandMask&) { return T{x.r}; });
+}
+void ComposeColor(benchmark::State& state)
+{
+    Compose<Color>(state, "composecolor", 3);
+}
+BENCHMARK(ComposeColor)->UseManualTime();
+
+void ComposeVector2d(benchmark::State& state)
+{
+    Compose<Vector2d>(state, "composevector2", 2);
+}
+BENCHMARK(ComposeVector2d)->UseManualTime();
+
+void ComposeVector(benchmark::State& state)
+{
+    Compose<Vector>(state, "composevector3", 3);
+}
+BENCHMARK(ComposeVector)->UseManualTime();
+
+void ComposeVector4d(benchmark::State& state)
+{
+    Compose<Vector4d>(state, "composevector4", 4);
+}
+BENCHMARK(ComposeVector4d)->UseManualTime();
+
+void ComposeColorA(benchmark::State& state)
+{
+    Node node("conversion.composecolora");
+    for (const std::size_t component : {1, 2, 3})
+        node.SlotOf(component).flags |= slot_flags::kNotConnected;
+    node.Port<Float>(4) = 0.5;
+    Measure<ColorA>(state, node, 0, 5, [](const ColorA& x, const ByHandMask&) { return ColorA{x.r, x.g, x.b, 0.5}; });
+}
+BENCHMARK(ComposeColorA)->UseManualTime();
+
+void ConvertDegrees(benchmark::State& state)
+{
+    Node node("conversion.convertdegrees");
+    node.SetId(1, "degtorad");
+    Measure<Float>(state, node, 0, 2, [](const ColorA& x, const ByHandMask&) { return x.r * 0.017453292519943295; });
+}
+BENCHMARK(ConvertDegrees)->UseManualTime();
+
+void SplitColorComponents(benchmark::State& state)
+{
+    Node node("conversion.splitcolorcomponents");
+    Measure<Color>(state, node, 0, 2, [](const ColorA& x, const ByHandMask&) { return Color{x.r, x.g, x.b}; });
+}
+BENCHMARK(SplitColorComponents)->UseManualTime();
+
+void SplitVectorComponents(benchmark::State& state)
+{
+    Node node("conversion.splitvectorcomponents");
+    Measure<Vector>(state, node, 0, 2, [](const ColorA& x, const ByHandMask&) { return Vector{x.r, x.g, x.b}; });
+}
+BENCHMARK(SplitVectorComponents)->UseManualTime();
+
+void VectorToFloat(benchmark::State& state)
+{
+    Node node("conversion.vectortofloat");
+    node.SetId(1, "length");
+    Measure<Float>(state, node, 0, 2,
+        [](const ColorA& x, const ByHandMask&) { return std::sqrt(x.r * x.r + x.g * x.g + x.b * x.b + x.a * x.a); });
+}
+BENCHMARK(VectorToFloat)->UseManualTime();
+
 void ColorCorrection(benchmark::State& state)
 {
     using namespace pattern;

@@ -191,10 +191,11 @@ Color WithLuminosity(const Color& colour, Float l)
 {
     const Float d = l - Luminosity(colour);
     Color c = PerChannel(colour, [d](Float x) { return x + d; });
+    const Float most = Largest(c);
     // A grey out of range has no colour in range: for such a backdrop only the side that can be held is held.
     if (const Float least = Smallest(c); least < 0.0 && least < l)
         c = PerChannel(c, [=](Float x) { return l + (x - l) * Max(l, 0.0) / (l - least); });
-    if (const Float most = Largest(c); most > 1.0 && most > l)
+    if (most > 1.0 && most > l)
         c = PerChannel(c, [=](Float x) { return l + (x - l) * Max(1.0 - l, 0.0) / (most - l); });
     return c;
 }

@@ -12,6 +12,9 @@ namespace velto::host
 namespace
 {
 
+// The longest string that joining and replacing make: a short document can ask for terabytes.
+constexpr std::size_t kMostBytes = std::size_t(1) << 30;
+
 struct HostString : StringObject
 {
     explicit HostString(std::string text) : bytes(std::move(text)), length(CountCharacters(bytes)) {}
@@ -113,6 +116,8 @@ Result Append(StringObject** string, const StringObject* tail)
     return Guarded([&]() -> Result {
         const std::string_view head = View(*string);
         const std::string_view more = View(tail);
+        if (head.size() + more.size() > kMostBytes)
+            return OutOfMemory();
         auto* const held = static_cast<HostString*>(*string);
         if (held && held->references.load(std::memory_order_acquire) == 1 && held != tail)
         {
@@ -187,12 +192,19 @@ Result Replace(StringObject** string, const StringObject* search, const StringOb
         const std::string_view text = View(*string);
         const std::string_view what = View(search);
         const std::string_view with = View(replacement);
-        std::size_t found = what.empty() ? text.npos : text.find(what);
-        if (found == text.npos)
+        std::size_t count = 0;
+        const auto findFrom = [&](std::size_t from) { return what.empty() ? text.npos : text.find(what, from); };
+        for (std::size_t found = findFrom(0); found != text.npos; found = findFrom(found + what.size()))
+            ++count;
+        if (count == 0)
             return {};
+        const std::size_t kept = text.size() - count * what.size();
+        if (!with.empty() && count > (kMostBytes - Min(kept, kMostBytes)) / with.size())
+            return OutOfMemory();
         std::string changed;
+        changed.reserve(kept + count * with.size());
         std::size_t from = 0;
-        for (; found != text.npos; found = text.find(what, from))
+        for (std::size_t found = findFrom(0); found != text.npos; found = findFrom(from))
         {
             changed.append(text, from, found - from).append(with);
             from = found + what.size();

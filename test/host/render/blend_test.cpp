@@ -49,6 +49,12 @@ void ExpectNear(const ColorA& actual, const ColorA& expected, Float tolerance, s
                                 << testing::PrintToString(expected);
 }
 
+TEST(BlendMode, BothEndsAreClippedByTheRangeBeforeClipping)
+{
+    ExpectNear(
+        Blended("color", {0.5, 0.5, 0.5, 1}, {4, 0, 0, 1}), {17.0 / 24, 23.0 / 56, 23.0 / 56, 1}, 1e-15, "color");
+}
+
 TEST(BlendMode, SeparableModesOfOpaquePixelsAreTheirFormulaExactly)
 {
     struct Row

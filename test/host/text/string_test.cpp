@@ -143,6 +143,14 @@ TEST_F(HostString, ReplacesEveryOccurrenceFromLeftToRight)
     }
 }
 
+TEST_F(HostString, DoesNotGrowBeyondAGibibyte)
+{
+    const std::string many(1 << 16, 'a');
+    String string = Make(many);
+    EXPECT_EQ(Replace(string, "a", many).Kind(), error::kOutOfMemory.View());
+    EXPECT_EQ(Bytes(string), many);
+}
+
 TEST_F(HostString, ChangesAreNotSeenByOtherHolders)
 {
     String string = Make("ab");

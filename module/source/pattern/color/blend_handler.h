@@ -21,7 +21,7 @@ inline BlendClassRef FindBlendClass(const Id& mode)
 inline Result MakeBlendHandler(const BlendClassRef& blendClass, BlendPixelHandlerRef& handler)
 {
     if (!blendClass)
-        return NullptrError();
+        return MakeError(error::kNullptr, "There is no blend class of this mode.");
     BlendPixelHandler callables;
     VELTO_TRY(Bound<ImagePixelBlendInterface>().GetBlendPixelHandler(blendClass.Get(), pixel_format::kRgbaF64,
         kColorAChannels, pixel_format::kRgbaF64, kColorAChannels, 1.0, &callables));
@@ -42,7 +42,7 @@ inline Result BlendPixel(
     const BlendPixelHandlerRef& record, ColorA& result, const ColorA& background, const ColorA& foreground)
 {
     if (!record) [[unlikely]]
-        return NullptrError();
+        return MakeError(error::kNullptr, "The layer has no blend handler: its mode is empty or unknown.");
     const BlendPixelHandler& handler = record->handler;
     return handler.blend(handler.state, {&result, 0}, {&background, 0}, {&foreground, 0}, 1, 0);
 }

@@ -23,7 +23,7 @@ namespace velto::pattern
 {
 
 // An entry whose mode has changed gets the handler of the new one. The mode is taken over first: a mode without a class
-// fails once, when it comes.
+// fails once, when it comes; the layer then goes on with the handler it had.
 static Result Refresh(LayerBlendEntry& entry, const Id& mode)
 {
     if (mode == entry.mode)

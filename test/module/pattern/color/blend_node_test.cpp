@@ -109,6 +109,13 @@ TEST(BlendNode, AFailedAllocationLeavesItsStateAsItWas)
     EXPECT_EQ(n, 3);
     EXPECT_EQ(call.Port<Id>(kLastBlendMode).View(), VELTO_MODE "screen");
     EXPECT_EQ(handler->references, 1) << "the node has let go of the old one";
+
+    const BlendPixelHandlerRef kept = call.Port<BlendPixelHandlerRef>(kHandler);
+    host::AllocationFault::FailAt(0, true);
+    const Result again = call.Run();
+    host::AllocationFault::Disarm();
+    EXPECT_TRUE(again.IsOk()) << "an unchanged mode asks for nothing";
+    EXPECT_EQ(call.Port<BlendPixelHandlerRef>(kHandler).Get(), kept.Get());
 }
 
 // Two layers, `top` over `bottom`; what is left out of `inputs` is white at full strength.
@@ -157,12 +164,14 @@ TEST(LayerNode, AnUnknownModeFailsWhenItComes)
     const host::Json results =
         EvalJson(Layers(R"("color#top": [0.5, 0.5, 0.5, 1], "mode#top": "nowhere", "strength#top": 0,
             "color#bottom": [1, 1, 1, 1])"),
-            R"([{}, {}, {"set": {"n.strength#top": 1}}, {"set": {"n.mode#top": ")" VELTO_MODE R"(multiply"}}])");
+            R"([{}, {}, {"set": {"n.strength#top": 1}}, {"set": {"n.mode#top": ")" VELTO_MODE R"(multiply"}},
+            {"set": {"n.mode#top": "elsewhere"}}, {}])");
     const char* const expected[] = {
         "net.velto.error.nullptr", // the entry takes the mode over and finds no class
         "[1, 1, 1, 1]",            // nothing has changed since, and the layer has no strength
         "net.velto.error.nullptr", // no handler to blend with
-        "[0.5, 0.5, 0.5, 1]",
+        "[0.5, 0.5, 0.5, 1]", "net.velto.error.nullptr",
+        "[0.5, 0.5, 0.5, 1]", // by the handler of the last mode that was known
     };
     for (std::size_t i = 0; i < std::size(expected); ++i)
         EXPECT_EQ(Output(results, "c", i), expected[i]) << "sample " << i;

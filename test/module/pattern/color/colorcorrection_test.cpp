@@ -7,6 +7,8 @@ NODE_TABLE(ColorCorrectionTable, "net.velto.pattern.corenode.effect.colorhsl",
     {
         {"nothing to do still clamps", R"({"color": [-0.5, 0.25, 2, 0.5], "maskalpha": true})",
             R"({"result": [0, 0.25, 2, 1]})"},
+        {"nothing to do leaves a near-grey", R"({"color": [0.5, 0.4996, 0.5, 1]})",
+            R"({"result": [0.5, 0.4996, 0.5, 1]})"},
         {"alpha above 1 stays", R"({"color": [0, 0, 0, 1.5], "maskalpha": true})", R"({"result": [0, 0, 0, 1.5]})"},
         {"alpha only by its flag", R"({"color": [0, 0, 0, 0.5]})", R"({"result": [0, 0, 0, 0.5]})"},
         {"the mask lets the raw colour through", R"({"color": [-0.5, -0.25, 0.5, 0.5], "maskred": false})",
