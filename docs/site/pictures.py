@@ -1,0 +1,120 @@
+"""Bakes pictures and evaluates values with the velto command, and keeps what it made."""
+import concurrent.futures
+import hashlib
+import json
+import os
+import subprocess
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent.parent
+
+
+def digest(*parts):
+    sum_ = hashlib.sha256()
+    for part in parts:
+        sum_.update(part if isinstance(part, bytes) else str(part).encode())
+        sum_.update(b"\0")
+    return sum_.hexdigest()[:24]
+
+
+def without_words(value):
+    """A description without what people read: no picture depends on it."""
+    if isinstance(value, dict):
+        return {key: without_words(member) for key, member in value.items() if key not in ("help", "label", "category")}
+    return [without_words(element) for element in value] if isinstance(value, list) else value
+
+
+class Baker:
+    """Pictures by the content of their documents: `bake` and `evaluate` return at once the path of what will be there."""
+
+    def __init__(self, velto, cache, jobs):
+        self.velto = Path(velto).resolve()
+        self.cache = Path(cache).resolve()
+        self.faults = []
+        self.baked = 0
+        self.used = set()
+        self.begun = []
+        self.pool = concurrent.futures.ThreadPoolExecutor(jobs)
+        self.base = self.tool_digest()
+        for folder in ("documents", "pictures", "results"):
+            (self.cache / folder).mkdir(parents=True, exist_ok=True)
+        self.make_shown_pictures()
+
+    def tool_digest(self):
+        folder = self.velto.parent
+        binaries = [self.velto, *sorted(folder.glob("libvelto*")), *sorted((folder / "modules").glob("*.module"))]
+        descriptions = sorted((folder / "resource/modules/shadernodes.module").glob("*.json"))
+        return digest(*(path.read_bytes() for path in binaries),
+                      *(json.dumps(without_words(json.loads(path.read_text()))) for path in descriptions))
+
+    def make_shown_pictures(self):
+        """What the image node shows."""
+        script = ROOT / "examples/make_pictures.sh"
+        made_from = [script, ROOT / "examples/nodes/gradientplacement.json", ROOT / "examples/flames.json"]
+        key = digest(self.base, *(path.read_bytes() for path in made_from))
+        stamp = self.cache / "pictures/key"
+        if not stamp.exists() or stamp.read_text() != key:
+            subprocess.run(["sh", script, self.velto, self.cache / "pictures"], check=True)
+            stamp.write_text(key)
+        self.shown = key
+
+    def run(self, *arguments, cwd=None, place=""):
+        """Standard output; a warning is a fault."""
+        done = subprocess.run([self.velto, *arguments], capture_output=True, text=True, check=False, cwd=cwd)
+        if done.returncode or done.stderr:
+            self.faults.append(f"{place}: {done.stderr.strip() or f'exit status {done.returncode}'}")
+        return done.stdout
+
+    def start(self, text, arguments, suffix, work):
+        shown = self.shown if "/pictures/" in text else ""
+        key = digest(self.base, shown, text, *arguments)
+        result = self.cache / "results" / (key + suffix)
+        self.used.add(result.name)
+        if not result.exists():
+            self.begun.append(self.pool.submit(work, key, result))
+        return result
+
+    def bake(self, document, place, size, shape="plane", output=None, frame=None, supersample=2):
+        """A picture of `size` pixels a side; `document` is a dictionary, or the path of a file."""
+        arguments = ["--size", str(size), "--shape", shape, "--supersample", str(supersample), "--threads", "1"]
+        arguments += ["--output", output] if output else []
+        arguments += ["--frame", str(frame)] if frame is not None else []
+        text = document.read_text() if isinstance(document, Path) else json.dumps(document, indent=2)
+
+        def work(key, result):
+            partial = result.with_name("part-" + result.name)
+            self.run("bake", self.file_of(document, text, key), "-o", partial, "--search-path", self.cache / "documents",
+                     *arguments, place=place)
+            if partial.exists():
+                os.replace(partial, result)
+                self.baked += 1
+
+        return self.start(text, arguments, ".png", work)
+
+    def evaluate(self, document, place):
+        """The outputs at the middle of the picture."""
+        text = document.read_text() if isinstance(document, Path) else json.dumps(document, indent=2)
+
+        def work(key, result):
+            printed = self.run("eval", self.file_of(document, text, key), place=place)
+            if printed:
+                result.write_text(json.dumps(json.loads(printed)["results"][0]))
+
+        return self.start(text, ["eval"], ".json", work)
+
+    def file_of(self, document, text, key):
+        if isinstance(document, Path):
+            return document
+        path = self.cache / "documents" / (key + ".json")
+        path.write_text(text)
+        return path
+
+    def finish(self):
+        """Waits for all, and forgets what nobody asked for."""
+        for future in self.begun:
+            future.result()
+        for path in (self.cache / "results").iterdir():
+            if path.name not in self.used:
+                path.unlink()
+        for path in (self.cache / "documents").iterdir():
+            path.unlink()
