@@ -275,13 +275,88 @@ void Grid(benchmark::State& state)
 }
 BENCHMARK(Grid)->UseManualTime();
 
-struct HandStar
+// The samples lie on the soft edges of the shapes.
+struct HandShape
 {
-    Float scale = 3.0;
-    Int spikes = 5;
-    Float cutout = 0.8;
     ColorA fill{0.9, 0.8, 0.7, 1};
     ColorA exterior{0.1, 0.1, 0.2, 1};
+
+    static Float Step(Float f, Float from, Float to)
+    {
+        if (from >= f)
+            return 0.0;
+        const Float width = to - from;
+        if (width == 0.0 || f >= to)
+            return 1.0;
+        const Float t = (f - from) / width;
+        return t * t * (3.0 - (t + t));
+    }
+};
+
+struct HandCircle : HandShape
+{
+    Float scale = 1.35;
+    Float innerSoftness = 0.5;
+    Float outerSoftness = 0.5;
+
+    HandCircle() { benchmark::DoNotOptimize(*this); }
+
+    ColorA operator()(const ShadingContext& context) const
+    {
+        const Float s = (1.0 / Max(scale, 1e-6)) * 2.0;
+        const Float x = (context.uvw.x - 0.5) * s;
+        const Float y = (context.uvw.y - 0.5) * s;
+        const Float d = std::sqrt(x * x + y * y);
+        return Mix(fill, exterior, Step(d - 0.5, 0.5 - innerSoftness, outerSoftness + 0.5));
+    }
+};
+
+void Circle(benchmark::State& state)
+{
+    MeasureAgainstHand(state, R"({"version": 1, "nodes": {"circle": {"type": "net.velto.pattern.corenode.shape.circle",
+        "inputs": {"exterior": [0.1, 0.1, 0.2, 1], "fill": [0.9, 0.8, 0.7, 1], "scale": 1.35, "innersoftness": 0.5,
+            "outersoftness": 0.5}}}, "outputs": {"color": "circle.result"}})",
+        HandCircle());
+}
+BENCHMARK(Circle)->UseManualTime();
+
+struct HandLine : HandShape
+{
+    Vector2d source{0.01, 0.0};
+    Vector2d destination{0.06, 0.05};
+    Float softness = 0.9;
+    Float width = 0.05;
+
+    HandLine() { benchmark::DoNotOptimize(*this); }
+
+    ColorA operator()(const ShadingContext& context) const
+    {
+        const Vector2d a{context.uvw.x - source.x, context.uvw.y - source.y};
+        const Vector2d b{destination.x - source.x, destination.y - source.y};
+        const Float h = Clamp01((a.x * b.x + a.y * b.y) / (b.x * b.x + b.y * b.y));
+        const Float x = a.x - b.x * h;
+        const Float y = a.y - b.y * h;
+        const Float s = Step(std::sqrt(x * x + y * y), 0.0, width);
+        return Mix(fill, exterior, Step(s, width * 0.5, width * 0.5 + softness * 0.5));
+    }
+};
+
+void Line(benchmark::State& state)
+{
+    MeasureAgainstHand(state, R"({"version": 1, "nodes": {"line": {"type": "net.velto.pattern.corenode.shape.line",
+        "inputs": {"exterior": [0.1, 0.1, 0.2, 1], "fill": [0.9, 0.8, 0.7, 1], "source": [0.01, 0],
+            "destination": [0.06, 0.05], "softness": 0.9, "width": 0.05}}}, "outputs": {"color": "line.result"}})",
+        HandLine());
+}
+BENCHMARK(Line)->UseManualTime();
+
+struct HandStar : HandShape
+{
+    Float scale = 1.2;
+    Int spikes = 5;
+    Float cutout = 0.8;
+    Float innerSoftness = 0.5;
+    Float outerSoftness = 0.5;
 
     HandStar() { benchmark::DoNotOptimize(*this); }
 
@@ -297,16 +372,15 @@ struct HandStar
         const Float p = r * std::sin(e);
         const Float q = r * std::cos(e) - 0.5;
         const Float tilt = 0.5 * sector + (3.141592653589793 / static_cast<Float>(spikes)) * cutout;
-        const Float f = std::cos(tilt) * q + std::sin(tilt) * p - 0.5;
-        const Float t = 0.0 >= f ? 0.0 : f >= 1.0 ? 1.0 : f * f * (3.0 - (f + f));
-        return Mix(fill, exterior, t);
+        const Float d = std::cos(tilt) * q + std::sin(tilt) * p;
+        return Mix(fill, exterior, Step(d - 0.5, 0.5 - innerSoftness, outerSoftness + 0.5));
     }
 };
 
 void Star(benchmark::State& state)
 {
     MeasureAgainstHand(state, R"({"version": 1, "nodes": {"star": {"type": "net.velto.pattern.corenode.shape.star",
-        "inputs": {"exterior": [0.1, 0.1, 0.2, 1], "fill": [0.9, 0.8, 0.7, 1], "scale": 3, "spikes": 5,
+        "inputs": {"exterior": [0.1, 0.1, 0.2, 1], "fill": [0.9, 0.8, 0.7, 1], "scale": 1.2, "spikes": 5,
             "innersoftness": 0.5, "outersoftness": 0.5, "cutout": 0.8}}}, "outputs": {"color": "star.result"}})",
         HandStar());
 }
@@ -314,39 +388,52 @@ BENCHMARK(Star)->UseManualTime();
 
 struct HandScratches
 {
+    Int seed = 3;
+    Float bend = 0.3;
+    Float scale = 12.0;
+    Int layers = 4;
+    Float density = 0.7;
+    Float frequencyStep = 0.6;
+    Float rotation = 1.0;
+    Float gamma = 2.0;
+    Float thickness = 3.0;
+    Float depth = 0.8;
+
+    HandScratches() { benchmark::DoNotOptimize(*this); }
+
     ColorA operator()(const ShadingContext& context) const
     {
-        const Float c = 12.0 * 0.01;
+        const Float c = Max(scale * 0.01, 1e-7);
         const Float u = context.uvw.x * (1.0 / c);
         const Float v = context.uvw.y * (1.0 / c);
-        const Float step = 1.0 / 0.6;
+        const Float step = frequencyStep > 0.0 ? 1.0 / frequencyStep : 0.0;
         Float frequency = 1.0;
         Float a = 0.0;
-        for (Int layer = 1; layer <= 4; ++layer)
+        for (Int layer = 1; layer <= layers; ++layer)
         {
             const Float x = u * frequency;
             const Float y = v * frequency;
             const Int ix = static_cast<Int32>(std::floor(x / c) * c);
             const Int iy = static_cast<Int32>(std::floor(y / c) * c);
-            const Int n = ix + iy + (ix + 321 * layer) * (iy + 123 * layer) + (ix ^ iy) + (ix | iy) + 3 - 12345 + layer;
+            const Int n =
+                ix + iy + (ix + 321 * layer) * (iy + 123 * layer) + (ix ^ iy) + (ix | iy) + seed - 12345 + layer;
             pattern::RandomStream stream(pattern::IntegerHash32(static_cast<UInt32>(n)));
             Float m = 1.0;
-            if (stream.Next01() <= 0.7)
+            if (stream.Next01() <= density)
             {
                 const Float p = x - std::floor(x);
                 const Float r = y - std::floor(y);
-                const Float b = (2.0 * stream.Next01() - 1.0) * 6.283185307179586 * 1.0;
+                const Float b = (2.0 * stream.Next01() - 1.0) * 6.283185307179586 * rotation;
                 const Float sine = std::sin(b);
                 const Float cosine = std::cos(b);
                 const Float shift = 2.0 * stream.Next01() - 1.0;
                 const Float across = p * cosine - r * sine + shift;
                 const Float along = p * sine + r * cosine + shift;
-                const Float bend = 0.3 * stream.Next01();
-                const Float wave = std::sin(3.141592653589793 * along) * bend;
-                const Float width = stream.Next01() * 3.0 * 0.05;
+                const Float wave = std::sin(3.141592653589793 * along) * (bend * stream.Next01());
+                const Float width = stream.Next01() * thickness * 0.05;
                 const Float inside = width - std::abs(across - 0.5 + wave + wave);
                 if (inside > 0.0)
-                    m = Clamp01((std::pow(along, 2.0) * along * (1.0 - inside) - 1.0) * 0.8 + 1.0);
+                    m = Clamp01((std::pow(along, gamma) * along * (1.0 - inside) - 1.0) * depth + 1.0);
             }
             frequency *= step;
             a += Max(a, 1.0 - m);
@@ -403,6 +490,7 @@ void Cells1000(benchmark::State& state, const std::string& mode, const std::stri
 BENCHMARK_CAPTURE(Cells1000, euclidean, "0", "1")->UseManualTime();
 BENCHMARK_CAPTURE(Cells1000, power, "1", "0.37")->UseManualTime();
 BENCHMARK_CAPTURE(Cells1000, minkowski, "6", "1.7")->UseManualTime();
+BENCHMARK_CAPTURE(Cells1000, farthest, "1", "-0.5")->UseManualTime();
 
 // Veins in stone: what a colour graph of a material looks like.
 void Marble(benchmark::State& state)

@@ -82,6 +82,13 @@ public:
             return;
         last_ = progress.seconds;
         wasShown_ = true;
+        if (const host::SetupRaster* const raster = progress.raster)
+        {
+            streams_.err << fmt::format(
+                                "\r\x1b[K{} baking {} {} x {}", name, raster->node, raster->width, raster->height)
+                         << std::flush;
+            return;
+        }
         constexpr int kWidth = 30;
         const int filled = static_cast<int>(progress.share * kWidth);
         const double rate = progress.seconds > 0.0 ? static_cast<double>(progress.samples) / progress.seconds : 0.0;
@@ -157,26 +164,27 @@ bool ReadOptions(const BakeArguments& arguments, const Streams& streams, host::B
                options.shape);
 }
 
-bool ChooseOutputs(const BakeArguments& arguments, const Streams& streams, const host::Program& program,
-    std::vector<std::size_t>& chosen)
+bool ChooseOutputs(
+    const BakeArguments& arguments, const Streams& streams, const host::Graph& graph, std::vector<std::size_t>& chosen)
 {
+    if (!HasOutputs(arguments.graph, graph, streams))
+        return false;
     std::vector<std::string> names;
-    for (const host::OutputPlan& output : program.outputs)
+    for (const host::OutputPlan& output : graph.program->outputs)
         names.push_back(output.name);
-    for (std::size_t i = 0; i < names.size() && arguments.outputs.empty(); ++i)
-        chosen.push_back(i);
-    for (const std::string& name : arguments.outputs)
+    for (std::size_t i = 0; i < names.size(); ++i)
     {
-        const auto found = std::find(names.begin(), names.end(), name);
-        if (found == names.end())
-        {
-            PrintError(
-                streams, fmt::format("--output {}: there is no such output{}", name, host::Suggestion(name, names)));
-            return false;
-        }
-        if (const auto index = static_cast<std::size_t>(found - names.begin());
-            std::find(chosen.begin(), chosen.end(), index) == chosen.end())
-            chosen.push_back(index);
+        // What a material drives may be a choice: for who reads its channels, not for a picture.
+        const host::CoreOutput& output = graph.document.graph.outputs[i];
+        const bool isChannel = output.type != nullptr;
+        if (!isChannel || !arguments.graph.outputs.empty() || host::IsPicture(output.type))
+            chosen.push_back(i);
+    }
+    if (chosen.empty())
+    {
+        PrintError(streams,
+            fmt::format("{}: material: no channel is a picture ({})", arguments.graph.file, fmt::join(names, ", ")));
+        return false;
     }
     if (chosen.size() > 1 && arguments.file.find("{output}") == std::string::npos)
     {
@@ -219,7 +227,21 @@ bool ChooseFrames(const BakeArguments& arguments, const Streams& streams, std::v
 void PrintStatistics(const Streams& streams, const host::Graph& graph, const host::BakeStatistics& statistics)
 {
     Json json = Json::Object();
+    double bakeSeconds = 0.0;
+    Json rasters = Json::Array();
+    for (const host::SetupRaster& raster : statistics.rasters)
+    {
+        Json entry = Json::Object();
+        entry.Add("node", raster.node);
+        entry.Add("width", Json(static_cast<UInt>(raster.width)));
+        entry.Add("height", Json(static_cast<UInt>(raster.height)));
+        entry.Add("bytes", Json(raster.bytes));
+        entry.Add("seconds", raster.seconds);
+        rasters.Append(std::move(entry));
+        bakeSeconds += raster.seconds;
+    }
     json.Add("setupSeconds", statistics.setupSeconds);
+    json.Add("bakeSeconds", bakeSeconds); // of the setup's
     json.Add("sampleSeconds", statistics.sampleSeconds);
     json.Add("writeSeconds", statistics.writeSeconds);
     json.Add("samples", Json(statistics.samples));
@@ -235,6 +257,7 @@ void PrintStatistics(const Streams& streams, const host::Graph& graph, const hos
         evaluations.Set(name, Json((before ? static_cast<UInt>(before->AsInteger()) : 0) + statistics.evaluations[i]));
     }
     json.Add("evaluations", std::move(evaluations));
+    json.Add("rasters", std::move(rasters));
     streams.err << json.Write(true) << '\n';
 }
 
@@ -297,14 +320,16 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
     options.stop = &isInterrupted;
     ProgressBar bar(streams, arguments.progress == "always" || (arguments.progress == "auto" && streams.isErrTerminal));
     host::BakeStatistics statistics;
+    const auto messages = std::make_shared<RenderMessages>(); // of all frames, so that each is said once
     for (const std::optional<int>& frame : frames)
     {
         // Every frame starts from fresh state.
         host::Graph graph;
         if (!LoadGraph(arguments.graph, {}, module, streams, graph))
             return kWrongInput;
+        graph.messages = messages;
         std::vector<std::size_t> outputs;
-        if (!ChooseOutputs(arguments, streams, *graph.program, outputs))
+        if (!ChooseOutputs(arguments, streams, graph, outputs))
             return kWrongInput;
         std::vector<host::BakeTarget> targets;
         for (const std::size_t output : outputs)

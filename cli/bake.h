@@ -17,7 +17,6 @@ struct BakeArguments
     std::string file; // may hold `{output}`, and `{frame}` or a run of `#`
     std::string size = "1024";
     std::string crop;
-    std::vector<std::string> outputs; // empty: all
     std::optional<int> frame;
     std::string frames; // A-B
     double framesPerSecond = 25.0;

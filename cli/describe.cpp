@@ -43,6 +43,10 @@ Json DescribePort(const NodePort& port)
         json.Add("help", port.help);
     if (!port.input)
         return json;
+    if (!port.group.empty())
+        json.Add("group", port.group);
+    if (!port.id.empty())
+        json.Add("id", port.id);
     if (port.isVariadic || port.IsBundle())
         json.Add("variadic", true);
     json.Add("default", port.shownDefault);
@@ -106,6 +110,20 @@ Json DescribeNode(const NodeType& type)
     for (const NodePort& port : type.ports)
         ports.Append(DescribePort(port));
     json.Add("ports", std::move(ports));
+    if (type.buttons.empty())
+        return json;
+    Json buttons = Json::Array();
+    for (const host::NodeButtons& group : type.buttons)
+    {
+        Json commands = Json::Array();
+        for (const std::string& command : group.commands)
+            commands.Append(command);
+        Json entry = Json::Object();
+        entry.Add("id", group.id);
+        entry.Add("commands", std::move(commands));
+        buttons.Append(std::move(entry));
+    }
+    json.Add("buttons", std::move(buttons));
     return json;
 }
 

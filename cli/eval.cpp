@@ -25,7 +25,8 @@ int Eval(const EvalArguments& arguments, const Streams& streams)
     if (!LoadModule(arguments.module, streams, module))
         return kFailed;
     host::Graph graph;
-    if (!LoadGraph(arguments.graph, host::VariableInputs(samples), module, streams, graph))
+    if (!LoadGraph(arguments.graph, host::VariableInputs(samples), module, streams, graph) ||
+        !HasOutputs(arguments.graph, graph, streams))
         return kWrongInput;
     host::Json results;
     bool anyFailed = false;

@@ -54,7 +54,7 @@ void AddBake(CLI::App& app, BakeArguments& a)
         ->type_name("FILE")
         ->required();
     bake->add_option("--size", a.size, "pixels: N or WxH")->capture_default_str();
-    bake->add_option("--output", a.outputs, "an output to bake; default: every one, FILE then holds {output}")
+    bake->add_option("--output", a.graph.outputs, "an output to bake; default: every one, FILE then holds {output}")
         ->allow_extra_args(false);
     auto* const frame = bake->add_option("--frame", a.frame, "the frame to bake; its time is N / fps");
     bake->add_option("--frames", a.frames, "frames A to B; FILE then holds {frame} or ####")
@@ -74,7 +74,7 @@ void AddBake(CLI::App& app, BakeArguments& a)
     bake->add_option("--progress", a.progress, "auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->capture_default_str();
-    bake->add_flag("--stats", a.stats, "times, samples and evaluations as JSON on stderr");
+    bake->add_flag("--stats", a.stats, "times, samples, evaluations and baked rasters as JSON on stderr");
 }
 
 int Main(int argc, char** argv)

@@ -19,7 +19,7 @@ namespace
 int DescribeOne(const NodesArguments& arguments, const Streams& streams, host::NodeCatalog& catalog)
 {
     host::Diagnostics diagnostics;
-    const host::NodeType* const type = catalog.Find(arguments.id, {}, "", arguments.id, diagnostics);
+    const host::NodeType* const type = catalog.Find(arguments.id, {}, arguments.id, diagnostics);
     if (!type)
     {
         PrintDiagnostics(streams, "nodes", diagnostics);

@@ -80,6 +80,7 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
     if (arguments.file != "-")
         options.searchPaths.push_back(std::filesystem::absolute(arguments.file).parent_path().string());
     options.variable = variable;
+    options.outputs = {arguments.outputs.begin(), arguments.outputs.end()};
     host::SetTextureMemory(static_cast<UInt>(arguments.textureMemory) << 20);
     for (const std::string& text : arguments.settings)
     {
@@ -97,6 +98,14 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
                         host::LoadGraph(text, module, options, diagnostics, graph);
     PrintDiagnostics(streams, arguments.file, diagnostics);
     return isGood;
+}
+
+bool HasOutputs(const GraphArguments& arguments, const host::Graph& graph, const Streams& streams)
+{
+    if (graph.program->outputs.empty())
+        PrintError(streams, fmt::format("{}: material: drives no channel: give an input of the material or of a layer",
+                                arguments.file));
+    return !graph.program->outputs.empty();
 }
 
 } // namespace velto::cli

@@ -43,11 +43,15 @@ struct GraphArguments
     int renderMode = 0;
     std::vector<std::string> searchPaths;
     std::vector<std::string> settings; // NODE.PORT=VALUE
+    std::vector<std::string> outputs;  // that are wanted; empty: all
     int textureMemory = 2048;          // megabytes
 };
 
 // Reads a graph with its settings; errors are printed, and warnings.
 bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& variable,
     const std::shared_ptr<host::Module>& module, const Streams& streams, host::Graph& graph);
+
+// Whether there is anything to evaluate; that a material drives nothing is printed.
+bool HasOutputs(const GraphArguments& arguments, const host::Graph& graph, const Streams& streams);
 
 } // namespace velto::cli

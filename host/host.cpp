@@ -2,6 +2,10 @@
 
 #include "host/text/url.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+
 namespace velto::host
 {
 
@@ -30,13 +34,31 @@ std::set<std::string> Origins(const CoreGraph& graph, const std::set<std::string
     return origins;
 }
 
+// Drops the outputs that nobody wants, and with them all that only they need.
+bool KeepOutputs(const std::set<std::string>& wanted, std::vector<CoreOutput>& outputs, Diagnostics& diagnostics)
+{
+    if (wanted.empty())
+        return true;
+    std::vector<std::string> names;
+    for (const CoreOutput& output : outputs)
+        names.push_back(output.name);
+    for (const std::string& name : wanted)
+    {
+        if (std::find(names.begin(), names.end(), name) == names.end())
+            diagnostics.Fault("outputs", fmt::format("there is no output \"{}\"{}", name, Suggestion(name, names)));
+    }
+    std::erase_if(outputs, [&](const CoreOutput& output) { return !wanted.contains(output.name); });
+    return !diagnostics.HasFaults();
+}
+
 bool ReadAndCompile(std::string_view text, const std::shared_ptr<Module>& module, const GraphOptions& options,
     Diagnostics& diagnostics, Graph& graph)
 {
     Json json;
     NodeCatalog catalog;
     if (!ReadJson(text, json, diagnostics) ||
-        !ReadDocument(json, catalog, options.settings, diagnostics, graph.document))
+        !ReadDocument(json, catalog, options.settings, diagnostics, graph.document) ||
+        !KeepOutputs(options.outputs, graph.document.graph.outputs, diagnostics))
         return false;
     auto paths = std::make_shared<SearchPathsType>();
     for (const std::string& path : options.searchPaths)

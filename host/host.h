@@ -31,6 +31,7 @@ struct GraphOptions
     std::vector<Setting> settings;
     // Inputs that will be changed between samples, `NODE.PORT`.
     std::set<std::string> variable;
+    std::set<std::string> outputs; // those that are wanted; empty: all
 };
 
 // A document with the program made of it and what it computes once. Not yet run: see `Setup::Run`.
@@ -38,7 +39,7 @@ struct Graph
 {
     GraphDocument document;
     std::shared_ptr<const SearchPathsType> searchPaths;
-    std::unique_ptr<RenderMessages> messages = std::make_unique<RenderMessages>();
+    std::shared_ptr<RenderMessages> messages = std::make_shared<RenderMessages>();
     std::shared_ptr<const Program> program;
     std::unique_ptr<Setup> setup;
 };

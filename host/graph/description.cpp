@@ -18,7 +18,8 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <mutex>
+#include <map>
+#include <set>
 
 namespace velto::host
 {
@@ -42,6 +43,7 @@ struct Databases
 {
     std::map<std::string, std::filesystem::path, std::less<>> directories; // by database id
     std::map<std::filesystem::path, std::shared_ptr<const DescriptionFile>> files;
+    std::set<std::filesystem::path> judged; // files and directories of which all was said, for all databases
 };
 
 Databases& All()
@@ -50,11 +52,12 @@ Databases& All()
     return databases;
 }
 
-void Warn(const std::filesystem::path& file, std::string_view place, std::string_view text)
+void Warn(const std::filesystem::path& file, std::string_view place, std::string_view text,
+    std::string_view consequence = "the description is left out")
 {
     WriteOutput(OutputChannel::Log, LogTarget::Warning,
-        fmt::format("velto: warning: {}: {}{}{}; the description is left out", file.string(), place,
-            place.empty() ? "" : ": ", text));
+        fmt::format(
+            "velto: warning: {}: {}{}{}; {}", file.string(), place, place.empty() ? "" : ": ", text, consequence));
 }
 
 // The files of a directory in order of their names; none when there is no such directory.
@@ -67,6 +70,8 @@ std::vector<std::filesystem::path> DescriptionFiles(const std::filesystem::path&
         if (at->path().extension() == ".json")
             files.push_back(at->path());
     }
+    if (failure && failure != std::errc::no_such_file_or_directory && All().judged.insert(directory).second)
+        Warn(directory, "", failure.message(), "descriptions in it are left out");
     std::sort(files.begin(), files.end());
     return files;
 }
@@ -168,6 +173,7 @@ public:
         ReadNodes();
         if (!diagnostics_.HasFaults())
             ReadPorts();
+        ReadButtons();
         return type_;
     }
 
@@ -207,8 +213,11 @@ private:
                 diagnostics_.Fault(
                     place + ".type", fmt::format("there is no core node \"{}\"{}", Printable(inner.type),
                                          Suggestion(inner.type, EntryNames(registry::kCoreNodes.View()))));
-            else if (Result made = CreateGroup(*factory, {}, group); made.IsError())
-                diagnostics_.Fault(place, made.Message());
+            else
+            {
+                TryBuild(*factory, inner.arguments, place + ".arguments", group);
+                TryBuild(*factory, {}, place, group);
+            }
             type_->inner.push_back(std::move(inner));
             groups_.push_back(std::move(group));
         }
@@ -219,6 +228,15 @@ private:
             if (const Json* const inputs = nodes->GetMembers()[i].second.Find("inputs"))
                 ReadGiven(i, *inputs, fmt::format("nodes.{}.inputs", type_->inner[i].name));
         }
+    }
+
+    void TryBuild(const CoreNodeFactory& factory, const DataDictionary& arguments, const std::string& place,
+        Ref<MicroNodeGroup>& group)
+    {
+        const Result made = CreateGroup(factory, arguments, group);
+        ThrowIfOutOfMemory(made);
+        if (made.IsError())
+            diagnostics_.Fault(place, made.Message());
     }
 
     // What the description gives an inner node: a value, or a link to another inner node.
@@ -239,17 +257,18 @@ private:
             {
                 InnerPort source;
                 const GroupPort* output = nullptr;
-                if (!from->IsString() || !FindPort(from->AsString(), false, portPlace, source, output))
+                if (!FindPort(from->AsString(), false, portPlace, source, output))
                     continue;
+                const DataType* const wanted = ValueType(port->type.Get());
+                if (!IsConvertible(output->type.Get(), wanted))
+                    diagnostics_.Fault(
+                        portPlace, fmt::format("{} is a {}, which does not turn into a {}", from->AsString(),
+                                       TypeName(output->type.Get()), TypeName(wanted)));
                 given.link = true;
                 given.from = source;
             }
-            else
-            {
-                const DataType* const yields = FunctionResultType(port->type.Get());
-                if (!ReadValue(json, yields ? yields : port->type.Get(), portPlace, diagnostics_, given.value))
-                    continue;
-            }
+            else if (!ReadValue(json, ValueType(port->type.Get()), portPlace, diagnostics_, given.value))
+                continue;
             type_->inner[index].given.push_back(std::move(given));
         }
     }
@@ -290,7 +309,7 @@ private:
                 NodePort port;
                 port.input = input;
                 if (ReadPort(list->Elements()[i], fmt::format("{}[{}]", side, i), port))
-                    type_->ports.push_back(std::move(port));
+                    type_->AddPort(std::move(port));
             }
         }
     }
@@ -308,23 +327,22 @@ private:
         port.label = OptionalText(json, "label");
         port.help = OptionalText(json, "help");
         port.group = OptionalText(json, "group");
+        port.id = OptionalText(json, "id");
         for (const auto& [key, to] : {std::pair("min", &port.minimum), std::pair("max", &port.maximum)})
         {
             if (const Json* const limit = json.Find(key))
                 *to = *limit;
         }
-        if (const Json* const bundle = json.Find("bundle"))
+        if (const Json* const bundle = json.Find("bundle"); bundle && port.input)
             return ReadBundle(json, *bundle, place, port);
         if (!ReadTargets(json, place, port))
             return false;
         ReadEnumeration(json, place, port);
         if (const Json* const value = json.Find("default"))
         {
-            const DataType* const yields = FunctionResultType(port.type.Get());
             port.shownDefault = *value;
             // That of every element, where the port is variadic.
-            if (!ReadValue(
-                    *value, yields ? yields : port.type.Get(), place + ".default", diagnostics_, port.defaultValue))
+            if (!ReadValue(*value, ValueType(port.type.Get()), place + ".default", diagnostics_, port.defaultValue))
                 return false;
         }
         return true;
@@ -365,6 +383,7 @@ private:
             {
                 port.type = inner->type;
                 port.isVariadic = inner->wildcard;
+                port.namedBy = NamingArgument(AsHost(groups_[target.node]), *inner);
             }
             else if (!IsConvertible(ValueType(port.type.Get()), ValueType(type)))
                 diagnostics_.Fault(
@@ -392,19 +411,70 @@ private:
 
     bool ReadBundle(const Json& json, const Json& bundle, const std::string& place, NodePort& port)
     {
+        if (bundle.Elements().empty())
+        {
+            diagnostics_.Fault(place + ".bundle", "expected an array of ports");
+            return false;
+        }
         for (std::size_t i = 0; i < bundle.Elements().size(); ++i)
         {
+            const std::string memberPlace = fmt::format("{}.bundle[{}]", place, i);
             NodePort member;
-            if (!ReadPort(bundle.Elements()[i], fmt::format("{}.bundle[{}]", place, i), member))
+            if (!ReadPort(bundle.Elements()[i], memberPlace, member))
                 return false;
+            if (!member.isVariadic || !member.namedBy.empty())
+                diagnostics_.Fault(memberPlace, "expected a port whose inner port takes any number of elements");
             port.members.push_back(std::move(member));
         }
         if (const Json* const elements = json.Find("default"))
         {
+            CheckElements(*elements, place + ".default", port.members);
             port.defaultElements = *elements;
             port.shownDefault = *elements;
         }
-        return !port.members.empty();
+        return true;
+    }
+
+    void CheckElements(const Json& elements, const std::string& place, const std::vector<NodePort>& members)
+    {
+        if (!elements.IsArray())
+            diagnostics_.Fault(place, "expected an array of objects");
+        for (std::size_t i = 0; i < elements.Elements().size(); ++i)
+        {
+            const std::string elementPlace = fmt::format("{}[{}]", place, i);
+            if (!elements.Elements()[i].IsObject())
+                diagnostics_.Fault(elementPlace, "expected an object");
+            for (const auto& [name, json] : elements.Elements()[i].GetMembers())
+            {
+                const std::string memberPlace = fmt::format("{}.{}", elementPlace, name);
+                const auto member = std::find_if(
+                    members.begin(), members.end(), [&](const NodePort& port) { return port.name == name; });
+                Data ignored;
+                if (member == members.end())
+                    diagnostics_.Fault(memberPlace, "the bundle has no such member");
+                else if (member->type)
+                    ReadValue(json, ValueType(member->type.Get()), memberPlace, diagnostics_, ignored);
+            }
+        }
+    }
+
+    void ReadButtons()
+    {
+        const Json* const list = json_.Find("buttons");
+        for (std::size_t i = 0; list && i < list->Elements().size(); ++i)
+        {
+            const Json& json = list->Elements()[i];
+            NodeButtons buttons;
+            buttons.id = OptionalText(json, "id");
+            if (const Json* const commands = json.Find("commands"))
+            {
+                for (const Json& command : commands->Elements())
+                    buttons.commands.push_back(command.IsString() ? command.AsString() : std::string());
+            }
+            if (buttons.id.empty() || std::count(buttons.commands.begin(), buttons.commands.end(), "") > 0)
+                diagnostics_.Fault(fmt::format("buttons[{}]", i), "expected an id, and commands by their ids");
+            type_->buttons.push_back(std::move(buttons));
+        }
     }
 
     const Json& json_;
@@ -413,10 +483,16 @@ private:
     std::vector<Ref<MicroNodeGroup>> groups_;
 };
 
-// The node types that the processor has made, as often as it was asked.
-std::vector<std::shared_ptr<const NodeType>>& Types()
+struct Made
 {
-    static std::vector<std::shared_ptr<const NodeType>> types;
+    std::shared_ptr<const NodeType> type;
+    std::filesystem::path file;
+};
+
+// The node types that the processor has made, as often as it was asked.
+std::vector<Made>& Types()
+{
+    static std::vector<Made> types;
     return types;
 }
 
@@ -427,26 +503,33 @@ Result ProcessDescription(
         const DescriptionFile& file = *static_cast<const HostDescription*>(description)->file;
         Diagnostics diagnostics;
         std::shared_ptr<NodeType> type = TypeReader(file.json, diagnostics).Read();
-        const bool isKnown = std::any_of(Types().begin(), Types().end(),
-            [&](const std::shared_ptr<const NodeType>& known) { return known->id == type->id; });
-        if (!isKnown)
+        if (std::any_of(Types().begin(), Types().end(),
+                [&](const Made& known) { return known.type->id == type->id && known.file != file.path; }))
+            diagnostics.Fault("id", "another description has this id");
+        NodeSystem root;
+        if (!diagnostics.HasFaults())
         {
-            for (const Diagnostic& diagnostic : diagnostics.All())
-                Warn(file.path, diagnostic.place, diagnostic.text);
+            if (Result built = BuildTemplate(*type, root); built.IsError())
+            {
+                ThrowIfOutOfMemory(built);
+                diagnostics.Fault("", built.Message());
+            }
         }
         if (diagnostics.HasFaults())
-            return {};
-        NodeSystem root;
-        if (Result built = BuildTemplate(*type, root); built.IsError())
         {
-            Warn(file.path, "", built.Message());
+            const bool isFirst = All().judged.insert(file.path).second; // not for another database
+            for (const Diagnostic& diagnostic : diagnostics.All())
+            {
+                if (isFirst)
+                    Warn(file.path, diagnostic.place, diagnostic.text);
+            }
             return {};
         }
-        Types().push_back(type);
+        Types().push_back({type, file.path});
         result->value = type.get();
         result->destroy = [](void* value) {
-            const auto found = std::find_if(Types().rbegin(), Types().rend(),
-                [value](const std::shared_ptr<const NodeType>& known) { return known.get() == value; });
+            const auto found = std::find_if(
+                Types().rbegin(), Types().rend(), [value](const Made& known) { return known.type.get() == value; });
             if (found != Types().rend())
                 Types().erase(std::next(found).base());
         };
@@ -460,7 +543,7 @@ std::vector<std::shared_ptr<const NodeType>> DescribedNodes()
 {
     std::vector<std::shared_ptr<const NodeType>> nodes;
     std::vector<std::string_view> seen;
-    for (const auto& type : Types())
+    for (const auto& [type, file] : Types())
     {
         if (std::find(seen.begin(), seen.end(), type->id) != seen.end())
             continue;
@@ -479,6 +562,7 @@ const DescriptionDefinitionDatabaseInterface& DescriptionDefinitionService()
                 const Url held = Url::Share(const_cast<UrlObject*>(url));
                 All().directories[std::string(database.View())] = std::filesystem::path(Path(held));
                 All().files.clear();
+                All().judged.clear();
                 return {};
             });
         }},

@@ -35,6 +35,7 @@ struct DocumentNode
     const Json* inputs = nullptr; // null: none
     const NodeType* type = nullptr;
     DataDictionary arguments;
+    std::vector<const NodeType*> built; // a described node's inner nodes as its arguments make them; empty: it has none
     std::size_t firstCore = 0;
     std::vector<std::size_t> links;                            // nodes that it reads, for cycles
     std::vector<std::pair<std::string, CoreInput>> parameters; // of a BSDF layer: what the document gives it
@@ -94,8 +95,9 @@ private:
         for (const auto& [name, member] : object.GetMembers())
         {
             if (std::find(known.begin(), known.end(), name) == known.end())
-                diagnostics_.Fault(Join(place, name), fmt::format("is not known here{}; expected one of {}",
-                                                          Suggestion(name, known), fmt::join(known, ", ")));
+                diagnostics_.Fault(
+                    Join(place, name), fmt::format("is not known here{}{}{}", Suggestion(name, known),
+                                           known.empty() ? "" : "; expected one of ", fmt::join(known, ", ")));
         }
     }
 
@@ -163,18 +165,40 @@ private:
 
     void ReadType(const Json& json, const std::string& place, DocumentNode& node)
     {
-        std::string key;
-        if (const Json* const arguments = json.Find("arguments"))
-        {
-            ReadArguments(*arguments, place + ".arguments", diagnostics_, node.arguments);
-            key = arguments->Write();
-        }
+        NodeArguments given{{}, {}, place + ".arguments"};
+        const Json* const arguments = json.Find("arguments");
+        if (arguments && ReadArguments(*arguments, given.place, diagnostics_, given.values))
+            given.key = arguments->Write();
+        else
+            given.values = {};
         const Json* const type = json.Find("type");
         if (!type)
             return diagnostics_.Fault(place + ".type", "is missing");
         if (!type->IsString())
             return diagnostics_.Fault(place + ".type", fmt::format("expected a string, got {}", type->Description()));
-        node.type = catalog_.Find(type->AsString(), node.arguments, key, place + ".type", diagnostics_);
+        node.type = catalog_.Find(type->AsString(), given, place + ".type", diagnostics_);
+        if (node.type && arguments && (given.key.empty() || !BuildInner(*arguments, given, node)))
+            node.type = nullptr; // its arguments are the fault, and were reported
+        node.arguments = std::move(given.values);
+    }
+
+    // What arguments make of the nodes inside a described one; false and a fault when nothing can be made of them.
+    bool BuildInner(const Json& json, const NodeArguments& given, DocumentNode& node)
+    {
+        std::vector<std::string> known = node.type->arguments;
+        for (const InnerNode& inner : node.type->inner)
+        {
+            if (!node.type->isDescribed)
+                continue; // it is the core node itself
+            node.built.push_back(
+                inner.forwarded ? nullptr : catalog_.Find(inner.type, given, given.place, diagnostics_));
+            if (const NodeType* const core = node.built.back())
+                known.insert(known.end(), core->arguments.begin(), core->arguments.end());
+            else if (!inner.forwarded)
+                return false;
+        }
+        CheckKeys(json, given.place, known);
+        return true;
     }
 
     void CheckSettings()
@@ -198,33 +222,30 @@ private:
     }
 
     // The elements of a described variadic port that the node's arguments name, each with its `#`.
-    std::vector<std::string> NamedElements(const DocumentNode& node, const NodePort& port)
+    static std::vector<std::string> NamedElements(const DocumentNode& node, const NodePort& port)
     {
         std::vector<std::string> elements;
-        if (!node.arguments || !port.isVariadic)
+        if (node.built.empty() || port.namedBy.empty())
             return elements;
         const InnerPort& target = port.targets[0];
-        if (const auto core = catalog_.Core(node.type->inner[target.node].type, node.arguments))
+        for (const NodePort& inner : node.built[target.node]->ports)
         {
-            for (const NodePort& inner : core->ports)
-            {
-                if (inner.name.starts_with(target.port + "#"))
-                    elements.push_back(inner.name.substr(target.port.size()));
-            }
+            if (inner.name.starts_with(target.port + "#"))
+                elements.push_back(inner.name.substr(target.port.size()));
         }
         return elements;
     }
 
     // The variadic port of which `name` is an element that the node's arguments name, or null.
-    std::pair<const NodePort*, std::string> FindElement(const DocumentNode& node, const std::string& name)
+    static std::pair<const NodePort*, std::string> FindElement(const DocumentNode& node, const std::string& name)
     {
         const auto hash = std::min(name.find('#'), name.size());
         const NodePort* const port = node.type->FindPort(name.substr(0, hash), true);
         const std::string element = name.substr(hash);
-        if (!port)
+        if (!port || port->namedBy.empty() || node.built.empty())
             return {};
-        const std::vector<std::string> elements = NamedElements(node, *port);
-        return {std::find(elements.begin(), elements.end(), element) == elements.end() ? nullptr : port, element};
+        const InnerPort& target = port->targets[0];
+        return {node.built[target.node]->FindPort(target.port + element, true) ? port : nullptr, element};
     }
 
     // One core node for every inner node of every type.
@@ -298,8 +319,8 @@ private:
         {
             if (port.input && !given.contains(port.name))
             {
-                if (const Json* const followed = FindFollowed(node, port))
-                    ReadPort(node, port, *followed, Join(place, port.follows), "", "");
+                if (const CoreInput* const followed = FindFollowed(node, port))
+                    Give(node, port, "", Copy(*followed));
                 else
                     GiveDefault(node, port);
             }
@@ -311,10 +332,16 @@ private:
         }
     }
 
-    // What the document gives the input that a port follows where it has nothing of its own.
-    static const Json* FindFollowed(const DocumentNode& node, const NodePort& port)
+    // What was given to the input that a port follows where it has nothing of its own.
+    const CoreInput* FindFollowed(const DocumentNode& node, const NodePort& port) const
     {
-        return port.follows.empty() || !node.inputs ? nullptr : node.inputs->Find(port.follows);
+        const NodePort* const followed = port.follows.empty() ? nullptr : node.type->FindPort(port.follows, true);
+        if (!followed || followed->targets.empty())
+            return nullptr;
+        const InnerPort& target = followed->targets[0];
+        const auto& inputs = document_.graph.nodes[node.firstCore + target.node].inputs;
+        const auto found = inputs.find(target.port);
+        return found == inputs.end() ? nullptr : &found->second;
     }
 
     void ReadInput(DocumentNode& node, const std::string& name, const Json& json, const std::string& place)
@@ -323,6 +350,9 @@ private:
         {
             if (port->IsBundle())
                 ReadBundle(node, *port, json, place);
+            else if (!port->namedBy.empty())
+                diagnostics_.Fault(place,
+                    fmt::format("its elements are named: {}#NAME, by the argument {}", port->name, port->namedBy));
             else if (port->isVariadic)
                 ReadElements(node, *port, json, place);
             else
@@ -446,10 +476,12 @@ private:
         const DataType* const yields = FunctionResultType(port.type.Get());
         if (!ReadValue(json, yields ? yields : port.type.Get(), place, diagnostics_, input.value))
             return false;
-        if (json.IsString() && !port.values.empty() &&
+        const bool isId = port.type.Get() == TypeOf<Id>(); // of these an empty one is no mistake
+        if (json.IsString() && !port.values.empty() && !(isId && json.AsString().empty()) &&
             std::find(port.values.begin(), port.values.end(), json.AsString()) == port.values.end())
-            diagnostics_.Warning(place, fmt::format("\"{}\" is not known{}; the node's own fallback applies",
-                                            Printable(json.AsString()), Suggestion(json.AsString(), port.values)));
+            diagnostics_.Warning(
+                place, fmt::format("\"{}\" is not known{}{}", Printable(json.AsString()),
+                           Suggestion(json.AsString(), port.values), isId ? "" : "; the node's own fallback applies"));
         return true;
     }
 
@@ -511,7 +543,7 @@ private:
         index = found->second;
         const DocumentNode& node = nodes_[index];
         if (!node.type)
-            return false; // its type is the fault, and was reported
+            return false; // its type or its arguments are the fault, and were reported
         port = node.type->FindPort(portName, false);
         if (!port)
         {
@@ -554,8 +586,10 @@ private:
             ReadBundle(node, port, port.defaultElements, port.name);
         else if (port.IsBundle())
             ReadBundle(node, port, Json::Array(), port.name);
-        else if (port.isVariadic)
+        else if (port.isVariadic && port.namedBy.empty())
             SetCount(node, port, 0);
+        else if (port.isVariadic)
+            return; // see NamedElements
         else if (!port.defaultValue.IsEmpty())
             Give(node, port, "", DefaultInput(port));
     }
@@ -568,6 +602,9 @@ private:
             return diagnostics_.Fault("outputs", fmt::format("expected an object, got {}", outputs->Description()));
         if (outputs->GetMembers().empty())
             diagnostics_.Fault("outputs", "is empty; a graph has at least one output");
+        if (outputs->GetMembers().size() > limits_.elements)
+            return diagnostics_.Fault("outputs",
+                fmt::format("{} outputs; at most {} are taken", outputs->GetMembers().size(), limits_.elements));
         for (const auto& [name, json] : outputs->GetMembers())
         {
             if (diagnostics_.IsFull())
@@ -581,7 +618,12 @@ private:
             if (!json.IsString())
                 diagnostics_.Fault(place, fmt::format("expected \"NODE.PORT\", got {}", json.Description()));
             else if (FindOutput(json.AsString(), place, port, link, node))
-                AddOutput(name, std::move(link));
+            {
+                if (port->type.Get() == LayerType())
+                    diagnostics_.Fault(place, "a BSDF layer is no output; it goes into material.bsdflayers");
+                else
+                    AddOutput(name, std::move(link));
+            }
         }
     }
 
@@ -660,7 +702,10 @@ private:
             return;
         const auto count = [](const Json* list) { return list && list->IsArray() ? list->Elements().size() : 0; };
         if (Result made = BuildMaterialRoot(count(layers), count(aovs), document_.root); made.IsError())
+        {
+            ThrowIfOutOfMemory(made);
             return diagnostics_.Fault("material", made.Message());
+        }
         TakeArrivingChannels();
     }
 
@@ -669,6 +714,8 @@ private:
     {
         if (!list.IsArray())
             return diagnostics_.Fault(place, fmt::format("expected an array of objects, got {}", list.Description()));
+        if (!HasFewElements(list, place))
+            return;
         std::vector<std::string> known;
         for (const bsdf::Name& member : members)
             known.emplace_back(member.id);
@@ -682,10 +729,17 @@ private:
                 continue;
             }
             CheckKeys(entry, entryPlace, known);
-            const Json* const active = entry.Find("active");
-            if (!active || !active->IsBool() || active->AsBool())
-                visit(i, entry);
+            const std::size_t channels = channels_.size();
+            visit(i, entry);
+            if (!IsActive(entry))
+                channels_.resize(channels); // checked, and left out
         }
+    }
+
+    static bool IsActive(const Json& entry)
+    {
+        const Json* const active = entry.Find("active");
+        return !active || !active->IsBool() || active->AsBool();
     }
 
     void ReadLayer(const Json& entry, const std::string& place, const std::string& channel)
@@ -694,6 +748,8 @@ private:
         const Json* const link = entry.Find("bsdflayer");
         const Json* const from = link && link->IsObject() ? link->Find("from") : nullptr;
         const std::string linkPlace = place + ".bsdflayer";
+        if (link && link->IsObject())
+            CheckKeys(*link, linkPlace, {"from"});
         if (!from || !from->IsString())
             return diagnostics_.Fault(linkPlace, "expected a link {\"from\": \"NODE.result\"} to a bsdflayer node");
         const NodePort* port = nullptr;
@@ -712,13 +768,18 @@ private:
     void ReadAov(const Json& entry, const std::string& place)
     {
         const Json* const id = entry.Find("id");
+        std::string channel = "aov.";
         if (!id || !id->IsString() || !IsName(id->AsString()))
-            return diagnostics_.Fault(place + ".id", "expected a name of letters, digits and _");
-        if (const Json* const color = entry.Find("color"))
-            DriveChannel("aovs", "aov." + id->AsString(), bsdf::kOutputEntry[2], *color, place + ".color");
+            diagnostics_.Fault(place + ".id", "expected a name of letters, digits and _");
+        else
+            channel += id->AsString();
+        if (id && IsActive(entry) && !aovs_.insert(channel).second)
+            diagnostics_.Fault(place + ".id", fmt::format("there are two outputs \"{}\"", id->AsString()));
+        ReadMembers(entry, place, channel, "aovs", bsdf::kOutputEntry);
     }
 
-    // The members of an entry that are channels: links and numbers, not the switch that stands for itself.
+    // The members of an entry that are channels: links and values, not the switch that stands for itself. An output's
+    // colour is the output.
     template <std::size_t N>
     void ReadMembers(const Json& entry, const std::string& place, const std::string& channel, const std::string& input,
         const bsdf::Name (&members)[N])
@@ -726,10 +787,11 @@ private:
         for (const bsdf::Name& member : members)
         {
             const Json* const value = entry.Find(member.id);
-            const bool isPlainSwitch = value && value->IsBool();
-            if (value && member.kind != bsdf::Kind::Layer && !isPlainSwitch)
-                DriveChannel(input, fmt::format("{}.{}", channel, member.id), member, *value,
-                    fmt::format("{}.{}", place, member.id));
+            const bool isPlainSwitch = value && member.kind == bsdf::Kind::Switch && value->IsBool();
+            if (!value || isPlainSwitch || member.kind == bsdf::Kind::Layer || member.kind == bsdf::Kind::Name)
+                continue;
+            DriveChannel(input, member.kind == bsdf::Kind::Colour ? channel : fmt::format("{}.{}", channel, member.id),
+                member, *value, fmt::format("{}.{}", place, member.id));
         }
     }
 
@@ -748,16 +810,20 @@ private:
     // What the module forwarded to the material's output is what the document drives.
     void TakeArrivingChannels()
     {
+        std::unordered_set<std::string> names;
+        for (const CoreOutput& output : document_.graph.outputs)
+            names.insert(output.name);
         for (const std::string& input : ArrivingInputs(AsHost(document_.root)))
         {
             for (Channel& channel : channels_)
             {
-                if (channel.input == input)
-                    document_.graph.outputs.push_back({channel.name, std::move(channel.source), channel.type});
+                if (channel.input != input)
+                    continue;
+                if (names.contains(channel.name))
+                    diagnostics_.Fault(Join("outputs", channel.name), "the material has a channel of this name");
+                document_.graph.outputs.push_back({channel.name, std::move(channel.source), channel.type});
             }
         }
-        if (document_.graph.outputs.empty())
-            diagnostics_.Fault("material", "drives no channel: give an input of the material or of a layer");
     }
 
     struct Channel
@@ -765,7 +831,7 @@ private:
         std::string input;
         std::string name;
         CoreInput source;
-        const DataType* type;
+        const DataType* type = nullptr;
     };
 
     // Reports one circle, by names.
@@ -827,6 +893,7 @@ private:
     std::size_t links_ = 0;
     DocumentNode material_; // reads, and is read by none
     std::vector<Channel> channels_;
+    std::unordered_set<std::string> aovs_; // the names of their channels
 };
 
 } // namespace

@@ -164,7 +164,7 @@ std::shared_ptr<const NodeType> LayerNodeType()
             port.values.assign(std::begin(bsdf::kBsdfTypes), std::end(bsdf::kBsdfTypes));
         if (name.id == "fresneltype")
             port.values.assign(std::begin(bsdf::kFresnelTypes), std::end(bsdf::kFresnelTypes));
-        type->ports.push_back(std::move(port));
+        type->AddPort(std::move(port));
     }
     return type;
 }

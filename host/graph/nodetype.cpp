@@ -17,11 +17,16 @@
 namespace velto::host
 {
 
+void NodeType::AddPort(NodePort port)
+{
+    places_[port.input].emplace(port.name, ports.size());
+    ports.push_back(std::move(port));
+}
+
 const NodePort* NodeType::FindPort(std::string_view portName, bool input) const
 {
-    const auto found = std::find_if(
-        ports.begin(), ports.end(), [&](const NodePort& port) { return port.name == portName && port.input == input; });
-    return found == ports.end() ? nullptr : &*found;
+    const auto found = places_[input].find(portName);
+    return found == places_[input].end() ? nullptr : &ports[found->second];
 }
 
 std::vector<std::string> NodeType::PortNames(bool input) const
@@ -56,8 +61,7 @@ const DataType* FunctionResultType(const DataType* type)
 
 NodeCatalog::NodeCatalog() : described_(DescribedNodes())
 {
-    if (const Result made = BuiltinTypes(described_); made.Kind() == error::kOutOfMemory.View())
-        throw std::bad_alloc(); // what else cannot be made is not there
+    ThrowIfOutOfMemory(BuiltinTypes(described_)); // what else cannot be made is not there
     described_.push_back(LayerNodeType());
     for (const auto& type : described_)
     {
@@ -92,22 +96,26 @@ std::vector<std::string> NodeCatalog::Names() const
     return names;
 }
 
-std::shared_ptr<const NodeType> NodeCatalog::Core(const std::string& id, const DataDictionary& arguments) const
+std::shared_ptr<const NodeType> NodeCatalog::Core(const std::string& id) const
+{
+    std::shared_ptr<const NodeType> type;
+    ThrowIfOutOfMemory(MakeCore(id, {}, type));
+    return type;
+}
+
+Result NodeCatalog::MakeCore(
+    const std::string& id, const DataDictionary& arguments, std::shared_ptr<const NodeType>& core) const
 {
     const Data* const entry = FindEntry(registry::kCoreNodes.View(), id);
     const CoreNodeFactory* const factory = entry ? entry->As<CoreNodeFactory>() : nullptr;
     Ref<MicroNodeGroup> group;
     if (!factory)
-        return nullptr;
-    if (const Result made = CreateGroup(*factory, arguments, group); made.IsError())
-    {
-        if (made.Kind() == error::kOutOfMemory.View())
-            throw std::bad_alloc();
-        return nullptr;
-    }
+        return MakeError(error::kUnresolved, fmt::format("There is no core node {}.", id));
+    VELTO_TRY(CreateGroup(*factory, arguments, group));
     auto type = std::make_shared<NodeType>();
     type->id = id;
     type->name = id.substr(id.rfind('.') + 1);
+    type->arguments = AsHost(group).arguments;
     InnerNode inner;
     inner.type = id;
     type->inner.push_back(std::move(inner));
@@ -118,6 +126,7 @@ std::shared_ptr<const NodeType> NodeCatalog::Core(const std::string& id, const D
         made.input = port.input;
         made.type = port.type;
         made.isVariadic = port.wildcard;
+        made.namedBy = NamingArgument(AsHost(group), port);
         made.mark = port.Mark();
         made.index = port.index;
         made.targets.push_back({0, port.name});
@@ -129,33 +138,34 @@ std::shared_ptr<const NodeType> NodeCatalog::Core(const std::string& id, const D
             if (!FunctionResultType(port.type.Get()) && found->second->defaultValue.Type() == port.type.Get())
                 ThrowIfError(made.defaultValue.CopyFrom(found->second->defaultValue));
         }
-        if (port.input && !port.wildcard && port.type.Get() == TypeOf<ShadingContext>())
-            type->inner[0].contextPorts.push_back(port.name);
-        type->ports.push_back(std::move(made));
+        type->AddPort(std::move(made));
     }
-    return type;
+    core = std::move(type);
+    return {};
 }
 
-const NodeType* NodeCatalog::Find(const std::string& name, const DataDictionary& arguments,
-    const std::string& argumentsKey, const std::string& place, Diagnostics& diagnostics)
+const NodeType* NodeCatalog::Find(
+    const std::string& name, const NodeArguments& arguments, const std::string& place, Diagnostics& diagnostics)
 {
-    if (const auto known = core_.find({name, argumentsKey}); known != core_.end())
+    if (const auto known = core_.find({name, arguments.key}); known != core_.end())
         return known->second.get();
     if (FindEntry(registry::kCoreNodes.View(), name))
     {
-        std::shared_ptr<const NodeType> type = Core(name, arguments);
-        if (!type)
+        std::shared_ptr<const NodeType> type;
+        if (const Result made = MakeCore(name, arguments.values, type); made.IsError())
         {
-            diagnostics.Fault(place, fmt::format("a {} cannot be made with these arguments", name));
+            ThrowIfOutOfMemory(made);
+            diagnostics.Fault(arguments.values ? arguments.place : place, made.Message());
             return nullptr;
         }
         constexpr std::size_t kMostPorts = 1'000'000;
-        if (!argumentsKey.empty() && (portsMade_ += type->ports.size()) > kMostPorts)
+        if (!arguments.key.empty() && (portsMade_ += type->ports.size()) > kMostPorts)
         {
-            diagnostics.Fault(place, fmt::format("the nodes' arguments ask for more than {} ports in all", kMostPorts));
+            diagnostics.Fault(
+                arguments.place, fmt::format("the nodes' arguments ask for more than {} ports in all", kMostPorts));
             return nullptr;
         }
-        return core_.emplace(std::pair(name, argumentsKey), std::move(type)).first->second.get();
+        return core_.emplace(std::pair(name, arguments.key), std::move(type)).first->second.get();
     }
     const auto found = byName_.find(name);
     if (found == byName_.end())

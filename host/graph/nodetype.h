@@ -29,6 +29,7 @@ struct NodePort
     bool input = true;
     Ref<const DataType> type;
     bool isVariadic = false;        // takes an array; its elements go to `port[0]`, `port[1]`, ... of the targets
+    std::string namedBy;            // of a variadic port whose elements are `port#name`: the argument with the names
     std::string follows;            // the input whose link it takes where it has none of its own
     std::vector<InnerPort> targets; // of an output: the one that it shows
     Int32 mark = 0;
@@ -40,7 +41,8 @@ struct NodePort
     // Of a bundle, whose elements are objects: their members.
     std::vector<NodePort> members;
     Json defaultElements;
-    std::string group; // of a graph root's ports, under which it stands there
+    std::string group; // the ports of a graph root under which it stands there, with dots between them
+    std::string id;    // of a bundle's member: what editors know it by
     // For people.
     std::string label;
     std::string help;
@@ -66,7 +68,21 @@ struct InnerNode
         Data value;     // else
     };
     std::vector<Given> given;
-    std::vector<std::string> contextPorts; // take the context of the sample
+};
+
+// What a document builds a node from, beside its type.
+struct NodeArguments
+{
+    DataDictionary values; // null: none
+    std::string key;       // equal where the values are
+    std::string place;     // in the document
+};
+
+// Commands that an editor offers beside a node's ports.
+struct NodeButtons
+{
+    std::string id;
+    std::vector<std::string> commands;
 };
 
 struct NodeType
@@ -77,11 +93,17 @@ struct NodeType
     std::string label;
     std::string category;
     std::string help;
-    std::vector<NodePort> ports;
+    std::vector<NodePort> ports; // see AddPort
     std::vector<InnerNode> inner;
+    std::vector<NodeButtons> buttons;
+    std::vector<std::string> arguments; // of a core node: the names of those that it is built from
 
+    void AddPort(NodePort port);
     const NodePort* FindPort(std::string_view portName, bool input) const;
     std::vector<std::string> PortNames(bool input) const;
+
+private:
+    std::map<std::string, std::size_t, std::less<>> places_[2]; // of outputs and of inputs, by name
 };
 
 // Whether a type's values are functions of the context, and what they yield (else null).
@@ -96,22 +118,24 @@ public:
     // The described nodes, in order of their registration.
     const std::vector<std::shared_ptr<const NodeType>>& Described() const { return described_; }
 
-    // A type by core id, described id or the last word of a described id. Null and a fault when there is none, or when
-    // the word is not unique.
-    const NodeType* Find(const std::string& name, const DataDictionary& arguments, const std::string& argumentsKey,
-        const std::string& place, Diagnostics& diagnostics);
+    // A type by core id, described id or the last word of a described id. Null and a fault when there is none, when the
+    // word is not unique, or when a core node cannot be made with the arguments.
+    const NodeType* Find(
+        const std::string& name, const NodeArguments& arguments, const std::string& place, Diagnostics& diagnostics);
 
     // A core node as it is without construction arguments. Null when there is none of that id.
-    std::shared_ptr<const NodeType> Core(const std::string& id, const DataDictionary& arguments = {}) const;
+    std::shared_ptr<const NodeType> Core(const std::string& id) const;
 
 private:
     std::vector<std::string> Names() const;
+    Result MakeCore(
+        const std::string& id, const DataDictionary& arguments, std::shared_ptr<const NodeType>& type) const;
 
     std::vector<std::shared_ptr<const NodeType>> described_;
     std::map<std::string, std::vector<const NodeType*>> byName_;
     std::size_t portsMade_ = 0; // of types with arguments
     // By id and arguments; what no longer is needed stays, the documents hold pointers.
-    mutable std::map<std::pair<std::string, std::string>, std::shared_ptr<const NodeType>> core_;
+    std::map<std::pair<std::string, std::string>, std::shared_ptr<const NodeType>> core_;
     std::map<std::string, const NodePort*> coreDescriptions_; // `core id` + `.port`
 };
 

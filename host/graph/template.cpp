@@ -37,8 +37,13 @@ Result Describe(const NodePort& source, const MutablePort& port)
 Result AddInput(const MutablePort& inputs, const NodePort& source, MutablePort& port)
 {
     MutablePort parent = inputs;
-    if (!source.group.empty())
-        VELTO_TRY(AddPort(inputs, source.group, parent));
+    for (std::size_t at = 0; at < source.group.size();)
+    {
+        const std::size_t end = std::min(source.group.find('.', at), source.group.size());
+        const MutablePort outer = parent;
+        VELTO_TRY(AddPort(outer, source.group.substr(at, end - at), parent));
+        at = end + 1;
+    }
     VELTO_TRY(AddPort(parent, source.name == kLocalContextPort ? kLocalContextId : source.name, port));
     if (!source.IsBundle())
         return Describe(source, port);
@@ -142,7 +147,7 @@ std::shared_ptr<NodeType> TypeOfTemplate(const std::string& id, const HostNodeSy
                 port.shownDefault = WriteValue(value->Type(), value->Value());
             }
             forward.forwarded = *held;
-            type->ports.push_back(std::move(port));
+            type->AddPort(std::move(port));
         }
         type->inner.push_back(std::move(forward));
     }

@@ -249,8 +249,7 @@ bool ReadTextAs(const Json& json, const std::string& place, Diagnostics& diagnos
     T made;
     if (Result result = Make(json.AsString(), made); result.IsError())
     {
-        if (result.Kind() == error::kOutOfMemory.View())
-            throw std::bad_alloc();
+        ThrowIfOutOfMemory(result);
         diagnostics.Fault(place, result.Message());
         return false;
     }

@@ -165,7 +165,9 @@ Float BezierHeight(const Vector2d& first, const Vector2d& second, const Vector2d
 Float SlopeAt(const HostSplineMapper& mapper, Int knot)
 {
     const Vector2d before = mapper.knots[Max<Int>(knot - 1, 0)].position;
-    const Vector2d behind = mapper.knots[Min<Int>(knot + 1, mapper.knots.Count() - 1)].position;
+    Vector2d behind = mapper.knots[Min<Int>(knot + 1, mapper.knots.Count() - 1)].position;
+    if (std::isnan(behind.x))
+        behind = mapper.knots[knot].position;
     const Float width = behind.x - before.x;
     return width > 0.0 ? (1.0 - mapper.tension) * (behind.y - before.y) / width : 0.0;
 }
@@ -189,7 +191,7 @@ Vector2d GetPoint(const SplineMapper* self, Float x)
     if (behind == knots.begin())
         return {x, knots[0].position.y};
     const SplineKnot& left = behind[-1];
-    if (behind == knots.end() || left.position.x == x)
+    if (behind == knots.end() || left.position.x == x || std::isnan(behind->position.x))
         return {x, left.position.y};
     const Vector2d end{behind->position.x - left.position.x, behind->position.y - left.position.y};
     const Float along = x - left.position.x;

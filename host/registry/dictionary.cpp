@@ -2,7 +2,7 @@
 
 #include "host/system/guard.h"
 
-#include <vector>
+#include <algorithm>
 
 namespace velto::host
 {
@@ -27,8 +27,11 @@ const std::vector<Entry>& Entries(const DictionaryObject* dictionary)
     return dictionary ? static_cast<const HostDictionary*>(dictionary)->entries : none;
 }
 
+thread_local LookUpNotes* currentNotes = nullptr;
+
 const Data* GetData(const DictionaryObject* dictionary, const DictionaryKey& key)
 {
+    LookUpNotes::Note(key.name);
     for (const Entry& entry : Entries(dictionary))
     {
         if (entry.key == key)
@@ -85,6 +88,36 @@ bool AreEqual(const DictionaryObject* a, const DictionaryObject* b)
             return false;
     }
     return true;
+}
+
+LookUpNotes::LookUpNotes() : outer_(std::exchange(currentNotes, this)) {}
+
+LookUpNotes::~LookUpNotes()
+{
+    currentNotes = outer_;
+}
+
+void LookUpNotes::Note(const Id& name) noexcept
+{
+    if (!currentNotes || name.IsEmpty())
+        return;
+    auto& names = currentNotes->names_;
+    try
+    {
+        if (std::find(names.begin(), names.end(), name.View()) == names.end())
+            names.emplace_back(name.View());
+    }
+    catch (const std::bad_alloc&)
+    {
+        currentNotes->isComplete_ = false;
+    }
+}
+
+std::vector<std::string> LookUpNotes::Take()
+{
+    if (!isComplete_)
+        throw std::bad_alloc();
+    return std::move(names_);
 }
 
 const DataDictionaryInterface& DictionaryService()

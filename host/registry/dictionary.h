@@ -3,6 +3,9 @@
 
 #include "velto/data.h"
 
+#include <string>
+#include <vector>
+
 namespace velto::host
 {
 
@@ -15,5 +18,26 @@ bool AreEqual(const DictionaryObject* a, const DictionaryObject* b);
 Int EntryCount(const DictionaryObject* dictionary);
 const DictionaryKey& EntryKey(const DictionaryObject* dictionary, Int i);
 const Data& EntryData(const DictionaryObject* dictionary, Int i);
+
+// Notes under which names values are looked up on its thread while it lives, whether there are any or not.
+class LookUpNotes
+{
+public:
+    LookUpNotes();
+    ~LookUpNotes();
+    LookUpNotes(const LookUpNotes&) = delete;
+    LookUpNotes& operator=(const LookUpNotes&) = delete;
+
+    // For who looks a value up: a module, into which nothing may be thrown.
+    static void Note(const Id& name) noexcept;
+
+    // Each name once, in order. Throws when there was no memory for one.
+    std::vector<std::string> Take();
+
+private:
+    std::vector<std::string> names_;
+    bool isComplete_ = true;
+    LookUpNotes* outer_;
+};
 
 } // namespace velto::host

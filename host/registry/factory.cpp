@@ -1,6 +1,7 @@
 #include "factory.h"
 
 #include "host/registry/dictionary.h"
+#include "host/runtime/group.h"
 #include "host/system/guard.h"
 
 #include <list>
@@ -61,7 +62,9 @@ Result CreateGroup(const CoreNodeFactory& factory, const DataDictionary& argumen
             }
         }
         Ref<MicroNodeGroup> made;
+        LookUpNotes notes;
         VELTO_TRY(self.builder(self.context, arguments.Get(), made.Receive()));
+        static_cast<HostGroup*>(made.Get())->arguments = notes.Take();
         self.cache.push_front({arguments, made});
         if (self.cache.size() > self.cacheSize)
             self.cache.pop_back();

@@ -72,10 +72,13 @@ Result EraseEntry(const Id& registry, const Id& entry)
 
 Result FindEntryValue(const Id& registry, const Id& entry, Data* value)
 {
-    const Data* const found = FindEntry(registry.View(), entry.View());
-    if (!found)
-        return MakeError(error::kUnresolved, "There is no such entry.");
-    return value->CopyFrom(*found);
+    return Guarded([&]() -> Result {
+        const Data* const found = FindEntry(registry.View(), entry.View());
+        if (!found)
+            return MakeError(error::kUnresolved, "There is no entry " + std::string(entry.View()) +
+                                                     " in the registry " + std::string(registry.View()) + ".");
+        return value->CopyFrom(*found);
+    });
 }
 
 } // namespace

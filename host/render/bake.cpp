@@ -2,10 +2,10 @@
 
 #include "picture.h"
 
+#include "host/graph/values.h"
 #include "host/registry/datatypes.h"
 #include "host/render/message.h"
 #include "host/system/guard.h"
-#include "host/system/output.h"
 #include "velto/porttypes.h"
 
 #include <fmt/format.h>
@@ -121,6 +121,11 @@ public:
         if (window_.width == 0)
             window_ = {0, 0, options.width, options.height};
     }
+    ~Baker()
+    {
+        graph_.setup->CountInto(nullptr);
+        graph_.setup->SetProgress({});
+    }
 
     Result Run(const std::vector<BakeTarget>& targets)
     {
@@ -150,7 +155,7 @@ private:
             const Channels* const channels = FindChannels(output.type);
             if (!channels)
                 return MakeError(error::kIllegalArgument,
-                    fmt::format("the output {} is a {}, which is no picture", output.name, output.type->id.View()));
+                    fmt::format("the output {} is a {}, which is no picture", output.name, TypeName(output.type)));
             Target target{channels, source.output, {}, {}};
             VELTO_TRY(PictureWriter::Open(
                 source.file, window_.width, window_.height, channels->count, options_, target.writer));
@@ -164,13 +169,19 @@ private:
         const Clock::time_point start = Clock::now();
         statistics_.evaluations.resize(graph_.program->nodeNames.size(), 0);
         graph_.setup->CountInto(&statistics_.evaluations);
+        if (options_.progress)
+            graph_.setup->SetProgress([this, start](const SetupRaster& raster) {
+                options_.progress({0.0, 0, SecondsSince(start), &raster});
+            });
         VELTO_TRY(graph_.setup->Run());
         statistics_.setupSeconds += SecondsSince(start);
+        NoteRasters();
         const int rows = BandRows();
         for (Target& target : targets_)
             target.band.resize(static_cast<std::size_t>(rows) * static_cast<std::size_t>(window_.width) *
                                static_cast<std::size_t>(target.channels->count));
-        Report(0, start);
+        const Clock::time_point samplingStart = Clock::now();
+        Report(0, samplingStart);
         for (int row = 0; row < window_.height; row += rows)
         {
             const int count = std::min(rows, window_.height - row);
@@ -185,7 +196,7 @@ private:
             for (Target& target : targets_)
                 VELTO_TRY(target.writer->WriteRows(target.band.data(), count));
             statistics_.writeSeconds += SecondsSince(writing);
-            Report(row + count, start);
+            Report(row + count, samplingStart);
         }
         statistics_.samples += static_cast<UInt>(window_.width) * static_cast<UInt>(window_.height) *
                                static_cast<UInt>(options_.supersample) * static_cast<UInt>(options_.supersample);
@@ -194,7 +205,17 @@ private:
             for (std::size_t i = 0; i < worker.counts.size(); ++i)
                 statistics_.evaluations[i] += worker.counts[i];
         }
+        graph_.setup->CollectCounts();
         return {};
+    }
+
+    // The times of all frames; the sizes are the same in each.
+    void NoteRasters()
+    {
+        std::vector<SetupRaster> rasters = graph_.setup->Rasters();
+        for (std::size_t i = 0; i < rasters.size() && i < statistics_.rasters.size(); ++i)
+            rasters[i].seconds += statistics_.rasters[i].seconds;
+        statistics_.rasters = std::move(rasters);
     }
 
     // Few enough rows that a band is small, enough that every thread has tiles.
@@ -238,15 +259,14 @@ private:
         VELTO_TRY(Instance::Create(*graph_.setup, instance));
         instance->SetIndependentSamples(true);
         PrepareContext(instance->Context());
-        if (graph_.program->hasState)
-        {
-            // Every thread's state starts from the picture's first sample, whichever tile the thread gets.
-            const OutputSilence silence;
-            FillContext(options_, 0.5, 0.5, instance->Context());
-            instance->Evaluate().Ignore(); // who fails here fails again where it counts
-        }
         worker.counts.resize(graph_.program->nodeNames.size(), 0);
         instance->CountInto(&worker.counts);
+        if (!graph_.program->kept.empty())
+        {
+            // Every thread's state starts from the picture's first sample, whichever tile the thread gets.
+            FillContext(options_, 0.5, 0.5, instance->Context());
+            instance->Prime();
+        }
         worker.instance = std::move(instance);
         return {};
     }
@@ -390,10 +410,10 @@ bool FillSphere(const BakeOptions& options, double x, double y, ShadingContext& 
     context.geometricNormal = context.secondNormal = context.shadingNormal = position;
     const double radius = std::sqrt(position.x * position.x + position.z * position.z);
     context.tangent = radius > 0.0 ? Vector{position.z / radius, 0.0, -position.x / radius} : Vector{1.0, 0.0, 0.0};
-    // Down the meridian, where v grows.
+    // Up the meridian, against v, as on the plane whose pictures are seen with y up.
     const Vector& t = context.tangent;
     context.bitangent = {
-        t.y * position.z - t.z * position.y, t.z * position.x - t.x * position.z, t.x * position.y - t.y * position.x};
+        position.y * t.z - position.z * t.y, position.z * t.x - position.x * t.z, position.x * t.y - position.y * t.x};
     context.rayDirection = context.rayDirectionPlusDeltaU = context.rayDirectionPlusDeltaV = {0.0, 0.0, -1.0};
     context.rayOrigin = {position.x, position.y, 2.0};
     context.rayOriginPlusDeltaU = {nextU.x, nextU.y, 2.0};
@@ -402,6 +422,11 @@ bool FillSphere(const BakeOptions& options, double x, double y, ShadingContext& 
 }
 
 } // namespace
+
+bool IsPicture(const DataType* type)
+{
+    return FindChannels(type) != nullptr;
+}
 
 bool FillContext(const BakeOptions& options, double x, double y, ShadingContext& context)
 {

@@ -50,7 +50,8 @@ struct BakeProgress
 {
     double share = 0.0; // of the picture, 0 to 1
     UInt samples = 0;
-    double seconds = 0.0;
+    double seconds = 0.0;                // of sampling; of the setup while there is a raster
+    const SetupRaster* raster = nullptr; // what is made ahead of the samples, or null
 };
 
 struct BakeOptions
@@ -72,13 +73,17 @@ struct BakeOptions
 struct BakeStatistics
 {
     UInt samples = 0;
-    double setupSeconds = 0.0;
+    double setupSeconds = 0.0; // rasters and all
     double sampleSeconds = 0.0;
     double writeSeconds = 0.0;
     EvaluationCounts evaluations; // by index of the program's node names
+    std::vector<SetupRaster> rasters;
 };
 
 inline constexpr int kMaxPictureSide = 32'768;
+
+// Whether values of a type are pixels: a number or components.
+bool IsPicture(const DataType* type);
 
 // The context of a sample at a place of the picture, in pixels from its upper left corner; false where the shape is
 // not.

@@ -29,6 +29,7 @@ static constexpr int kParts = 8 / kLanes; // vectors that eight numbers take
 static constexpr UInt32 kPrimeX = 501125321u;
 static constexpr UInt32 kPrimeY = 1136930381u;
 static constexpr UInt32 kPrimeZ = 1720413743u;
+alignas(16) static constexpr UInt32 kPrimes[4] = {kPrimeX, kPrimeY, kPrimeZ, 0};
 static constexpr UInt32 kMix = 668265261u;
 static constexpr UInt32 kMix2 = 2654435769u;
 
@@ -48,10 +49,11 @@ HWY_INLINE V Lerp(V t, V a, V b)
 }
 
 // Zero slope and curvature at both ends.
-HWY_INLINE V Fade(V t)
+template <class T>
+HWY_INLINE T Fade(T t)
 {
-    const Floats d;
-    const V p = hn::Add(hn::Mul(t, hn::Sub(hn::Mul(t, hn::Set(d, 6.0f)), hn::Set(d, 15.0f))), hn::Set(d, 10.0f));
+    const hn::DFromV<T> d;
+    const T p = hn::Add(hn::Mul(t, hn::Sub(hn::Mul(t, hn::Set(d, 6.0f)), hn::Set(d, 15.0f))), hn::Set(d, 10.0f));
     return hn::Mul(hn::Mul(hn::Mul(t, t), t), p);
 }
 
@@ -87,9 +89,10 @@ HWY_INLINE V Speed(V random)
     return hn::Add(hn::Mul(random, hn::Set(d, 0.3f)), hn::Set(d, 0.15f));
 }
 
-HWY_INLINE V Usable(V x)
+template <class T>
+HWY_INLINE T Usable(T x)
 {
-    const Floats d;
+    const hn::DFromV<T> d;
     return hn::IfThenElseZero(hn::Lt(hn::Abs(x), hn::Set(d, kFarthest)), x);
 }
 
@@ -219,9 +222,8 @@ HWY_INLINE void Gradients2d(const GradientBank& bank, int count, const NoisePoin
 alignas(32) static constexpr Float32 kCornerX[8] = {0, 1, 0, 1, 0, 1, 0, 1};
 alignas(32) static constexpr Float32 kCornerY[8] = {0, 0, 1, 1, 0, 0, 1, 1};
 alignas(32) static constexpr Float32 kCornerZ[8] = {0, 0, 0, 0, 1, 1, 1, 1};
-alignas(32) static constexpr UInt32 kStepX[8] = {0, kPrimeX, 0, kPrimeX, 0, kPrimeX, 0, kPrimeX};
-alignas(32) static constexpr UInt32 kStepY[8] = {0, 0, kPrimeY, kPrimeY, 0, 0, kPrimeY, kPrimeY};
-alignas(32) static constexpr UInt32 kStepZ[8] = {0, 0, 0, 0, kPrimeZ, kPrimeZ, kPrimeZ, kPrimeZ};
+alignas(32) static constexpr UInt32 kSteps[8] = {
+    0, kPrimeX, kPrimeY, kPrimeX + kPrimeY, kPrimeZ, kPrimeX + kPrimeZ, kPrimeY + kPrimeZ, kPrimeX + kPrimeY + kPrimeZ};
 
 HWY_INLINE Axis SpreadAxis(float at, float frequency, float shift, UInt32 prime)
 {
@@ -234,42 +236,83 @@ HWY_INLINE float Lerp(float t, float a, float b)
     return a + t * (b - a);
 }
 
+// The place of one point in its cell; the axes' cells are summed.
+struct Place3d
+{
+    float fraction[3];
+    float fade[3];
+    UInt32 cell;
+
+    HWY_INLINE Place3d(const GradientBank& bank, const NoisePoint& point)
+    {
+#if HWY_TARGET == HWY_SCALAR
+        const float at[] = {point.x, point.y, point.z};
+        const float shift[] = {bank.shiftX[0], bank.shiftY[0], bank.shiftZ[0]};
+        cell = 0;
+        for (int i = 0; i < 3; ++i)
+        {
+            const Axis axis = SpreadAxis(at[i], bank.frequency[0], shift[i], kPrimes[i]);
+            fraction[i] = hn::GetLane(axis.fraction);
+            fade[i] = hn::GetLane(Fade(axis.fraction));
+            cell += hn::GetLane(axis.cell);
+        }
+#else
+        // The axes side by side, put together from broadcasts: a vector loaded from numbers just stored is slow.
+        const hn::FixedTag<float, 4> d;
+        const hn::FixedTag<Int32, 4> di;
+        const hn::FixedTag<UInt32, 4> du;
+        const auto join = [d](float x, float y, float z) {
+            return hn::ConcatUpperLower(d, hn::Set(d, z), hn::OddEven(hn::Set(d, y), hn::Set(d, x)));
+        };
+        const auto spread = [](auto axes, float(&numbers)[3]) {
+            numbers[0] = hn::GetLane(axes);
+            numbers[1] = hn::GetLane(hn::Broadcast<1>(axes));
+            numbers[2] = hn::GetLane(hn::Broadcast<2>(axes));
+        };
+        const auto at = Usable(hn::Add(hn::Mul(join(point.x, point.y, point.z), hn::Set(d, bank.frequency[0])),
+            join(bank.shiftX[0], bank.shiftY[0], bank.shiftZ[0])));
+        const auto whole = hn::Floor(at);
+        const auto fractions = hn::Sub(at, whole);
+        spread(fractions, fraction);
+        spread(Fade(fractions), fade);
+        const auto cells = hn::Mul(hn::BitCast(du, hn::ConvertTo(di, whole)), hn::Load(du, kPrimes));
+        cell = hn::GetLane(hn::Add(hn::Add(cells, hn::Broadcast<1>(cells)), hn::Broadcast<2>(cells)));
+#endif
+    }
+};
+
 template <bool kMoving>
 HWY_INLINE Float32 Gradient3d(const GradientBank& bank, const NoisePoint& point)
 {
     const Floats d;
     const UInts du;
-    const Axis x = SpreadAxis(point.x, bank.frequency[0], bank.shiftX[0], kPrimeX);
-    const Axis y = SpreadAxis(point.y, bank.frequency[0], bank.shiftY[0], kPrimeY);
-    const Axis z = SpreadAxis(point.z, bank.frequency[0], bank.shiftZ[0], kPrimeZ);
+    const Place3d place(bank, point);
     const U seed = hn::Set(du, bank.seed[0]);
     const V time = hn::Set(d, point.time);
     alignas(32) float corners[8];
     for (int part = 0; part < 8; part += kLanes)
     {
-        const U cells =
-            hn::Add(hn::Add(hn::Add(x.cell, hn::Load(du, kStepX + part)), hn::Add(y.cell, hn::Load(du, kStepY + part))),
-                hn::Add(z.cell, hn::Load(du, kStepZ + part)));
-        hn::Store(GradientDot3d<kMoving>(cells, seed, hn::Sub(x.fraction, hn::Load(d, kCornerX + part)),
-                      hn::Sub(y.fraction, hn::Load(d, kCornerY + part)),
-                      hn::Sub(z.fraction, hn::Load(d, kCornerZ + part)), time),
-            d, corners + part);
+        const auto offset = [&](int axis, const Float32* corner) {
+            return hn::Sub(hn::Set(d, place.fraction[axis]), hn::Load(d, corner + part));
+        };
+        const U cells = hn::Add(hn::Set(du, place.cell), hn::Load(du, kSteps + part));
+        hn::Store(
+            GradientDot3d<kMoving>(cells, seed, offset(0, kCornerX), offset(1, kCornerY), offset(2, kCornerZ), time), d,
+            corners + part);
     }
-    const float fadeZ = hn::GetLane(Fade(z.fraction));
-    const float fadeY = hn::GetLane(Fade(y.fraction));
     alignas(16) float edges[4];
 #if HWY_TARGET == HWY_SCALAR
     for (int corner = 0; corner < 4; ++corner)
-        edges[corner] = Lerp(fadeZ, corners[corner], corners[corner + 4]);
+        edges[corner] = Lerp(place.fade[2], corners[corner], corners[corner + 4]);
 #else
     const hn::FixedTag<float, 4> d4;
     const auto low = hn::Load(d4, corners);
     const auto high = hn::Load(d4, corners + 4);
-    hn::Store(hn::Add(low, hn::Mul(hn::Set(d4, fadeZ), hn::Sub(high, low))), d4, edges);
+    hn::Store(hn::Add(low, hn::Mul(hn::Set(d4, place.fade[2]), hn::Sub(high, low))), d4, edges);
 #endif
-    const float left = Lerp(fadeY, edges[0], edges[2]);
-    const float right = Lerp(fadeY, edges[1], edges[3]);
-    return Lerp(hn::GetLane(Fade(x.fraction)), left, right);
+    const float left = Lerp(place.fade[1], edges[0], edges[2]);
+    const float right = Lerp(place.fade[1], edges[1], edges[3]);
+    return Lerp(place.fade[0], left, right);
 }
 
 template <bool kMoving>
@@ -283,8 +326,7 @@ HWY_INLINE Float32 Gradient2d(const GradientBank& bank, const NoisePoint& point)
     alignas(32) float corners[8];
     for (int part = 0; part < 4; part += kLanes)
     {
-        const U cells =
-            hn::Add(hn::Add(x.cell, hn::Load(du, kStepX + part)), hn::Add(y.cell, hn::Load(du, kStepY + part)));
+        const U cells = hn::Add(hn::Add(x.cell, y.cell), hn::Load(du, kSteps + part));
         hn::Store(GradientDot2d<kMoving>(cells, seed, hn::Sub(x.fraction, hn::Load(d, kCornerX + part)),
                       hn::Sub(y.fraction, hn::Load(d, kCornerY + part)), hn::Set(d, point.time)),
             d, corners + part);

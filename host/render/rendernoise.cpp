@@ -9,6 +9,7 @@
 #include "host/registry/registry.h"
 #include "velto/porttypes.h"
 
+#include <algorithm>
 #include <deque>
 #include <stdexcept>
 #include <string>
@@ -73,26 +74,36 @@ class NoiseSampler
 {
 public:
     NoiseSampler(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point, Float32 octaves, Float32 filterWidth)
-        : noise_(noise), flat_(isFlat), point_(Usable(point))
+        : noise_(noise), flat_(isFlat), point_(Usable(point)), filterWidth_(filterWidth)
     {
         // Comparisons with NaN are false: such a number of octaves is 0.
         const Float32 wanted = octaves > 0.0f ? Min(octaves, static_cast<Float32>(kMaxOctaves)) : 0.0f;
         const int whole = static_cast<int>(wanted);
         const Float32 rest = wanted - static_cast<Float32>(whole);
         count_ = Max(whole + (rest > 0.0f ? 1 : 0), 1);
+        lively_ = whole == 0 ? rest : 1.0f; // with less than one octave the first fades to its mean
+        weight_[0] = noise.amplitude[0];
+        keep_[0] = KeepAt(noise.octaves.frequency[0]);
+        if (count_ == 1)
+            return;
+        // All sixteen are fewer instructions than a loop to `count_`.
+        std::copy_n(noise.amplitude, kMaxOctaves, weight_);
+        std::fill_n(keep_, kMaxOctaves, 1.0f);
+        if (rest > 0.0f)
+            weight_[whole] *= rest;
+        if (filterWidth == 0.0f)
+            return;
         for (int i = 0; i < count_; ++i)
-        {
-            weight_[i] = i < whole ? noise.amplitude[i] : noise.amplitude[i] * rest;
-            keep_[i] = filterWidth == 0.0f ? 1.0f : Keep(filterWidth * noise.octaves.frequency[i]);
-        }
-        if (whole == 0) // less than one octave: the first fades to its mean
-        {
-            weight_[0] = noise.amplitude[0];
-            keep_[0] *= rest;
-        }
+            keep_[i] = Keep(filterWidth * noise.octaves.frequency[i]);
     }
 
     const NoisePoint& Point() const { return point_; }
+
+    // What the filter leaves of a shape with a frequency of its own.
+    Float32 KeepAt(Float32 frequency) const
+    {
+        return filterWidth_ == 0.0f ? lively_ : lively_ * Keep(filterWidth_ * frequency);
+    }
 
     // For shapes that bend the sum of the octaves: a value that fades to `mean` with the coarsest octave.
     Float32 Settled(Float32 value, Float32 mean) const { return mean + keep_[0] * (value - mean); }
@@ -211,7 +222,10 @@ public:
 private:
     static NoisePoint Usable(const NoisePoint& point)
     {
-        const auto usable = [](Float32 x, Float32 limit) { return std::abs(x) < limit ? x : 0.0f; };
+        const auto isWithin = [](Float32 x, Float32 limit) { return std::abs(x) < limit; };
+        if (isWithin(point.x, 1e9f) && isWithin(point.y, 1e9f) && isWithin(point.z, 1e9f) && isWithin(point.time, 1e7f))
+            return point;
+        const auto usable = [&](Float32 x, Float32 limit) { return isWithin(x, limit) ? x : 0.0f; };
         return {usable(point.x, 1e9f), usable(point.y, 1e9f), usable(point.z, 1e9f), usable(point.time, 1e7f)};
     }
 
@@ -253,7 +267,9 @@ private:
     const NoiseObjectOf& noise_;
     bool flat_;
     NoisePoint point_;
+    Float32 filterWidth_;
     int count_;
+    Float32 lively_;
     Float32 weight_[kMaxOctaves];
     Float32 keep_[kMaxOctaves];
 };
@@ -265,7 +281,7 @@ namespace
 
 Float32 BlisteredTurbulence(const NoiseSampler& s)
 {
-    const Float32 blister = s.SumCells(s.Point(), 0.25f, [](const NearestPoints& n) {
+    const Float32 blister = s.SumCells(s.Point(), 0.215f, [](const NearestPoints& n) {
         const Float32 dome = Max(1.0f - n.f1 * n.f1 * 2.5f, 0.0f);
         return dome * dome;
     });
@@ -289,7 +305,7 @@ Float32 Buya(const NoiseSampler& s)
 // Cushions in the boxes of a lattice, no two of a brightness.
 Float32 Cell(const NoiseSampler& s)
 {
-    return s.SumBoxes(s.Point(), 0.35f, [](Float32 x, Float32 y, Float32 z, Float32 box) {
+    return s.SumBoxes(s.Point(), 0.385f, [](Float32 x, Float32 y, Float32 z, Float32 box) {
         const Float32 wall = Max(Max(std::abs(x), std::abs(y)), std::abs(z));
         const Float32 square = wall * wall;
         return (1.0f - square * square) * (0.35f + 0.65f * box);
@@ -305,14 +321,14 @@ Float32 CellVoronoi(const NoiseSampler& s)
 // Winding folds with narrow grooves, as of a brain.
 Float32 Cranal(const NoiseSampler& s)
 {
-    return s.SumCells(s.Bent(s.Bent(s.Point(), 0.5f, 1.3f), 0.25f, 3.1f), 0.8f,
+    return s.SumCells(s.Bent(s.Bent(s.Point(), 0.5f, 1.3f), 0.25f, 3.1f), 0.563f,
         [](const NearestPoints& n) { return SmoothStep(0.0f, 0.3f, n.f2 - n.f1); });
 }
 
 // A plane with dents.
 Float32 Dents(const NoiseSampler& s)
 {
-    const Float32 depth = s.Sum(s.Point(), 0.02f, [](Float32 g) {
+    const Float32 depth = s.Sum(s.Point(), 0.0138f, [](Float32 g) {
         const Float32 low = Max(-g, 0.0f);
         return low * low * low;
     });
@@ -326,14 +342,14 @@ Float32 DisplacedTurbulence(const NoiseSampler& s)
 
 Float32 DisplacedVoronoi(const NoiseSampler& s)
 {
-    return s.SumCells(s.Bent(s.Point(), 0.6f, 1.7f), 0.5f, [](const NearestPoints& n) { return n.f1 * 0.95f; });
+    return s.SumCells(s.Bent(s.Point(), 0.6f, 1.7f), 0.482f, [](const NearestPoints& n) { return n.f1 * 0.95f; });
 }
 
 // Glowing filaments.
 Float32 Electric(const NoiseSampler& s)
 {
     const Float32 f = s.Fractal(s.Bent(s.Point(), 0.35f, 1.0f));
-    return s.Settled(0.006f / (0.006f + f * f), 0.3f);
+    return s.Settled(0.006f / (0.006f + f * f), 0.28f);
 }
 
 Float32 Fbm(const NoiseSampler& s)
@@ -351,7 +367,7 @@ Float32 Gaseous(const NoiseSampler& s)
 // Round blobs that melt into each other.
 Float32 Hama(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.35f, [](const NearestPoints& n) {
+    return s.SumCells(s.Point(), 0.488f, [](const NearestPoints& n) {
         const auto blob = [](Float32 f) {
             const Float32 fall = Max(1.0f - f * f, 0.0f);
             return fall * fall * fall;
@@ -372,7 +388,7 @@ Float32 Luka(const NoiseSampler& s)
 // Bands of equal height, back and forth.
 Float32 Mod(const NoiseSampler& s)
 {
-    return Triangle(2.5f * s.Fractal(s.Point()) + 0.25f);
+    return s.Settled(Triangle(2.5f * s.Fractal(s.Point()) + 0.25f), 0.5f);
 }
 
 // Dark veins between plates that crumble at their rims.
@@ -381,14 +397,14 @@ Float32 Naki(const NoiseSampler& s)
     const Float32 turbulence = s.Turbulence(s.Point());
     const Float32 gap =
         s.SumCells(s.Bent(s.Point(), 0.3f, 2.3f), 0.3f, [](const NearestPoints& n) { return n.f2 - n.f1; });
-    return s.Settled(SmoothStep(0.05f, 0.6f, 1.3f * gap + 0.35f * (turbulence - 0.4f)), 0.4f);
+    return s.Settled(SmoothStep(0.05f, 0.6f, 1.3f * gap + 0.35f * (turbulence - 0.4f)), 0.39f);
 }
 
 // Bumps with a grained shell.
 Float32 Nutous(const NoiseSampler& s)
 {
     const Float32 bump =
-        s.SumCells(s.Point(), 0.6f, [](const NearestPoints& n) { return Max(1.0f - n.f1 * n.f1, 0.0f); });
+        s.SumCells(s.Point(), 0.714f, [](const NearestPoints& n) { return Max(1.0f - n.f1 * n.f1, 0.0f); });
     return bump * (1.1f - 0.7f * s.Turbulence(s.Bent(s.Point(), 1.0f, 1.0f)));
 }
 
@@ -407,14 +423,14 @@ Float32 Perlin(const NoiseSampler& s)
 // Spots.
 Float32 Pezo(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.3f,
+    return s.SumCells(s.Point(), 0.262f,
         [](const NearestPoints& n) { return 1.0f - SmoothStep(0.32f, 0.42f, n.f1) * (0.75f + 0.25f * Clamp01(n.f2)); });
 }
 
 // Craters with rims.
 Float32 Poxo(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.45f, [](const NearestPoints& n) {
+    return s.SumCells(s.Point(), 0.592f, [](const NearestPoints& n) {
         const Float32 r = n.f1 * 2.2f;
         const Float32 inside = Max(1.0f - r * r, 0.0f);
         const Float32 off = (r - 1.0f) * 3.0f;
@@ -440,7 +456,7 @@ Float32 RidgedMultifractal(const NoiseSampler& s)
 // Scales: each dark at its middle and of a brightness of its own at its edge.
 Float32 Sema(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.4f, [](const NearestPoints& n) {
+    return s.SumCells(s.Point(), 0.383f, [](const NearestPoints& n) {
         return n.f1 * n.f1 * (0.3f + 1.4f * UnitFloat(MixBits(static_cast<UInt32>(n.id1)))) + 0.1f;
     });
 }
@@ -449,10 +465,9 @@ Float32 Sema(const NoiseSampler& s)
 Float32 Stupl(const NoiseSampler& s)
 {
     const NoisePoint& p = s.Point();
-    const Float32 a = s.Sum(p, 0.0f, [](Float32 g) { return g; });
-    const Float32 b =
-        s.Sum({p.y * 1.6f + 19.1f, p.x * 1.6f - 7.7f, p.z * 1.6f, p.time}, 0.0f, [](Float32 g) { return g; });
-    return SmoothStep(-0.02f, 0.1f, a * b);
+    const Float32 a = s.Fractal(p);
+    const Float32 b = s.Fractal({p.y * 1.6f + 19.1f, p.x * 1.6f - 7.7f, p.z * 1.6f, p.time});
+    return s.Settled(SmoothStep(-0.02f, 0.1f, a * b), 0.243f);
 }
 
 Float32 Turbulence(const NoiseSampler& s)
@@ -468,24 +483,24 @@ Float32 Vl(const NoiseSampler& s)
 
 Float32 Voronoi1(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.5f, [](const NearestPoints& n) { return n.f1; });
+    return s.SumCells(s.Point(), 0.507f, [](const NearestPoints& n) { return n.f1; });
 }
 
 Float32 Voronoi2(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.25f, [](const NearestPoints& n) { return (n.f2 - n.f1) * 1.4f; });
+    return s.SumCells(s.Point(), 0.291f, [](const NearestPoints& n) { return (n.f2 - n.f1) * 1.4f; });
 }
 
 Float32 Voronoi3(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.65f, [](const NearestPoints& n) { return n.f2 * n.f2; });
+    return s.SumCells(s.Point(), 0.528f, [](const NearestPoints& n) { return n.f2 * n.f2; });
 }
 
 // Waves along x that turbulence sets out of step.
 Float32 WavyTurbulence(const NoiseSampler& s)
 {
     const NoisePoint& p = s.Point();
-    return 0.5f + 0.5f * Wave(0.22f * p.x + 0.13f * p.y + 1.1f * s.Turbulence(p));
+    return 0.5f + 0.5f * s.KeepAt(1.25f) * Wave(0.22f * p.x + 0.13f * p.y + 1.1f * s.Turbulence(p));
 }
 
 // Stripes where one field is above another, as of a zebra.
@@ -503,22 +518,22 @@ constexpr NoiseClass kClasses[] = {
     {"buya", false, false, &Buya},
     {"cell", false, false, &Cell},
     {"cellvoronoi", false, true, &CellVoronoi},
-    {"cranal", false, false, &Cranal},
+    {"cranal", false, false, &Cranal, 1.75f},
     {"dents", false, false, &Dents},
     {"displacedturbulence", false, false, &DisplacedTurbulence},
     {"displacedvoronoi", false, false, &DisplacedVoronoi},
-    {"electric", false, false, &Electric},
+    {"electric", false, false, &Electric, 1.5f},
     {"fbm", true, false, &Fbm},
     {"gaseous", false, false, &Gaseous},
     {"hama", false, false, &Hama},
     {"luka", false, false, &Luka},
-    {"mod", false, false, &Mod},
+    {"mod", false, false, &Mod, 2.5f},
     {"naki", false, false, &Naki},
     {"nutous", false, false, &Nutous},
     {"ober", false, false, &Ober},
     {"perlin", true, false, &Perlin},
     {"pezo", false, false, &Pezo},
-    {"poxo", false, false, &Poxo},
+    {"poxo", false, false, &Poxo, 1.5f},
     {"ridgedmultifractal", false, false, &RidgedMultifractal},
     {"sema", false, true, &Sema},
     {"stupl", false, false, &Stupl},
@@ -549,7 +564,8 @@ Float32 Sample(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point,
     Float32 filterWidth)
 {
     const NoiseClass& noiseClass = *noise.noiseClass;
-    const Float32 value = noiseClass.value(NoiseSampler(noise, isFlat, point, octaves, filterWidth));
+    const Float32 value =
+        noiseClass.value(NoiseSampler(noise, isFlat, point, octaves, filterWidth * noiseClass.fineness));
     const bool isNegative = noiseClass.isSigned && value < 0.0f;
     Float32 size = Clamp01(isNegative ? -value : value);
     if (noise.exponent != 1.0)

@@ -19,6 +19,7 @@ struct NoiseClass
     bool isSigned; // -1 to 1 where `absolute` is false; all others 0 to 1
     bool hasEdges; // jumps where one cell ends and another begins
     Float32 (*value)(const NoiseSampler& sampler);
+    Float32 fineness = 1.0f; // how much finer than a cell its shapes are: the filter is as much wider
 };
 
 // All classes, in order of their names.

@@ -1,6 +1,7 @@
 #include "texture.h"
 
 #include "host/system/guard.h"
+#include "host/system/output.h"
 #include "host/text/string.h"
 #include "host/text/url.h"
 #include "texturefile.h"
@@ -48,6 +49,7 @@ struct PictureKey
 struct Reading
 {
     std::once_flag done;
+    std::atomic<bool> isRead = false; // what follows stays as it is
     std::shared_ptr<const Picture> picture;
     std::string failure;
     UInt lastUse = 0;
@@ -76,8 +78,10 @@ public:
             {
                 reading->failure = failure.what();
             }
+            reading->isRead.store(true, std::memory_order_release);
+            // As a message: it is who comes first that says it, in an otherwise silent sample too.
             if (!note.empty())
-                Log(LogTarget::Warning, note);
+                WriteOutput(OutputChannel::Message, LogTarget::Warning, note);
         });
         return reading;
     }
@@ -89,14 +93,17 @@ public:
         std::vector<std::map<PictureKey, std::shared_ptr<Reading>>::iterator> idle;
         for (auto i = readings_.begin(); i != readings_.end(); ++i)
         {
-            if (i->second.use_count() == 1 && (!i->second->picture || i->second->picture.use_count() == 1))
+            const Reading& reading = *i->second;
+            const bool isShown = reading.isRead.load(std::memory_order_acquire) && reading.picture.use_count() > 1;
+            if (i->second.use_count() == 1 && !isShown)
                 idle.push_back(i);
         }
         std::sort(idle.begin(), idle.end(), [](auto a, auto b) { return a->second->lastUse > b->second->lastUse; });
         UInt kept = 0;
         for (const auto& i : idle)
         {
-            kept += i->second->picture ? i->second->picture->Bytes() : 1024;
+            const Reading& reading = *i->second;
+            kept += reading.isRead.load(std::memory_order_acquire) && reading.picture ? reading.picture->Bytes() : 1024;
             if (kept > bytes)
                 readings_.erase(i);
         }
@@ -144,6 +151,33 @@ Result Resolve(const Url& url, const SearchPathsType* searchPaths, Url& resolved
     return {};
 }
 
+// Lets the callback say what is shown of `url`. A file that is nowhere may be one of a sequence whose other files are
+// in one of the directories: it is asked about each.
+Result SelectFrame(
+    const FrameCallback& callback, const SearchPathsType* searchPaths, const Clip& clip, Url& url, TimeValue& time)
+{
+    const TimeValue length{clip.Seconds()};
+    const TimeValue givenTime = time;
+    const Url given = url;
+    VELTO_TRY(callback.function(callback.user, length, &url, &time));
+    const std::filesystem::path name(Path(given));
+    if (!searchPaths || name.is_absolute() || IsFile(Path(url)))
+        return {};
+    for (const Url& directory : *searchPaths)
+    {
+        Url place;
+        TimeValue placeTime = givenTime;
+        VELTO_TRY(MakeUrl((std::filesystem::path(Path(directory)) / name).string(), place));
+        VELTO_TRY(callback.function(callback.user, length, &place, &placeTime));
+        if (!IsFile(Path(place)))
+            continue;
+        url = std::move(place);
+        time = placeTime;
+        return {};
+    }
+    return Resolve(Url(url), searchPaths, url);
+}
+
 Int FrameAt(double seconds, double framesPerSecond)
 {
     const double frame = seconds * framesPerSecond + 0.001;
@@ -178,10 +212,7 @@ Result LoadTexture(const UrlObject* given, const SearchPathsType* searchPaths, B
         }
         TimeValue time = givenTime;
         if (callback)
-        {
-            VELTO_TRY(callback->function(callback->user, TimeValue{clip.Seconds()}, &url, &time));
-            VELTO_TRY(Resolve(Url(url), searchPaths, url));
-        }
+            VELTO_TRY(SelectFrame(*callback, searchPaths, clip, url, time));
 
         TextureFileRequest request;
         request.file = Path(url);

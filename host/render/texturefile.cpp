@@ -1,5 +1,8 @@
 #include "texturefile.h"
 
+#include <OpenEXR/ImfChannelList.h>
+#include <OpenEXR/ImfHeader.h>
+#include <OpenEXR/ImfMultiPartInputFile.h>
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
@@ -20,10 +23,40 @@ constexpr std::uintmax_t kMostUnpacking = 4096;
 constexpr std::uintmax_t kMostBytes = std::uintmax_t(1) << 33;
 constexpr int kMostChannels = 1024;
 
+// Readers may give several reasons, a line each.
 [[noreturn]] void Fail(const std::filesystem::path& file, std::string_view reason)
 {
-    std::string_view line = reason.substr(0, reason.find_last_not_of(" \n\r.") + 1);
+    std::string line(reason.substr(0, reason.find_last_not_of(" \n\r.") + 1));
+    for (auto at = line.find_first_of("\n\r"); at != line.npos; at = line.find_first_of("\n\r", at))
+        line.replace(at, line.find_first_not_of("\n\r", at) - at, "; ");
     throw TextureFileError(fmt::format("{}: {}.", file.string(), line.empty() ? "cannot be read" : line));
+}
+
+// Calls `read` and gives what is wrong with the file a text that names it.
+template <class Read>
+auto WithFileName(const std::filesystem::path& file, const Read& read)
+{
+    try
+    {
+        return read();
+    }
+    catch (const TextureFileError&)
+    {
+        throw;
+    }
+    catch (const std::bad_alloc&)
+    {
+        throw;
+    }
+    catch (const std::exception& failure)
+    {
+        Fail(file, failure.what());
+    }
+}
+
+UInt32 BigEndianAt(const unsigned char* bytes)
+{
+    return UInt32(bytes[0]) << 24 | UInt32(bytes[1]) << 16 | UInt32(bytes[2]) << 8 | bytes[3];
 }
 
 struct FileHead
@@ -36,10 +69,8 @@ struct FileHead
     {
         return at + text.size() <= count && std::memcmp(bytes + at, text.data(), text.size()) == 0;
     }
-    UInt32 BigEndian(std::size_t at) const
-    {
-        return UInt32(bytes[at]) << 24 | UInt32(bytes[at + 1]) << 16 | UInt32(bytes[at + 2]) << 8 | bytes[at + 3];
-    }
+    int LittleEndian16(std::size_t at) const { return bytes[at] | bytes[at + 1] << 8; }
+    UInt32 BigEndian(std::size_t at) const { return BigEndianAt(bytes + at); }
 };
 
 FileHead ReadHead(const std::filesystem::path& file)
@@ -119,6 +150,21 @@ void CheckBytes(const std::filesystem::path& file, std::uintmax_t bytes, const F
         Fail(file, fmt::format("claims more pixels than its {} bytes can hold", head.fileSize));
 }
 
+// The reader of this format writes to stderr what it misses: a file that is cut off does not get there.
+void CheckPngChunks(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    unsigned char chunk[8];
+    for (std::uintmax_t at = 8;; at += std::uintmax_t(12) + BigEndianAt(chunk))
+    {
+        stream.seekg(static_cast<std::streamoff>(at));
+        if (!stream.read(reinterpret_cast<char*>(chunk), sizeof(chunk)))
+            Fail(file, "is cut off");
+        if (std::memcmp(chunk + 4, "IEND", 4) == 0)
+            return;
+    }
+}
+
 // The reader of this format makes room for the whole picture while it opens an interlaced file.
 void CheckPng(const std::filesystem::path& file, const FileHead& head)
 {
@@ -132,6 +178,35 @@ void CheckPng(const std::filesystem::path& file, const FileHead& head)
     const auto bits =
         static_cast<std::uintmax_t>(width) * static_cast<std::uintmax_t>(height) * channels * head.bytes[24];
     CheckBytes(file, bits / 8, head);
+    CheckPngChunks(file);
+}
+
+// The reader of this format makes room for the whole screen, however small its pictures are, and counts in ints.
+void CheckGif(const std::filesystem::path& file, const FileHead& head)
+{
+    if (head.count < 10)
+        Fail(file, "ends within its header");
+    const std::int64_t width = head.LittleEndian16(6);
+    const std::int64_t height = head.LittleEndian16(8);
+    CheckSize(file, width, height);
+    if (width * height > std::numeric_limits<int>::max() / 4)
+        Fail(file, fmt::format("is {} x {} pixels large, too many for a gif", width, height));
+    CheckBytes(file, static_cast<std::uintmax_t>(width * height), head);
+}
+
+// The reader of this format ends the process over channels of a type that it does not know.
+void CheckExr(const std::filesystem::path& file)
+{
+    const Imf::MultiPartInputFile input(file.c_str(), 1, false);
+    for (int part = 0; part < input.parts(); ++part)
+    {
+        const Imf::ChannelList& channels = input.header(part).channels();
+        for (auto channel = channels.begin(); channel != channels.end(); ++channel)
+        {
+            if (channel.channel().type < Imf::UINT || channel.channel().type > Imf::FLOAT)
+                Fail(file, fmt::format("has a channel \"{}\" of an unknown type", channel.name()));
+        }
+    }
 }
 
 std::unique_ptr<OIIO::ImageInput> Open(
@@ -168,7 +243,7 @@ public:
         return movies;
     }
 
-    std::shared_ptr<Movie> Open(const std::filesystem::path& file, std::string_view format)
+    std::shared_ptr<Movie> Open(const std::filesystem::path& file, std::string_view format, const FileHead& head)
     {
         std::error_code ignored;
         const auto changed = std::filesystem::last_write_time(file, ignored);
@@ -183,6 +258,8 @@ public:
         auto movie = std::make_shared<Movie>();
         movie->file = file;
         movie->changed = changed;
+        if (format == "gif")
+            CheckGif(file, head);
         movie->input = velto::host::Open(file, format, movie->spec);
         CheckSize(file, movie->spec.width, movie->spec.height);
         movie->clip = ClipOf(*movie->input, movie->spec, format);
@@ -432,13 +509,13 @@ private:
 };
 
 // How often a picture is halved to fit.
-int ShiftFor(const OIIO::ImageSpec& spec, std::size_t texelSize, UInt memory)
+int ShiftFor(const OIIO::ImageSpec& spec, std::size_t texelSize, const Transfer& transfer, UInt memory)
 {
     int shift = 0;
     const auto bytes = [&] {
         const UInt width = UInt((spec.width - 1) >> shift) + 1;
         const UInt height = UInt((spec.height - 1) >> shift) + 1;
-        return width * height * texelSize / 3 * 4;
+        return BytesOfAllLevels(width * height * texelSize, transfer);
     };
     while (bytes() > memory && shift < 15)
         ++shift;
@@ -450,7 +527,7 @@ std::unique_ptr<Picture> Decode(OIIO::ImageInput& input, const OIIO::ImageSpec& 
     const TextureFileRequest& request, std::string& note)
 {
     const Transfer transfer = EncodingOf(spec);
-    const int shift = ShiftFor(spec, sizeof(T) * 4, request.memory);
+    const int shift = ShiftFor(spec, sizeof(T) * 4, transfer, request.memory);
     if (shift > 0)
         note = fmt::format("{}: is too large for the memory of textures, shown with one pixel for each {} x {}.",
             request.file.string(), 1 << shift, 1 << shift);
@@ -476,13 +553,17 @@ std::unique_ptr<Picture> Decode(OIIO::ImageInput& input, const OIIO::ImageSpec& 
     return picture;
 }
 
-std::unique_ptr<Picture> DecodePart(
-    OIIO::ImageInput& input, OIIO::ImageSpec spec, const TextureFileRequest& request, std::string& note)
+// `still` is the head of the file where it is no movie. A movie has no layers: its parts are its pictures. And what it
+// unpacks to has little to do with its bytes.
+std::unique_ptr<Picture> DecodePart(OIIO::ImageInput& input, OIIO::ImageSpec spec, const FileHead* still,
+    const TextureFileRequest& request, std::string& note)
 {
-    const ChannelChoice choice = SeekLayer(input, spec, request.file, request.layer);
+    const ChannelChoice choice = still ? SeekLayer(input, spec, request.file, request.layer) : ChooseChannels(spec, "");
     if (choice[0] < 0)
         Fail(request.file, "has no channels");
     CheckSize(request.file, spec.width, spec.height);
+    if (still)
+        CheckBytes(request.file, std::max(spec.image_bytes(true), spec.tile_bytes(true)), *still);
     if (spec.depth > 1 || spec.deep || spec.nchannels > kMostChannels)
         Fail(request.file, "is no flat picture");
     if (!request.asFloat && (spec.format == OIIO::TypeDesc::UINT8 || spec.format == OIIO::TypeDesc::INT8))
@@ -492,14 +573,15 @@ std::unique_ptr<Picture> DecodePart(
     return Decode<float>(input, spec, choice, request, note);
 }
 
-std::unique_ptr<Picture> ReadMovie(const TextureFileRequest& request, std::string_view format, std::string& note)
+std::unique_ptr<Picture> ReadMovie(
+    const TextureFileRequest& request, std::string_view format, const FileHead& head, std::string& note)
 {
-    const auto movie = OpenMovies::Get().Open(request.file, format);
+    const auto movie = OpenMovies::Get().Open(request.file, format, head);
     const std::lock_guard lock(movie->mutex);
     const auto frame = static_cast<int>(std::clamp<Int>(request.frame, 0, std::max<Int>(movie->clip.frames - 1, 0)));
     if (!movie->input->seek_subimage(frame, 0))
         Fail(request.file, movie->input->geterror());
-    auto picture = DecodePart(*movie->input, movie->input->spec(), request, note);
+    auto picture = DecodePart(*movie->input, movie->input->spec(), nullptr, request, note);
     picture->framesPerSecond = movie->clip.framesPerSecond;
     picture->seconds = movie->clip.Seconds();
     return picture;
@@ -509,39 +591,28 @@ std::unique_ptr<Picture> ReadMovie(const TextureFileRequest& request, std::strin
 
 Clip ReadClip(const std::filesystem::path& file)
 {
-    const FileHead head = ReadHead(file);
-    const std::string_view format = FormatOf(file, head);
-    return IsMovie(format) ? OpenMovies::Get().Open(file, format)->clip : Clip();
+    return WithFileName(file, [&] {
+        const FileHead head = ReadHead(file);
+        const std::string_view format = FormatOf(file, head);
+        return IsMovie(format) ? OpenMovies::Get().Open(file, format, head)->clip : Clip();
+    });
 }
 
 std::unique_ptr<Picture> ReadPicture(const TextureFileRequest& request, std::string& note)
 {
-    const FileHead head = ReadHead(request.file);
-    const std::string_view format = FormatOf(request.file, head);
-    try
-    {
+    return WithFileName(request.file, [&] {
+        const FileHead head = ReadHead(request.file);
+        const std::string_view format = FormatOf(request.file, head);
         if (IsMovie(format))
-            return ReadMovie(request, format, note);
+            return ReadMovie(request, format, head, note);
         if (format == "png")
             CheckPng(request.file, head);
+        if (format == "openexr")
+            CheckExr(request.file);
         OIIO::ImageSpec spec;
         const auto input = Open(request.file, format, spec);
-        CheckSize(request.file, spec.width, spec.height);
-        CheckBytes(request.file, spec.image_bytes(true), head);
-        return DecodePart(*input, spec, request, note);
-    }
-    catch (const TextureFileError&)
-    {
-        throw;
-    }
-    catch (const std::bad_alloc&)
-    {
-        throw;
-    }
-    catch (const std::exception& failure)
-    {
-        Fail(request.file, failure.what());
-    }
+        return DecodePart(*input, spec, &head, request, note);
+    });
 }
 
 } // namespace velto::host

@@ -232,6 +232,12 @@ template class Pyramid<std::uint8_t>;
 template class Pyramid<std::uint16_t>;
 template class Pyramid<float>;
 
+UInt BytesOfAllLevels(UInt finest, const Transfer& transfer)
+{
+    const UInt chains = transfer.curve == Transfer::Curve::Linear ? 1 : 2;
+    return finest + finest / 3 * chains;
+}
+
 namespace
 {
 
@@ -269,22 +275,33 @@ int WrapTexel(int i, int count, Border border)
     return std::clamp(i, 0, count - 1);
 }
 
+// The coordinate where odd tiles run backwards: 1 is a turning point, and stays.
+double FoldCoordinate(double c)
+{
+    const double folded = c - 2.0 * std::floor(c * 0.5);
+    return folded > 1.0 ? 2.0 - folded : folded;
+}
+
 // The coordinate in its tile; what is no number becomes 0.
 double WrapCoordinate(double c, std::uint8_t tileMode)
 {
-    const double wrapped = tileMode == 1 ? std::clamp(c, 0.0, 1.0) : c - std::floor(c);
+    const double wrapped = tileMode == 1   ? std::clamp(c, 0.0, 1.0)
+                           : tileMode == 3 ? FoldCoordinate(c)
+                                           : c - std::floor(c);
     return wrapped >= 0.0 && wrapped <= 1.0 ? wrapped : 0.0;
 }
 
 // A place near the tile, brought into it.
 double WrapNear(double c, Border border)
 {
-    if (border == Border::Repeat)
-        return WrapCoordinate(c, 2);
-    if (border == Border::Mirror)
+    switch (border)
     {
-        c = std::abs(c - 2.0 * std::floor(c * 0.5));
-        return c > 1.0 ? 2.0 - c : c;
+    case Border::Repeat:
+        return WrapCoordinate(c, 2);
+    case Border::Mirror:
+        return WrapCoordinate(c, 3);
+    case Border::Clamp:
+        break;
     }
     return std::clamp(c, 0.0, 1.0);
 }
@@ -316,7 +333,8 @@ public:
         }
     }
 
-    const TexelLevel<T>& Level(int level) const { return pyramid_.Level(level, toLinear_); }
+    // Linear light of colours that are still multiplied as they are encoded would be no mean of anything.
+    const TexelLevel<T>& Level(int level) const { return pyramid_.Level(level, toLinear_ && !isPremultiplied_); }
     int LevelCount() const { return pyramid_.Count(); }
 
     Channels operator()(const T* texel) const
@@ -572,11 +590,10 @@ ColorA SamplePicture(const Picture& picture, const SampleRequest& request)
 
 velto::UInt velto::Picture::Bytes() const
 {
-    const auto finest = std::visit(
+    return std::visit(
         [](const auto& pyramid) {
             const auto& texels = pyramid->Finest().texels;
-            return texels.size() * sizeof(texels[0]);
+            return host::BytesOfAllLevels(texels.size() * sizeof(texels[0]), pyramid->Encoding());
         },
         texels);
-    return finest / 3 * 4;
 }

@@ -109,6 +109,10 @@ private:
     mutable std::array<Chain, 2> chains_;
 };
 
+// The most that a picture comes to whose finest level takes so much. A chain of coarser levels is a third of it, and
+// where colours are encoded there may be two.
+UInt BytesOfAllLevels(UInt finest, const Transfer& transfer);
+
 extern template class Pyramid<std::uint8_t>;
 extern template class Pyramid<std::uint16_t>;
 extern template class Pyramid<float>;
@@ -130,7 +134,7 @@ struct Picture
         std::unique_ptr<host::Pyramid<float>>>
         texels;
 
-    UInt Bytes() const; // of the finest level and what its coarser ones come to
+    UInt Bytes() const; // of all levels, whether they are made yet or not
 };
 
 } // namespace velto

@@ -148,7 +148,7 @@ private:
 
     Result Fault(const Node& node, std::string_view text) const
     {
-        return MakeError(error::kIllegalArgument, fmt::format("{}: {}", node.source->name, text));
+        return MakeError(error::kIllegalArgument, fmt::format("nodes.{}: {}", node.source->name, text));
     }
 
     // A small document can ask for a vast program: by counts of elements, or by function-valued inputs that each
@@ -199,7 +199,9 @@ private:
         const CoreNodeFactory* const factory = entry ? entry->As<CoreNodeFactory>() : nullptr;
         if (!factory)
             return Fault(node, fmt::format("there is no core node {}", node.source->type));
-        return CreateGroup(*factory, node.source->arguments, node.group);
+        Result made = CreateGroup(*factory, node.source->arguments, node.group);
+        const bool isItsFault = made.IsError() && made.Kind() != error::kOutOfMemory.View();
+        return isItsFault ? Fault(node, made.Message()) : made;
     }
 
     Result LinkInput(Node& node, const std::string& name, const CoreInput& given)
@@ -560,6 +562,7 @@ private:
         std::vector<UInt32> offsets(call.slots.size(), 0);
         std::vector<FunctionPlan> functions;
         std::vector<ResetPlan> resets;
+        std::vector<ResetPlan> outputs;
         std::vector<UInt32> needs;
         for (Int i = 0; i < node.PortCount(); ++i)
         {
@@ -571,9 +574,13 @@ private:
                 offsets[static_cast<std::size_t>(i)] = offset;
                 slot.value = {isFixed ? Store::Setup : Store::Frame, offset};
                 slot.flags = node.usedPorts.contains(i) ? 0 : slot_flags::kNotInUse;
-                program_.hasState = program_.hasState || (!isFixed && port.Mark() != 0);
+                const ResetPlan output{port.type.Get(), offset};
+                if (isFixed)
+                    outputs.push_back(output);
+                else if (port.Mark() != 0)
+                    program_.kept.push_back(output);
                 if (port.MayStayUnwritten() && !isFixed)
-                    resets.push_back({port.type.Get(), offset});
+                    resets.push_back(output);
                 continue;
             }
             const Input& input = node.inputs[static_cast<std::size_t>(i)];
@@ -591,6 +598,7 @@ private:
             auto& all = program_.setupBody.functions;
             all.insert(all.end(), functions.begin(), functions.end());
             program_.setupDependencies.push_back(std::move(needs));
+            program_.setupOutputs.push_back(std::move(outputs));
             NoteFixedNode(body, index);
         }
         else
@@ -691,7 +699,10 @@ private:
             found = known.emplace(key, Converted{target, static_cast<UInt32>(plan.calls.size())}).first;
             plan.calls.push_back(std::move(call));
             if (isFixed)
+            {
                 program_.setupDependencies.push_back(needs);
+                program_.setupOutputs.emplace_back();
+            }
         }
         address = found->second.value;
         if (isFixed)

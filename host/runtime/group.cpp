@@ -35,7 +35,9 @@ Result CreatePort(MicroNodeGroup* self, UInt key, const char* name, Int32 flags,
         constexpr std::size_t kMostPorts = 20'000;
         VELTO_CHECK_STATE(!group.isFinal);
         VELTO_CHECK_ARGUMENT(name && *name && type);
-        VELTO_CHECK_ARGUMENT(group.ports.size() < kMostPorts);
+        if (group.ports.size() >= kMostPorts)
+            return MakeError(error::kIllegalArgument,
+                fmt::format("The node {} would have more than {} ports.", group.id.View(), kMostPorts));
         VELTO_CHECK_ARGUMENT(flags == port_flags::kInput || flags == port_flags::kOutput);
         GroupPort port;
         port.name = name;
@@ -52,7 +54,7 @@ Result CreatePort(MicroNodeGroup* self, UInt key, const char* name, Int32 flags,
             port.family = port.name.substr(0, port.name.find_first_of("#["));
         if (group.FindPort(port.name))
             return MakeError(error::kIllegalArgument,
-                fmt::format("The node {} declares the port {} twice.", group.id.View(), port.name));
+                fmt::format("The node {} would have the port {} twice.", group.id.View(), port.name));
         group.ports.push_back(std::move(port));
         group.places.emplace(group.ports.back().name, group.ports.size() - 1);
         return {};
@@ -167,6 +169,17 @@ const GroupPort* HostGroup::FindPort(std::string_view name) const
 {
     const auto found = places.find(std::string(name));
     return found == places.end() ? nullptr : &ports[found->second];
+}
+
+std::string NamingArgument(const HostGroup& group, const GroupPort& port)
+{
+    // A number of elements goes by the port's own name.
+    const auto& names = group.arguments;
+    if (!port.wildcard || std::find(names.begin(), names.end(), port.name) != names.end())
+        return {};
+    const auto found =
+        std::find_if(names.begin(), names.end(), [&](const std::string& name) { return !group.FindPort(name); });
+    return found == names.end() ? std::string() : *found;
 }
 
 Result Optimize(const HostGroup& group, const OptimizeRequest& request, Optimization& answer)

@@ -48,6 +48,7 @@ struct HostGroup : MicroNodeGroup
     MicroNode* record = nullptr;
     bool hasSideEffect = false;
     bool isFinal = false;
+    std::vector<std::string> arguments; // the names of those that its builder asked for, in order
     Optimizer optimizer = nullptr;
     std::vector<Int32> optimizerRows;
 
@@ -59,6 +60,9 @@ inline const HostGroup& AsHost(const Ref<MicroNodeGroup>& group)
 {
     return *static_cast<const HostGroup*>(group.Get());
 }
+
+// The construction argument whose ids name the elements of a port; empty where they are numbered, or it has none.
+std::string NamingArgument(const HostGroup& group, const GroupPort& port);
 
 // Asks the group's optimizer, if it has one.
 Result Optimize(const HostGroup& group, const OptimizeRequest& request, Optimization& answer);

@@ -5,6 +5,7 @@
 #include "host/registry/datatypes.h"
 #include "host/system/guard.h"
 #include "host/system/output.h"
+#include "velto/bakedimagedata.h"
 #include "velto/porttypes.h"
 
 #include <chrono>
@@ -16,7 +17,19 @@ namespace
 {
 
 thread_local char threadMark = 0;
+
+// Where the last run of this thread failed, and with what.
 thread_local Int failedNode = -1;
+thread_local Result failure;
+
+// An error is the innermost node's that gave it up. One that somebody dropped gives way to the next.
+void NoteFailure(UInt32 node, const Result& error)
+{
+    if (failedNode >= 0 && failure.Error() == error.Error())
+        return;
+    failedNode = node;
+    failure = error;
+}
 
 // A new value over one that ends.
 Result AssignValue(const DataType& type, void* to, const void* from)
@@ -191,7 +204,7 @@ Result Instance::Create(Setup& setup, std::unique_ptr<Instance>& instance)
         std::unique_ptr<Instance> made(new Instance(setup));
         VELTO_TRY(made->storage_.Construct());
         made->bodies_ = std::vector<RunnableBody>(program.bodies.size());
-        made->primed_.resize(program.bodies.size());
+        made->primed_.assign(program.bodies.size(), program.kept.empty());
         for (std::size_t i = 0; i < program.bodies.size(); ++i)
             LinkBody(made->bodies_[i], program.bodies[i], setup.offsets_.data(), setup.storage_, &made->storage_,
                 i == 0 ? &made->context_ : nullptr, made.get(), &InvokeFunction);
@@ -218,7 +231,40 @@ Result Instance::Evaluate()
 {
     owner_ = &threadMark;
     failedNode = -1;
-    return RunBody(bodies_[0], &context_);
+    Result ran = RunBody(bodies_[0], &context_);
+    if (lacksFrame_.load(std::memory_order_relaxed)) [[unlikely]]
+        ran = FailForFrame();
+    return ran;
+}
+
+void Instance::Prime()
+{
+    owner_ = &threadMark;
+    PrimeBody(bodies_[0], &context_);
+}
+
+void Instance::PrimeBody(RunnableBody& body, const ShadingContext* context)
+{
+    const OutputSilence silence;
+    const Int failedBefore = failedNode;
+    RunBody(body, context).Ignore(); // who fails here fails again where it counts
+    if (counts_)
+    {
+        countStep_ = static_cast<UInt>(-1);
+        RunBody(body, context).Ignore();
+        countStep_ = 1;
+    }
+    failedNode = failedBefore;
+}
+
+// What was made without some function's values must not last.
+Result Instance::FailForFrame()
+{
+    lacksFrame_ = false;
+    for (const ResetPlan& kept : setup_.GetProgram().kept)
+        Reset(kept, storage_.At(kept.offset));
+    primed_.assign(primed_.size(), setup_.GetProgram().kept.empty());
+    return OutOfMemory();
 }
 
 Result Instance::RunBody(RunnableBody& body, const ShadingContext* context)
@@ -237,27 +283,17 @@ Result Instance::RunBody(RunnableBody& body, const ShadingContext* context)
         Result ran;
         call.compute(&ran, call.record, &call.binding);
         if (counts_) [[unlikely]]
-            ++(*counts_)[call.node];
+            (*counts_)[call.node] += countStep_;
         if (ran.IsError()) [[unlikely]]
         {
-            if (failedNode < 0)
-                failedNode = call.node;
+            NoteFailure(call.node, ran);
             return ran;
         }
     }
     return {};
 }
 
-Result Instance::InvokeFunction(const FunctionInterface* self, void* value, const ShadingContext* context, Data*)
-{
-    const auto& function = *static_cast<const BodyFunction*>(self);
-    auto& instance = *static_cast<Instance*>(function.owner);
-    if (instance.owner_ != &threadMark) [[unlikely]]
-        return instance.setup_.InvokePooled(function.body, value, context);
-    return instance.RunFunction(function.body, value, context);
-}
-
-Result Instance::RunFunction(UInt32 index, void* value, const ShadingContext* context)
+inline Result Instance::RunFunction(UInt32 index, void* value, const ShadingContext* context)
 {
     RunnableBody& body = bodies_[index];
     VELTO_TRY(RunBody(body, context));
@@ -265,19 +301,27 @@ Result Instance::RunFunction(UInt32 index, void* value, const ShadingContext* co
     return CopyValue(*body.plan->resultType, value, result);
 }
 
+Result Instance::InvokeFunction(const FunctionInterface* self, void* value, const ShadingContext* context, Data*)
+{
+    const auto& function = *static_cast<const BodyFunction*>(self);
+    auto& instance = *static_cast<Instance*>(function.owner);
+    if (instance.owner_ != &threadMark) [[unlikely]]
+        return instance.setup_.InvokePooled(function.body, value, context, instance.lacksFrame_);
+    return instance.RunFunction(function.body, value, context);
+}
+
 // What nodes make of the first sample that they see must not depend on which sample a thread happens to see first.
 // What all samples of a picture share is as in the one that is asked for.
 void Instance::PrimeFunction(UInt32 index, const ShadingContext& asked)
 {
     primed_[index] = true;
-    const OutputSilence silence;
     ShadingContext context;
     context.uvwValid = true;
     context.time = asked.time;
     context.frameRate = asked.frameRate;
     context.searchPaths = asked.searchPaths;
     context.renderMessages = asked.renderMessages;
-    RunBody(bodies_[index], &context).Ignore();
+    PrimeBody(bodies_[index], &context);
 }
 
 const std::string* Instance::FailedNode(const Program& program)
@@ -290,8 +334,7 @@ namespace
 
 std::atomic<UInt> setupSerial = 0;
 
-// The frame that this thread used last for a setup's function. The serial number tells whether the setup still is the
-// one that it belongs to.
+// The frame that this thread used last for a setup's function. The serial number tells whether it still is.
 struct ThreadFrame
 {
     UInt serial = 0;
@@ -320,6 +363,7 @@ Result Setup::Create(std::shared_ptr<const Program> program, std::unique_ptr<Set
         LinkBody(made->body_, made->program_->setupBody, made->offsets_.data(), made->storage_, nullptr, nullptr,
             made.get(), &InvokeFunction);
         made->errors_.resize(made->body_.calls.size());
+        made->seconds_.resize(made->body_.calls.size());
         setup = std::move(made);
         return {};
     });
@@ -327,10 +371,11 @@ Result Setup::Create(std::shared_ptr<const Program> program, std::unique_ptr<Set
 
 Result Setup::Run()
 {
-    const auto start = std::chrono::steady_clock::now();
     Result first;
+    DropFrames();
     hasFailed_ = false;
     failedNode = -1;
+    runner_ = &threadMark;
     for (std::size_t i = 0; i < body_.calls.size(); ++i)
     {
         const Call& call = body_.calls[i];
@@ -342,9 +387,18 @@ Result Setup::Run()
         }
         if (errors_[i].IsError())
             continue;
+        running_ = i;
+        const auto start = std::chrono::steady_clock::now();
         call.compute(&errors_[i], call.record, &call.binding);
+        seconds_[i] += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         if (counts_)
             ++(*counts_)[call.node];
+        if (lacksFrame_.exchange(false))
+        {
+            for (const ResetPlan& output : program_->setupOutputs[i])
+                Reset(output, storage_.At(output.offset));
+            errors_[i] = OutOfMemory();
+        }
         if (errors_[i].IsError())
         {
             if (!hasFailed_)
@@ -355,7 +409,7 @@ Result Setup::Run()
             hasFailed_ = true;
         }
     }
-    seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    DropFrames();
     return first;
 }
 
@@ -365,7 +419,7 @@ Result Setup::ErrorOf(const BodyPlan& body) const
     {
         if (errors_[call].IsError())
         {
-            failedNode = body_.calls[call].node;
+            NoteFailure(body_.calls[call].node, errors_[call]);
             return errors_[call];
         }
     }
@@ -399,45 +453,134 @@ const DataType* Setup::TypeOfConstant(std::string_view origin) const
     return nullptr;
 }
 
-void Setup::CountInto(EvaluationCounts* counts)
+void Setup::CollectCounts()
 {
-    counts_ = counts;
+    for (PooledFrame& frame : pool_)
+    {
+        for (std::size_t i = 0; i < frame.counts.size(); ++i)
+        {
+            if (counts_)
+                (*counts_)[i] += frame.counts[i];
+            frame.counts[i] = 0;
+        }
+    }
 }
 
-Result Setup::InvokePooled(UInt32 body, void* value, const ShadingContext* context)
+void Setup::DropFrames()
 {
-    ThreadFrame& mine = threadFrame;
-    const bool isMine = mine.serial == serial_ && !mine.isBusy;
-    Instance* instance = isMine ? mine.instance : nullptr;
-    if (!instance)
+    CollectCounts();
+    idle_.clear();
+    pool_.clear();
+    serial_ = ++setupSerial; // of what threads hold on to nothing is left
+}
+
+bool Setup::FindRaster(std::size_t call, SetupRaster& raster) const
+{
+    using pattern::twod::BakedImageDataRef;
+    for (const ResetPlan& output : program_->setupOutputs[call])
+    {
+        if (output.type->id != DataTypeTraits<BakedImageDataRef>::kId)
+            continue;
+        const auto& image = *reinterpret_cast<const BakedImageDataRef*>(storage_.At(output.offset));
+        if (!image)
+            continue;
+        raster = {program_->nodeNames[body_.calls[call].node], image->width, image->height,
+            static_cast<UInt>(image->pixels.Capacity()) * sizeof(ColorA), seconds_[call]};
+        return true;
+    }
+    return false;
+}
+
+std::vector<SetupRaster> Setup::Rasters() const
+{
+    std::vector<SetupRaster> rasters;
+    SetupRaster raster;
+    for (std::size_t i = 0; i < body_.calls.size(); ++i)
+    {
+        if (FindRaster(i, raster))
+            rasters.push_back(raster);
+    }
+    return rasters;
+}
+
+void Setup::ReportProgress()
+{
+    constexpr UInt kInvocationsBetween = 256;
+    if (runner_ != &threadMark || ++invocations_ % kInvocationsBetween != 0)
+        return;
+    Guarded([this]() -> Result {
+        if (SetupRaster raster; FindRaster(running_, raster))
+            progress_(raster);
+        return {};
+    }).Ignore();
+}
+
+Instance* Setup::TakeFrame()
+{
     {
         const std::lock_guard lock(poolMutex_);
         if (!idle_.empty())
         {
-            instance = idle_.back();
+            Instance* const instance = idle_.back();
             idle_.pop_back();
+            instance->owner_ = &threadMark;
+            return instance;
         }
     }
-    if (!instance)
-    {
+    Instance* instance = nullptr;
+    const Result taken = Guarded([&]() -> Result {
         std::unique_ptr<Instance> made;
         VELTO_TRY(Instance::Create(*this, made));
-        VELTO_TRY(Guarded([&]() -> Result {
-            const std::lock_guard lock(poolMutex_);
-            instance = made.get();
-            idle_.reserve(pool_.size() + 1);
-            pool_.push_back(std::move(made));
-            return {};
-        }));
+        made->SetIndependentSamples(true);
+        made->owner_ = &threadMark;
+        const std::lock_guard lock(poolMutex_);
+        idle_.reserve(pool_.size() + 1);
+        PooledFrame frame{nullptr, EvaluationCounts(counts_ ? counts_->size() : 0)};
+        PooledFrame& kept = pool_.emplace_back(std::move(frame));
+        if (counts_)
+            made->CountInto(&kept.counts);
+        instance = made.get();
+        kept.instance = std::move(made);
+        return {};
+    });
+    return taken.IsOk() ? instance : nullptr;
+}
+
+inline Result Setup::RunFrame(
+    Instance& instance, UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame)
+{
+    if (!instance.primed_[body]) [[unlikely]]
+        instance.PrimeFunction(body, *context);
+    Result ran = instance.RunFunction(body, value, context);
+    if (instance.lacksFrame_.load(std::memory_order_relaxed)) [[unlikely]]
+    {
+        lacksFrame = true;
+        ran = instance.FailForFrame();
     }
-    // The first free frame of a setup stays with the thread; one that is taken while that is busy goes back.
-    const bool keeps = isMine || mine.serial != serial_;
+    return ran;
+}
+
+// The first free frame of a setup stays with the thread; one that is taken while that is busy goes back.
+Result Setup::InvokePooled(UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame)
+{
+    ThreadFrame& mine = threadFrame;
+    if (mine.serial == serial_ && !mine.isBusy) [[likely]]
+    {
+        mine.isBusy = true;
+        Result ran = RunFrame(*mine.instance, body, value, context, lacksFrame);
+        mine.isBusy = false;
+        return ran;
+    }
+    Instance* const instance = TakeFrame();
+    if (!instance)
+    {
+        lacksFrame = true;
+        return OutOfMemory();
+    }
+    const bool keeps = mine.serial != serial_;
     if (keeps)
         mine = {serial_, instance, true};
-    instance->owner_ = &threadMark;
-    if (program_->hasState && !instance->primed_[body]) [[unlikely]]
-        instance->PrimeFunction(body, *context);
-    Result ran = instance->RunFunction(body, value, context);
+    Result ran = RunFrame(*instance, body, value, context, lacksFrame);
     if (keeps)
         mine.isBusy = false;
     else
@@ -451,7 +594,10 @@ Result Setup::InvokePooled(UInt32 body, void* value, const ShadingContext* conte
 Result Setup::InvokeFunction(const FunctionInterface* self, void* value, const ShadingContext* context, Data*)
 {
     const auto& function = *static_cast<const BodyFunction*>(self);
-    return static_cast<Setup*>(function.owner)->InvokePooled(function.body, value, context);
+    auto& setup = *static_cast<Setup*>(function.owner);
+    if (setup.progress_) [[unlikely]]
+        setup.ReportProgress();
+    return setup.InvokePooled(function.body, value, context, setup.lacksFrame_);
 }
 
 } // namespace velto::host

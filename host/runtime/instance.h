@@ -6,6 +6,8 @@
 #include "velto/function.h"
 
 #include <atomic>
+#include <deque>
+#include <functional>
 #include <mutex>
 
 namespace velto::host
@@ -64,6 +66,16 @@ struct RunnableBody
 // How often each node's compute function ran, by index of its name.
 using EvaluationCounts = std::vector<UInt>;
 
+// A raster that a node of the setup makes.
+struct SetupRaster
+{
+    std::string node;
+    UInt32 width = 0;
+    UInt32 height = 0;
+    UInt bytes = 0;       // that it keeps
+    double seconds = 0.0; // that its node took, in all runs
+};
+
 // One thread's frame. Sampling neither allocates nor locks.
 class Instance
 {
@@ -76,6 +88,10 @@ public:
 
     // Computes the outputs under `Context()`. On error they are as they were.
     Result Evaluate();
+
+    // Computes them for what the nodes keep to start from `Context()`. Of the calls only those count that are not
+    // repeated by every sample. What is logged is dropped.
+    void Prime();
 
     // The value of an output, by its place in the program.
     const void* Output(std::size_t i) const { return outputs_[i]; }
@@ -95,8 +111,10 @@ private:
     explicit Instance(Setup& setup);
 
     Result RunBody(RunnableBody& body, const ShadingContext* context);
+    void PrimeBody(RunnableBody& body, const ShadingContext* context);
     Result RunFunction(UInt32 body, void* value, const ShadingContext* context);
     void PrimeFunction(UInt32 body, const ShadingContext& asked);
+    Result FailForFrame();
     static Result InvokeFunction(
         const FunctionInterface* self, void* value, const ShadingContext* context, Data* cache);
 
@@ -106,9 +124,11 @@ private:
     Storage storage_;
     std::vector<const void*> outputs_;
     EvaluationCounts* counts_ = nullptr;
+    UInt countStep_ = 1;
     bool areSamplesIndependent_ = false;
     std::vector<bool> primed_;    // by body
     const char* owner_ = nullptr; // the thread that runs it, by the address of a thread's own variable
+    std::atomic<bool> lacksFrame_ = false;
 };
 
 // The constants of a program and what is computed from them once.
@@ -121,7 +141,7 @@ public:
     const Program& GetProgram() const { return *program_; }
 
     // Runs what does not depend on the sample; again after `Set`. The first error is returned; calls that need what
-    // failed are left out, and fail the bodies that need them.
+    // failed are left out, and fail the bodies that need them. No sample is computed meanwhile.
     Result Run();
 
     // Runs again if anything failed.
@@ -133,20 +153,45 @@ public:
     // The type of the constant of that name, or null.
     const DataType* TypeOfConstant(std::string_view origin) const;
 
-    void CountInto(EvaluationCounts* counts);
+    // Counts into `counts` from the next run on; null: does not count.
+    void CountInto(EvaluationCounts* counts) { counts_ = counts; }
 
-    // [any thread] A frame of this thread's own, for a function that the setup's nodes call.
-    Result InvokePooled(UInt32 body, void* value, const ShadingContext* context);
+    // Adds what functions that nodes called from other threads have counted since the last run. While no sample is
+    // computed.
+    void CollectCounts();
 
-    double Seconds() const { return seconds_; }
+    // [the thread that runs the setup] Is called every now and then while a raster is made; must not throw.
+    void SetProgress(std::function<void(const SetupRaster&)> progress) { progress_ = std::move(progress); }
+
+    // The rasters that there are after a run.
+    std::vector<SetupRaster> Rasters() const;
 
 private:
     friend class Instance;
 
     explicit Setup(std::shared_ptr<const Program> program);
 
+    // A frame for one thread, with what it counts.
+    struct PooledFrame
+    {
+        std::unique_ptr<Instance> instance;
+        EvaluationCounts counts;
+    };
+
     // The error that a body runs into before it starts, if any.
     Result ErrorOf(const BodyPlan& body) const;
+
+    // [any thread] Runs a function in a frame of this thread's own. Sets `lacksFrame` where there is no memory for it:
+    // who calls functions may drop their errors, but this is none of a sample's.
+    Result InvokePooled(UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame);
+    Result RunFrame(
+        Instance& instance, UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame);
+    // A frame that nobody uses, of the calling thread now; null without memory.
+    Instance* TakeFrame();
+    void DropFrames();
+
+    bool FindRaster(std::size_t call, SetupRaster& raster) const;
+    void ReportProgress();
     static Result InvokeFunction(
         const FunctionInterface* self, void* value, const ShadingContext* context, Data* cache);
 
@@ -155,13 +200,19 @@ private:
     Storage storage_;
     std::vector<UInt32> offsets_; // of slots in a frame, for all calls
     std::vector<Result> errors_;  // by call
+    std::vector<double> seconds_; // by call
     bool hasFailed_ = false;
-    double seconds_ = 0.0;
     EvaluationCounts* counts_ = nullptr;
 
-    const UInt serial_; // of all setups that ever were
+    std::function<void(const SetupRaster&)> progress_;
+    const char* runner_ = nullptr; // the thread that runs it, as `Instance::owner_`
+    std::size_t running_ = 0;      // the call
+    UInt invocations_ = 0;         // of functions, by that thread
+
+    UInt serial_; // of all runs of all setups that ever were
+    std::atomic<bool> lacksFrame_ = false;
     std::mutex poolMutex_;
-    std::vector<std::unique_ptr<Instance>> pool_; // every frame that was made
+    std::deque<PooledFrame> pool_; // every frame that was made
     std::vector<Instance*> idle_;
 };
 

@@ -64,7 +64,7 @@ struct FunctionPlan
     const DataType* type = nullptr;
 };
 
-// An output that a call may leave unwritten, to be made anew before it.
+// An output to be made anew: one that a call may leave unwritten, or what must not last.
 struct ResetPlan
 {
     const DataType* type;
@@ -128,11 +128,12 @@ struct Program
     StorePlan frame;
     BodyPlan setupBody;                                 // what runs once, in order
     std::vector<std::vector<UInt32>> setupDependencies; // of each setup call: the setup calls that it needs
+    std::vector<std::vector<ResetPlan>> setupOutputs;   // of each setup call: what it writes
     std::vector<BodyPlan> bodies;                       // the first computes the outputs
     std::vector<OutputPlan> outputs;
     std::vector<SettablePlan> settables;
+    std::vector<ResetPlan> kept; // outputs in a frame that survive between calls
     UInt32 maxPorts = 0;
-    bool hasState = false;
 };
 
 } // namespace velto::host

@@ -37,11 +37,10 @@ public:
         for (const CoreNode& node : graph.nodes)
         {
             for (const auto& [port, input] : node.inputs)
-            {
-                if (!input.origin.empty() && !input.value.IsEmpty())
-                    types_[input.origin] = input.value.Type();
-            }
+                Add(input);
         }
+        for (const CoreOutput& output : graph.outputs)
+            Add(output.source);
     }
 
     void Read(const std::string& origin, const Json& json, const std::string& place, Diagnostics& diagnostics,
@@ -84,6 +83,12 @@ public:
 
 private:
     using Types = std::map<std::string, const DataType*>;
+
+    void Add(const CoreInput& input)
+    {
+        if (!input.origin.empty() && !input.value.IsEmpty())
+            types_[input.origin] = input.value.Type();
+    }
 
     bool HasPrefix(Types::const_iterator at, const std::string& prefix) const
     {
@@ -233,6 +238,7 @@ bool EvaluateSamples(
         instance->Context().renderMessages = graph.messages.get();
         if (ran.IsOk())
             ran = instance->Evaluate();
+        graph.setup->CollectCounts();
 
         Json entry = Json::Object();
         if (ran.IsOk())
@@ -252,6 +258,7 @@ bool EvaluateSamples(
             entry.Add("evaluations", DescribeCounts(program, graph.document.nodeNames, counts));
         entries.Append(std::move(entry));
     }
+    graph.setup->CountInto(nullptr);
     results = Json::Object();
     results.Add("results", std::move(entries));
     return true;

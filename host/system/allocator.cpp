@@ -1,5 +1,7 @@
 #include "allocator.h"
 
+#include <sys/mman.h>
+
 #include <cstdlib>
 
 namespace velto::host
@@ -13,14 +15,33 @@ std::atomic<Int> requests = 0;
 std::atomic<Int> failAt = 0;
 std::atomic<bool> failAllAfter = false;
 
+bool IsRefused(UInt size)
+{
+    return size > kMostBytes || AllocationFault::Strikes();
+}
+
+// A block that is filled from end to end, as rasters are, is had in large pages: the system takes as long to hand out
+// small ones as a simple graph to fill them.
+void* AllocLarge(UInt size)
+{
+    constexpr UInt kPage = UInt(2) << 20;
+    void* const memory = std::aligned_alloc(kPage, (size + kPage - 1) / kPage * kPage);
+    if (memory)
+        ::madvise(memory, size, MADV_HUGEPAGE); // a wish: without it the block is as good
+    return memory;
+}
+
 void* Alloc(UInt size, const SourceLocation*)
 {
-    return AllocationFault::Strikes() ? nullptr : std::malloc(size);
+    constexpr UInt kLarge = UInt(16) << 20;
+    if (IsRefused(size))
+        return nullptr;
+    return size < kLarge ? std::malloc(size) : AllocLarge(size);
 }
 
 void* Realloc(void* memory, UInt size, const SourceLocation*)
 {
-    return AllocationFault::Strikes() ? nullptr : std::realloc(memory, size);
+    return IsRefused(size) ? nullptr : std::realloc(memory, size);
 }
 
 void FreeWithDestructor(void* memory, void (*destructor)(void*))

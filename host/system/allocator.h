@@ -21,6 +21,10 @@ public:
     static bool Strikes();
 };
 
+// No block is larger than this, or a document of a few lines could ask for more than the machine has: systems grant it,
+// and end the process when it is used. A raster of 16,384 pixels a side fits.
+inline constexpr UInt kMostBytes = UInt(8) << 30;
+
 const SystemInterface& SystemService();
 
 } // namespace velto::host

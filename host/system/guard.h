@@ -34,6 +34,13 @@ inline void ThrowIfError(const Result& result)
         throw std::bad_alloc();
 }
 
+// Throws on a want of memory; what else went wrong is for the caller to say.
+inline void ThrowIfOutOfMemory(const Result& result)
+{
+    if (result.Kind() == error::kOutOfMemory.View())
+        throw std::bad_alloc();
+}
+
 // A new shared object of the host; null without memory.
 template <class T, class... A>
 T* NewObject(A&&... arguments) noexcept

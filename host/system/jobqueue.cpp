@@ -1,7 +1,11 @@
 #include "jobqueue.h"
 
+#include "guard.h"
+
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
+
+#include <atomic>
 
 namespace velto::host
 {
@@ -13,10 +17,26 @@ void EnqueueAndWait(const JobGroup* group)
 {
     // Isolated: a worker that waits here takes up jobs of this group alone, so that a node that bakes inside a sample
     // is never interrupted by another sample.
-    tbb::this_task_arena::isolate([group] {
-        tbb::parallel_for(
-            Int32(0), group->jobs, [group](Int32 job) { group->run(group->user, job); }, tbb::simple_partitioner());
+    std::atomic<Int32> next = 0;
+    const auto runNext = [&](Int32) { group->run(group->user, next++); };
+    const Result queued = Guarded([&]() -> Result {
+        tbb::this_task_arena::isolate(
+            [&] { tbb::parallel_for(Int32(0), group->jobs, runNext, tbb::simple_partitioner()); });
+        return {};
     });
+    // Without memory for its tasks the library gives up, once those have ended that have begun.
+    while (queued.IsError() && next < group->jobs)
+        runNext(0);
+}
+
+Int32 WorkerCount()
+{
+    Int32 count = 1;
+    Guarded([&]() -> Result {
+        count = tbb::this_task_arena::max_concurrency();
+        return {};
+    }).Ignore();
+    return count;
 }
 
 } // namespace
@@ -29,9 +49,7 @@ const JobQueueInterface& JobQueueService()
 
 const ThreadServicesInterface& ThreadService()
 {
-    static constexpr ThreadServicesInterface service{
-        .GetWorkerCount = {+[]() -> Int32 { return tbb::this_task_arena::max_concurrency(); }},
-    };
+    static constexpr ThreadServicesInterface service{.GetWorkerCount = {&WorkerCount}};
     return service;
 }
 

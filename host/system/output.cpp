@@ -58,7 +58,7 @@ void WriteOutput(OutputChannel channel, LogTarget target, std::string_view line)
         if (outputHandler)
             outputHandler(channel, target, line);
         else
-            Stderr().info("{}", line);
+            Stderr().info("{}{}", channel == OutputChannel::Message ? "velto: warning: " : "", line);
     }
     catch (const std::exception&)
     {

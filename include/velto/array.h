@@ -20,9 +20,10 @@ public:
     }
     BaseArray& operator=(BaseArray&& other) noexcept
     {
-        std::swap(data_, other.data_);
-        std::swap(count_, other.count_);
-        std::swap(capacity_, other.capacity_);
+        BaseArray moved(std::move(other)); // ends with what was here
+        std::swap(data_, moved.data_);
+        std::swap(count_, moved.count_);
+        std::swap(capacity_, moved.capacity_);
         return *this;
     }
     ~BaseArray() { Reset(); }

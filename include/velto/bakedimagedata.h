@@ -13,6 +13,19 @@ struct BakedImageData
     UInt32 width = 0;
     UInt32 height = 0;
 
+    BakedImageData() = default;
+    BakedImageData(BakedImageData&& other) noexcept
+        : pixels(std::move(other.pixels)), width(std::exchange(other.width, 0)), height(std::exchange(other.height, 0))
+    {
+    }
+    BakedImageData& operator=(BakedImageData&& other) noexcept
+    {
+        pixels = std::move(other.pixels);
+        width = std::exchange(other.width, 0);
+        height = std::exchange(other.height, 0);
+        return *this;
+    }
+
     Result CopyFrom(const BakedImageData& other)
     {
         VELTO_TRY(pixels.CopyFrom(other.pixels));

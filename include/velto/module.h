@@ -59,7 +59,7 @@ extern "C" __attribute__((visibility("default"))) velto::ModuleExport g_velto;
     VELTO_TRANSLATION_UNIT(::velto::record_flags::kRegisterUnit);                                                      \
     static const bool moduleConstructed = (::velto::thisModule.ConstructModule(id, 0, ::velto::kRequiredFrameworks,    \
                                                std::size(::velto::kRequiredFrameworks), g_velto),                      \
-        true);                                                                                                         \
+        ::velto::thisModule.dataTypes = &::velto::dataTypeRecords, true);                                              \
     static const ::velto::ConfigurationValue enableDebugBreak(                                                         \
         "g_enableDebugBreak", "enable debug breaks (when debugger is attached)", &::velto::g_enableDebugBreak);        \
     static const ::velto::ConfigurationValue enableParallelFor(                                                        \

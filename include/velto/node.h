@@ -127,21 +127,29 @@ private:
     Held value_;
 };
 
-// An input that knows whether anything is connected.
+// An input that knows whether anything is connected. Held by address: a value with a flag beside it would be copied
+// through memory.
 template <FixedString Name, class T>
-class Connected : public In<Name, T>
+class Connected
 {
 public:
+    static constexpr auto kPorts = In<Name, T>::kPorts;
+    static constexpr UInt32 kWords = 0;
     static Connected Read(const PortReader& reader, Int index, UInt32)
     {
         return Connected(*static_cast<const T*>(reader.Value(index)), reader.IsConnected(index));
     }
 
-    Connected(const T& value, bool connected = true) : In<Name, T>(value), connected_(connected) {}
+    Connected(const T& value, bool connected = true) : value_(&value), connected_(connected) {}
+
+    const T& operator*() const { return *value_; }
+    const T* operator->() const { return value_; }
+    operator const T&() const { return *value_; }
 
     bool IsConnected() const { return connected_; }
 
 private:
+    const T* value_;
     bool connected_;
 };
 
@@ -467,27 +475,45 @@ inline Result WildcardName(const PortSpec& port, BaseArray<char>& name)
     return {};
 }
 
+inline Result ArgumentError(std::string_view name, const char* expected)
+{
+    char text[256];
+    const int length = std::snprintf(
+        text, sizeof(text), "The argument %.*s must be %s.", static_cast<int>(name.size()), name.data(), expected);
+    return MakeError(
+        error::kIllegalArgument, {text, Min<std::size_t>(static_cast<std::size_t>(length), sizeof(text) - 1)});
+}
+
+// The construction argument `name`, which must be a `T`; null where it is not given.
+template <class T>
+Result GetArgument(const DictionaryObject* arguments, std::string_view name, const char* expected, const T*& value)
+{
+    const DataType* type = nullptr;
+    VELTO_TRY(GetDataType<T>(type)); // without memory for it the argument would seem to be of another type
+    const velto::Data* const data = Bound<DataDictionaryInterface>().GetData(arguments, Id::OverStatic(name));
+    value = data ? data->As<T>() : nullptr;
+    return !data || value ? Result() : ArgumentError(name, expected);
+}
+
 // What the construction arguments say of a variadic port.
 struct ElementList
 {
     const BaseArray<Id>* names = nullptr;
     Int count = -1; // -1: not said
 
-    static ElementList Of(const PortSpec& port, const DictionaryObject* arguments)
+    static Result Of(const PortSpec& port, const DictionaryObject* arguments, ElementList& list)
     {
-        ElementList list;
-        Id key = Id::OverStatic(port.list);
-        const velto::Data* const data = Bound<DataDictionaryInterface>().GetData(arguments, key);
-        if (!data)
-            return list;
         if (port.namedElements)
         {
-            list.names = data->As<BaseArray<Id>>();
+            VELTO_TRY(GetArgument(arguments, port.list, "an array of names", list.names));
             list.count = list.names ? list.names->Count() : -1;
+            return {};
         }
-        else if (const Int* const count = data->As<Int>())
-            list.count = *count;
-        return list;
+        constexpr const char* expected = "a number of elements, 0 or more";
+        const Int* count = nullptr;
+        VELTO_TRY(GetArgument(arguments, port.list, expected, count));
+        list.count = count ? *count : -1;
+        return !count || *count >= 0 ? Result() : ArgumentError(port.list, expected);
     }
 
     const Id* NameOf(Int i) const { return names ? &(*names)[i] : nullptr; }
@@ -558,7 +584,8 @@ inline Result CreateVariadicPorts(const NodeTable& table, const DictionaryObject
     for (UInt32 v = table.portCount - table.variadicCount; v < table.portCount; ++v)
     {
         const PortSpec& port = table.ports[v];
-        const ElementList list = ElementList::Of(port, arguments);
+        ElementList list;
+        VELTO_TRY(ElementList::Of(port, arguments, list));
         if (list.count < 0)
         {
             VELTO_TRY(WildcardName(port, name));
@@ -569,6 +596,28 @@ inline Result CreateVariadicPorts(const NodeTable& table, const DictionaryObject
             VELTO_TRY(ElementName(port, list.NameOf(i), i, name));
             VELTO_TRY(CreatePort(group, port, kKeyBit, name.Data()));
         }
+    }
+    return {};
+}
+
+// Fills in what stands behind the record: the ranges of variadic ports, the arguments.
+inline Result FillExtension(const NodeTable& table, const DictionaryObject* arguments, MicroNode* node)
+{
+    auto* const ranges = reinterpret_cast<VariadicRange*>(node + 1);
+    for (UInt32 v = 0; v < table.variadicCount; ++v)
+    {
+        ElementList list;
+        VELTO_TRY(ElementList::Of(table.ports[table.portCount - table.variadicCount + v], arguments, list));
+        ranges[v] = list.count < 0 ? VariadicRange{} : VariadicRange{static_cast<Int>(node->portCount), list.count};
+        node->portCount += static_cast<UInt>(ranges[v].count);
+    }
+    auto* const words = reinterpret_cast<Int*>(node + 1);
+    for (UInt32 i = 0; i < table.argumentCount; ++i)
+    {
+        const ArgumentSpec& argument = table.arguments[i];
+        const Int* given = nullptr;
+        VELTO_TRY(GetArgument(arguments, argument.name, "a whole number", given));
+        words[argument.word] = given ? *given : argument.defaultValue;
     }
     return {};
 }
@@ -584,24 +633,12 @@ inline Result CreateMicroNode(const NodeTable& table, const DictionaryObject* ar
     node->access = table.access;
     node->portCount = table.portCount - table.variadicCount;
     node->compute = table.compute;
-    auto* const ranges = reinterpret_cast<VariadicRange*>(node + 1);
-    for (UInt32 v = 0; v < table.variadicCount; ++v)
-    {
-        const ElementList list = ElementList::Of(table.ports[table.portCount - table.variadicCount + v], arguments);
-        ranges[v] = list.count < 0 ? VariadicRange{} : VariadicRange{static_cast<Int>(node->portCount), list.count};
-        node->portCount += static_cast<UInt>(ranges[v].count);
-    }
-    auto* const words = reinterpret_cast<Int*>(node + 1);
-    for (UInt32 i = 0; i < table.argumentCount; ++i)
-    {
-        const ArgumentSpec& argument = table.arguments[i];
-        const Id key = Id::OverStatic(argument.name);
-        const velto::Data* const data = Bound<DataDictionaryInterface>().GetData(arguments, key);
-        const Int* const given = data ? data->As<Int>() : nullptr;
-        words[argument.word] = given ? *given : argument.defaultValue;
-    }
-    *record = node;
-    return {};
+    Result filled = FillExtension(table, arguments, node);
+    if (filled.IsError())
+        node->destructor(node);
+    else
+        *record = node;
+    return filled;
 }
 
 } // namespace detail

@@ -120,7 +120,7 @@ struct ModuleRecord : Record
     TranslationUnitRecord* units = nullptr;
     TranslationUnitRecord* lastUnit = nullptr;
     ReflectionProvider* providers = nullptr;
-    DataTypeRecord* dataTypes = nullptr;
+    DataTypeRecord* const* dataTypes = nullptr; // where the chain's head stands; null: it has none of its own
     const Id* required = nullptr;
     UInt32 requiredCount = 0;
     ModuleRecord* nextModule = nullptr;

@@ -52,6 +52,11 @@ protected:
         Write("warns.json",
             R"({"version": 1, "nodes": {"n": {"type": "placement2d", "inputs": {"localModeU": "reapeat"}}},
             "outputs": {"o": "n.result"}})");
+        Write("idle.json", R"({"version": 1, "nodes": {"n": {"type": "bsdflayer"}},
+            "material": {"bsdflayers": [{"bsdflayer": {"from": "n.result"}}]}})");
+        Write(
+            "choice.json", R"({"version": 1, "nodes": {"n": {"type": "bsdflayer", "inputs": {"bsdftype": "wardbrdf"}}},
+            "material": {"bsdflayers": [{"bsdflayer": {"from": "n.result"}}]}})");
         Write("broken.json", "{\"version\": \xff}");
         Write("brackets.json", std::string(100'000, '['));
         Write("samples.json", R"([{}, {"uvw": [1, 0]}])");
@@ -118,6 +123,14 @@ TEST_F(CommandTest, ExitStatusesAndDiagnostics)
         {"bake failing.json -o x.png --size 8", 1, "nodes.n: "},
         {"bake good.json -o x.png --size 8", 0, ""},
         {"bake two.json -o {output}.png --size 8", 0, ""},
+        {"bake idle.json -o x.png", 2, "idle.json: material: drives no channel"},
+        {"bake choice.json -o x.png", 2, "choice.json: material: no channel is a picture (layer1.bsdftype)"},
+        {"bake choice.json -o x.png --output layer1.bsdftype", 1,
+            "layer1.bsdftype is a InternedId, which is no picture"},
+        {"eval idle.json", 2, "idle.json: material: drives no channel"},
+        {"inspect idle.json", 0, ""},
+        {"inspect wrong.json", 2, "wrong.json: nodes.n.type: "},
+        {"check idle.json", 0, ""},
         {"check good.json", 0, ""},
         {"check wrong.json", 2, "nodes.m.inputs.colr"},
         {"check warns.json", 0, "velto: warning: warns.json: nodes.n.inputs.localModeU: "},
@@ -169,11 +182,48 @@ TEST_F(CommandTest, EvalPrintsNothingButJson)
     EXPECT_EQ("net.velto.error.nullptr", Output(failed, "color"));
 }
 
+TEST_F(CommandTest, InspectShowsTheWiresOfARoot)
+{
+    const Json root = Parse(Run("inspect idle.json").out);
+    std::vector<std::string> forwarded;
+    for (const Json& wire : root.Find("wires")->Elements())
+    {
+        if (wire.Find("mode")->AsString() == "0x0000000000001010")
+            forwarded.push_back(wire.Find("from")->AsString() + " " + wire.Find("to")->AsString());
+    }
+    ASSERT_EQ(21u, forwarded.size()); // all inputs but the context
+    EXPECT_EQ("inputs.bsdflayers outputs.materialout.layers", forwarded.front());
+    EXPECT_EQ("inputs.aovs outputs.materialout.aovs", forwarded.back());
+}
+
 TEST_F(CommandTest, FramesAreNumberedAndTimed)
 {
     EXPECT_EQ(0, Run("bake good.json -o f.##.png --size 4 --frames 8-10").status);
     for (const char* const name : {"f.08.png", "f.09.png", "f.10.png"})
         EXPECT_TRUE(std::filesystem::exists(folder_ / name)) << name;
+}
+
+TEST_F(CommandTest, NodesTellEditorsOfGroupsAndCommands)
+{
+    const Json image = Parse(Run("nodes image --json").out);
+    ASSERT_TRUE(image.Find("buttons"));
+    const Json& buttons = image.Find("buttons")->Elements().at(0);
+    EXPECT_EQ("net.velto.pattern.node.generator.image.imagebuttongroup", buttons.Find("id")->AsString());
+    EXPECT_EQ(5u, buttons.Find("commands")->Elements().size());
+    EXPECT_THAT(image.Write(), HasSubstr(R"("group": "imagesequence")"));
+    EXPECT_THAT(Run("nodes spline --json").out, HasSubstr("net.velto.node.portbundle.splineknot.break"));
+}
+
+// Whatever threads did it, and with what they start from left out.
+TEST_F(CommandTest, StatsTellOfRastersAndOfWhatBakedThem)
+{
+    Write("soft.json", R"({"version": 1, "nodes": {"tiles": {"type": "checkerboard"},
+        "soft": {"type": "blur", "inputs": {"color": {"from": "tiles.result"}, "resolution": 64}}},
+        "outputs": {"color": "soft.result"}})");
+    const Ran ran = Run("bake soft.json -o x.png --size 8 --stats");
+    EXPECT_TRUE(AreEqual(Parse(R"({"samples": 64, "evaluations": {"tiles": 4160, "soft": 65},
+        "rasters": [{"node": "soft", "width": 64, "height": 64, "bytes": 131072}]})"),
+        Parse(ran.err)));
 }
 
 // A full device that takes the result is a failure, not a success with nothing.

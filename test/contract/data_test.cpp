@@ -44,7 +44,7 @@ TEST(BaseArray, GrowsAndKeepsWhatItHas)
         ASSERT_TRUE(copy.CopyFrom(array).IsOk());
         EXPECT_EQ(6, copy.Last().number);
         array = std::move(copy);
-        copy.Reset();
+        EXPECT_TRUE(copy.IsEmpty());
         EXPECT_EQ(7, Counted::alive);
     }
     EXPECT_EQ(0, Counted::alive);

@@ -66,6 +66,7 @@ public:
         first["oiio:subimagename"] = "first";
         OIIO::ImageSpec second(2, 2, 3, OIIO::TypeDesc::FLOAT);
         second["oiio:subimagename"] = "second";
+        first["DateTime"] = second["DateTime"] = kDate;
         std::vector<float> firstPixels;
         std::vector<float> secondPixels;
         for (int i = 0; i < 4; ++i)
@@ -120,6 +121,50 @@ public:
         return WriteBytes(name, bytes);
     }
 
+    // Pictures of one pixel on a square screen.
+    std::string WriteGif(const std::string& name, std::size_t side, int count = 1) const
+    {
+        std::string bytes = "GIF89a" + Bytes({side, side}, 2) + std::string("\x80\0\0\0\0\0\xff\xff\xff", 9);
+        for (; count > 0; --count)
+            bytes += std::string(",\0\0\0\0\x01\0\x01\0\0\x02\x02\x44\x01\0", 15);
+        return WriteBytes(name, bytes + ";");
+    }
+
+    // The same as an avi of plain pixels.
+    std::string WriteVideo(const std::string& name, int framesPerSecond, const std::vector<float>& greys) const
+    {
+        const auto chunk = [](const std::string& id, const std::string& bytes) {
+            return id + Bytes({bytes.size()}) + bytes;
+        };
+        const std::size_t rate = static_cast<std::size_t>(framesPerSecond);
+        std::string frames = "movi";
+        for (const float grey : greys)
+            frames += chunk("00db", std::string(8 * 8 * 3, static_cast<char>(grey * 255.0f + 0.5f)));
+        const std::string stream =
+            chunk("strh", "vidsDIB " + Bytes({0, 0, 0, 1, rate, 0, greys.size(), 192, 0, 0, 0, 0})) +
+            chunk("strf", Bytes({40, 8, 8}) + Bytes({1, 24}, 2) + Bytes({0, 192, 0, 0, 0, 0}));
+        const std::string head =
+            chunk("avih", Bytes({1000000 / rate, 0, 0, 0, greys.size(), 0, 1, 192, 8, 8, 0, 0, 0, 0}));
+        return WriteBytes(name, chunk("RIFF", "AVI " + chunk("LIST", "hdrl" + head + chunk("LIST", "strl" + stream)) +
+                                                  chunk("LIST", frames)));
+    }
+
+    // Square grey pages of a tif, a byte of pixels behind each.
+    std::string WritePages(const std::string& name, const std::vector<std::size_t>& sides) const
+    {
+        std::string bytes("II*\0\x08\0\0\0", 8);
+        for (const std::size_t& side : sides)
+        {
+            const std::pair<std::size_t, std::size_t> entries[] = {
+                {256, side}, {257, side}, {258, 8}, {259, 1}, {262, 1}, {273, 8}, {277, 1}, {278, side}, {279, 1}};
+            bytes += Bytes({std::size(entries)}, 2);
+            for (const auto& [tag, value] : entries)
+                bytes += Bytes({tag, 4}, 2) + Bytes({1, value});
+            bytes += Bytes({&side == &sides.back() ? 0 : bytes.size() + 4});
+        }
+        return WriteBytes(name, bytes);
+    }
+
     std::string Truncate(const std::string& file, const std::string& name, std::size_t size) const
     {
         std::filesystem::copy_file(file, Path(name));
@@ -141,6 +186,18 @@ public:
     }
 
 private:
+    // Numbers of `size` bytes each, the low one first.
+    static std::string Bytes(std::initializer_list<std::size_t> numbers, int size = 4)
+    {
+        std::string bytes;
+        for (const std::size_t number : numbers)
+        {
+            for (int i = 0; i < size; ++i)
+                bytes += static_cast<char>(number >> (8 * i) & 255);
+        }
+        return bytes;
+    }
+
     std::string WritePixels(const std::string& name, int size, int channels, const std::vector<float>& pixels,
         PictureDepth depth, const std::string& colorSpace) const
     {
@@ -149,6 +206,7 @@ private:
             : depth == PictureDepth::UInt16 ? OIIO::TypeDesc::UINT16
                                             : OIIO::TypeDesc::FLOAT);
         spec["oiio:UnassociatedAlpha"] = 1;
+        spec["DateTime"] = kDate;
         if (!colorSpace.empty())
             spec["oiio:ColorSpace"] = colorSpace;
         const auto output = OIIO::ImageOutput::create(name);
@@ -158,6 +216,7 @@ private:
         return Path(name);
     }
 
+    static constexpr const char* kDate = "2001:02:03 04:05:06"; // or it would be that of the test
     std::filesystem::path directory_;
 };
 

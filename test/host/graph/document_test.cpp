@@ -49,6 +49,19 @@ INSTANTIATE_TEST_SUITE_P(Table, NodeFault,
         {R"({"type": "contrast", "input": {}})",
             "input: is not known here; did you mean \"inputs\"?; expected one of type, inputs, arguments\n"},
         {R"({"type": "contrast", "inputs": []})", "inputs: expected an object, got an array of 0\n"},
+        {R"({"type": "contrast", "arguments": {"count": 3}})", "arguments.count: is not known here\n"},
+        {R"({"type": "layer", "arguments": {"layer": ["a"]}})",
+            "arguments.layer: is not known here; did you mean \"layers\"?; expected one of layers\n"},
+        {R"({"type": "net.velto.pattern.corenode.effect.layer", "arguments": {"layers": "a"}})",
+            "arguments: The argument layers must be an array of names.\n"},
+        {R"({"type": "layer", "arguments": {"layers": ["a", "a"]}})",
+            "arguments: The node net.velto.pattern.corenode.effect.layer would have the port color#a twice.\n"},
+        {R"({"type": "layer", "arguments": {"layers": ["a"]}, "inputs": {"color#a": [1, 0, 0, 1], "mode#b": ""}})",
+            "inputs.mode#b: there is no such input; did you mean \"mode\"?\n"},
+        {R"({"type": "layer", "inputs": {"color": [[1, 0, 0, 1]]}})",
+            "inputs.color: its elements are named: color#NAME, by the argument layers\n"},
+        {R"({"type": "scatter", "arguments": {"count": "4"}})",
+            "arguments: The argument count must be a whole number.\n"},
         {R"({"type": "contrast", "inputs": {"colour": [1, 0, 0, 1]}})",
             "inputs.colour: there is no such input; did you mean \"color\"?\n"},
         {R"({"type": "placement2d", "inputs": {"repetitions": [1, 1]}})",
@@ -126,12 +139,16 @@ TEST(Document, WarnsOfEnumerationValuesThatAreNotKnown)
     host::Diagnostics diagnostics;
     host::Graph graph;
     EXPECT_TRUE(host::LoadGraph(R"({"version": 1, "nodes": {"n": {"type": "placement2d",
-        "inputs": {"localModeU": "reapeat"}}}, "outputs": {"o": "n.result"}})",
+        "inputs": {"localModeU": "reapeat"}}, "m": {"type": "blend", "inputs": {"blendMode": "zzzzzzzzzzzzzz"}},
+        "none": {"type": "noise", "inputs": {"noiseType": ""}}},
+        "outputs": {"o": "n.result"}})",
         TheModule(), {}, diagnostics, graph));
-    ASSERT_EQ(1u, diagnostics.All().size());
+    ASSERT_EQ(2u, diagnostics.All().size());
     EXPECT_TRUE(diagnostics.All()[0].isWarning);
     EXPECT_EQ("nodes.n.inputs.localModeU", diagnostics.All()[0].place);
-    EXPECT_THAT(diagnostics.All()[0].text, HasSubstr("did you mean \"repeat\"?"));
+    EXPECT_EQ("\"reapeat\" is not known; did you mean \"repeat\"?; the node's own fallback applies",
+        diagnostics.All()[0].text);
+    EXPECT_EQ("\"zzzzzzzzzzzzzz\" is not known", diagnostics.All()[1].text); // which fails
 }
 
 TEST(Document, TakesSettingsInThePlaceOfItsValues)
@@ -206,6 +223,23 @@ std::string Repeat(std::string_view text, int count)
 std::string OneNode(const std::string& type, const std::string& rest)
 {
     return Nodes(1, [&](int) { return fmt::format(R"({{"type": "{}", {}}})", type, rest); });
+}
+
+// `count` times what `element` makes of a number, with commas between.
+std::string List(int count, const std::function<std::string(int)>& element)
+{
+    std::string text;
+    for (int i = 0; i < count; ++i)
+        text += (i > 0 ? "," : "") + element(i);
+    return text;
+}
+
+// A node of so many named layers, each with a colour, and something wrong behind them.
+std::string LayersOf(int count)
+{
+    return OneNode("layer", fmt::format(R"("arguments": {{"layers": [{}]}}, "inputs": {{{}, "colour": 1}})",
+                                List(count, [](int i) { return fmt::format(R"("l{}")", i); }),
+                                List(count, [](int i) { return fmt::format(R"("color#l{}": [1, 0, 0, 1])", i); })));
 }
 
 std::string SumOf(int terms)
@@ -309,13 +343,36 @@ INSTANTIATE_TEST_SUITE_P(Table, HostileDocument,
         {"ManyPortsInAll", [] { return Nodes(1000, [](int) { return SumOf(9000); }); },
             "the program has more than 8000000 ports"},
         {"CountOfElements", [] { return Nodes(1, [](int) { return SumOf(1'000'000'000); }); },
-            "cannot be made with these arguments"},
+            "nodes.n0.arguments: The node net.velto.test.sum would have more than 20000 ports."},
+        {"ManyNamedElements", [] { return LayersOf(4'900); },
+            "nodes.n0.inputs.colour: there is no such input; did you mean \"color\"?"},
+        {"TooManyNamedElements", [] { return LayersOf(6'000); }, "would have more than 20000 ports."},
+        {"NamedElementsInAll",
+            [] {
+                return Nodes(100, [](int i) {
+                    return fmt::format(R"({{"type": "layer", "arguments": {{"layers": [{}]}}}})",
+                        List(4'000, [i](int k) { return fmt::format(R"("l{}_{}")", i, k); }));
+                });
+            },
+            "the nodes' arguments ask for more than 1000000 ports in all"},
+        {"ManyOutputs",
+            [] {
+                return fmt::format(R"({{"version": 1, "nodes": {{}}, "outputs": {{{}}}}})",
+                    List(80'000, [](int i) { return fmt::format(R"("o{}": "n.o")", i); }));
+            },
+            "outputs: 80000 outputs; at most 10000 are taken"},
+        {"ManyLayers",
+            [] {
+                return fmt::format(R"({{"version": 1, "nodes": {{}}, "material": {{"bsdflayers": [{}]}}}})",
+                    List(30'000, [](int) { return std::string("{}"); }));
+            },
+            "material.bsdflayers: 30000 elements; at most 10000 are taken"},
         {"NegativeCount",
             [] {
                 return OneNode(
                     "net.velto.test.sum", R"("arguments": {"terms": -1000000000}, "inputs": {"terms[0]": 1})");
             },
-            "there is no such input"},
+            "nodes.n0.arguments: The argument terms must be a number of elements, 0 or more."},
         {"ManyFunctions", [] { return Nodes(20'000, &ChainOfFunctions); }, "the program has more than 8000000 ports"},
         {"DeepFunctions", [] { return Nodes(20'000, &FunctionInFunction); },
             "function-valued inputs are nested more than 256 deep"},

@@ -27,7 +27,8 @@ TEST(Material, DrivenInputsBecomeChannels)
             {"bsdflayer": {"from": "base.result"}, "strength": {"from": "board.result"}},
             {"active": false, "bsdflayer": {"from": "coat.result"}},
             {"active": true, "bsdflayer": {"from": "coat.result"}, "strength": 0.5}],
-        "aovs": [{"id": "mask", "color": [0, 1, 0]}]})"),
+        "aovs": [{"id": "mask", "color": [0, 1, 0]}, {"id": "mask", "color": [1, 1, 1], "active": false},
+            {"active": {"from": "board.result"}, "id": "lit", "color": [1, 0, 0]}]})"),
         R"([{"uvw": [0.25, 0.25, 0]}])");
     const host::Json* const outputs = Entry(results).Find("outputs");
     ASSERT_TRUE(outputs) << results.Write();
@@ -37,7 +38,28 @@ TEST(Material, DrivenInputsBecomeChannels)
                                     R"(, "layer1.color": [0.25, 0.5, 0.75], "layer1.roughness": 0.3, )"
                                     R"("layer3.strength": 0.5, "layer3.color": [1, 1, 1], )"
                                     R"("emission": [1, 2, 3], "displacement": )" +
-                                    luminance + R"(, "aov.mask": [0, 1, 0]})");
+                                    luminance +
+                                    R"(, "aov.mask": [0, 1, 0], "aov.lit.active": true, "aov.lit": [1, 0, 0]})");
+}
+
+TEST(Material, SamplesMayChangeTheParametersOfLayers)
+{
+    const host::Json results = EvalJson(Material(R"({"bsdflayers": [
+        {"bsdflayer": {"from": "base.result"}}, {"bsdflayer": {"from": "base.result"}}]})"),
+        R"([{}, {"set": {"base.roughness": 0.9}}])");
+    EXPECT_EQ("0.3", Output(results, "layer2.roughness", 0));
+    EXPECT_EQ("0.9", Output(results, "layer1.roughness", 1));
+    EXPECT_EQ("0.9", Output(results, "layer2.roughness", 1));
+}
+
+TEST(Material, MayDriveNothing)
+{
+    host::Graph graph;
+    ASSERT_TRUE(Load(R"({"version": 1, "nodes": {"idle": {"type": "bsdflayer"}},
+        "material": {"bsdflayers": [{"bsdflayer": {"from": "idle.result"}}]}})",
+        graph));
+    EXPECT_TRUE(graph.program->outputs.empty());
+    EXPECT_EQ(22u + 1u, host::DescribeNodeSystem(host::AsHost(graph.document.root)).Find("inputs")->Elements().size());
 }
 
 TEST(Material, FaultsStandAtTheirPlaces)
@@ -60,6 +82,20 @@ TEST(Material, FaultsStandAtTheirPlaces)
             "material.bsdflayers[0].strenght: is not known here; did you mean \"strength\"?"},
         {R"({"bsdflayers": [{"bsdflayer": {"from": "base.result"}}], "alpha": "much"})",
             "material.alpha: expected a number"},
+        {R"({"bsdflayers": [{"bsdflayer": {"from": "base.result", "form": 1}}]})",
+            "material.bsdflayers[0].bsdflayer.form: is not known here; did you mean \"from\"?"},
+        {R"({"bsdflayers": [{"active": false, "bsdflayer": {"from": "base.result"}, "strength": true}]})",
+            "material.bsdflayers[0].strength: expected a number, got true"},
+        {R"({"bsdflayers": [{"active": false}]})", "material.bsdflayers[0].bsdflayer: expected a link"},
+        {R"({"bsdflayers": [{"bsdflayer": {"from": "base.result"}}], "aovs": [{"active": "no", "id": "a"}]})",
+            "material.aovs[0].active: expected true or false, got the string \"no\""},
+        {R"({"bsdflayers": [{"bsdflayer": {"from": "base.result"}}], "aovs": [{"id": "a"}, {"id": "a"}]})",
+            "material.aovs[1].id: there are two outputs \"a\""},
+        {R"({"bsdflayers": [{"bsdflayer": {"from": "base.result"}}], "emission": [1, 1, 1]},
+            "outputs": {"emission": "board.result"})",
+            "outputs.emission: the material has a channel of this name"},
+        {R"({"bsdflayers": [{"bsdflayer": {"from": "base.result"}}]}, "outputs": {"x": "base.result"})",
+            "outputs.x: a BSDF layer is no output; it goes into material.bsdflayers"},
     };
     for (const Case& c : cases)
         EXPECT_NE(Faults(Material(c.material)).find(c.fault), std::string::npos) << c.fault << "\n"
@@ -84,19 +120,32 @@ TEST(DescribedNodes, PassthroughHandsOnAndDefaultsToBlack)
 
 TEST(DescribedNodes, LocalContextFollowsContext)
 {
-    const auto board = [](std::string_view inputs) {
-        return Output(EvalJson(std::string(R"({"version": 1, "nodes": {
+    const auto document = [](std::string_view inputs) {
+        return std::string(R"({"version": 1, "nodes": {
             "moved": {"type": "placement2d", "inputs": {"localOffset": [0.5, 0]}},
             "board": {"type": "checkerboard", "inputs": {)")
-                                   .append(inputs)
-                                   .append(R"("color1": [1, 1, 1, 1], "color2": [0, 0, 0, 1]}}},
-            "outputs": {"color": "board.result"}})"),
-                          R"([{"uvw": [0.25, 0.25, 0]}])"),
-            "color");
+            .append(inputs)
+            .append(R"("color1": [1, 1, 1, 1], "color2": [0, 0, 0, 1]}}}, "outputs": {"color": "board.result"}})");
+    };
+    const auto board = [&](std::string_view inputs, const host::GraphOptions& options = {}) {
+        host::Graph graph;
+        host::Diagnostics diagnostics;
+        host::Json results;
+        bool anyFailed = false;
+        EXPECT_TRUE(Load(document(inputs), graph, options));
+        EXPECT_TRUE(host::EvaluateSamples(
+            graph, Parse(R"([{"uvw": [0.25, 0.25, 0]}])"), false, diagnostics, results, anyFailed));
+        return Output(results, "color");
     };
     EXPECT_EQ(board(""), "[1, 1, 1, 1]");
     EXPECT_EQ(board(R"("contextLocal": {"from": "moved.result"}, )"), "[0, 0, 0, 1]");
     EXPECT_EQ(board(R"("context": {"from": "moved.result"}, )"), "[0, 0, 0, 1]");
+    host::GraphOptions options;
+    options.settings.resize(1);
+    ASSERT_TRUE(host::ParseSetting(R"(board.context={"from": "moved.result"})", options.settings[0]));
+    EXPECT_EQ(board("", options), "[0, 0, 0, 1]");
+    EXPECT_EQ(Faults(document(R"("context": {"from": "moved.reslt"}, )")),
+        "nodes.board.inputs.context: moved has no output \"reslt\"; did you mean \"result\"?\n");
 }
 
 TEST(DescribedNodes, DefaultsHoldForCoreNodesToo)

@@ -109,6 +109,7 @@ protected:
         if (IsPublished("net.velto.test.sum"))
             GTEST_SKIP()
                 << "a test before this one keeps the probe loaded; every case is meant to have its own process";
+        test::TheModule(); // graphs need it
     }
 };
 
@@ -130,9 +131,23 @@ std::string EvaluateProbe(const std::shared_ptr<Module>& module)
     return test::Output(results, "o");
 }
 
+// The data types that a module has worked out, as its record lists them.
+std::vector<std::string> ResolvedTypes(const Module& module)
+{
+    std::vector<std::string> types;
+    for (const ModuleRecord* record = module.Export().moduleRecords; record; record = record->nextModule)
+    {
+        for (const DataTypeRecord* type = record->dataTypes ? *record->dataTypes : nullptr; type; type = type->next)
+        {
+            if (type->resolved)
+                types.emplace_back(type->resolved->id.View());
+        }
+    }
+    return types;
+}
+
 TEST_F(ProbeModule, PublishesUnloadsAndLoadsAgain)
 {
-    test::TheModule();
     const Published before = Published::Now();
     for (int round = 0; round < 3; ++round)
     {
@@ -142,6 +157,7 @@ TEST_F(ProbeModule, PublishesUnloadsAndLoadsAgain)
         EXPECT_EQ(before.switches + 2, Configuration().size());
         EXPECT_EQ("probe", module->Export().moduleId.View());
         EXPECT_EQ("370", EvaluateProbe(module));
+        EXPECT_THAT(ResolvedTypes(*module), ::testing::Contains("net.velto.render.datatype.shadingcontext"));
         module.reset();
         EXPECT_TRUE(before == Published::Now());
     }

@@ -77,6 +77,12 @@ TEST_F(SplineMapperTest, CubicCurvesFollowTheTension)
     mappers.SetTension(mapper.Get(), 1.0);
     EXPECT_NEAR(0.5, At(0.5), 1e-15);
     EXPECT_NEAR(0.25, At(0.125), 1e-15);
+    // The curve ends before knots without a number.
+    mappers.SetTension(mapper.Get(), 0.0);
+    const double before = At(0.9);
+    Add(std::nan(""), 5, SplineInterpolation::Cubic);
+    EXPECT_EQ(before, At(0.9));
+    EXPECT_EQ(0.0, At(2.0));
 }
 
 TEST_F(SplineMapperTest, KnotsAreSortedAndKeepTheirOrderOnOnePlace)

@@ -1,14 +1,21 @@
 #include "host/render/bake.h"
 
+#include "host/registry/datatypes.h"
+#include "host/system/output.h"
 #include "test/support/probe.h"
+#include "velto/porttypes.h"
 
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <tuple>
 
 namespace velto::test
 {
@@ -113,7 +120,16 @@ using BakeThreads = BakeTest;
 
 TEST_F(BakeThreads, GiveTheSameBytesAsOne)
 {
-    // The pre node's table and the counter are what could depend on threads.
+    // What could depend on threads: tables and state, and outputs that a node leaves as a sample before it left them.
+    const std::string raster = R"({"version": 1, "nodes": {
+        "board": {"type": "checkerboard", "inputs": {"color1": [0, 0, 0, 1], "color2": [9, 9, 9, 1]}},
+        "place": {"type": "placement2d", "inputs": {"localRotation": 0.3}},
+        "u": {"type": "net.velto.test.coordinate", "inputs": {"context": {"from": "place.result"}}},
+        "vector": {"type": "composevector4", "inputs": {"x": {"from": "u.result"}}},
+        "split": {"type": "splitvectorcomponents", "inputs": {"vector": {"from": "vector.result"}, "index": {"from": "board.result"}}},
+        "cache": {"type": "cache", "inputs": {"color": {"from": "split.indexedComponent"}, "width": 512, "height": 512,
+            "interpolation": "nearest"}}},
+        "outputs": {"color": "cache.result"}})";
     const std::string document = R"({"version": 1, "nodes": {
         "place": {"type": "placement2d", "inputs": {"localRepetitions": [5, 4], "localRotation": 0.3, "localModeU": "repeat", "localModeV": "repeat"}},
         "noise": {"type": "noise", "inputs": {"contextLocal": {"from": "place.result"}}},
@@ -121,16 +137,81 @@ TEST_F(BakeThreads, GiveTheSameBytesAsOne)
         "outputs": {"color": "board.result"}})";
     BakeOptions options = Size(301, 257);
     options.supersample = 2;
-    std::string one;
-    for (const int threads : {1, 2, 4, 7})
+    for (const std::string& text : {document, raster})
     {
-        options.threads = threads;
-        const std::string file = File(fmt::format("{}.png", threads));
-        ASSERT_TRUE(Bake(document, file, options).IsOk());
-        const std::string bytes = Bytes(file);
-        one = one.empty() ? bytes : one;
-        EXPECT_TRUE(!bytes.empty() && bytes == one) << threads;
+        std::string one;
+        for (const int threads : {1, 2, 4, 7})
+        {
+            options.threads = threads;
+            const std::string file = File(fmt::format("{}.png", threads));
+            ASSERT_TRUE(Bake(text, file, options).IsOk());
+            const std::string bytes = Bytes(file);
+            one = one.empty() ? bytes : one;
+            EXPECT_TRUE(!bytes.empty() && bytes == one) << threads;
+        }
     }
+}
+
+// What a blur bakes, all threads work on at once.
+TEST_F(BakeThreads, GiveTheSameForEveryExampleBehindABlur)
+{
+    host::SetOutputHandler([](auto&&...) {}); // one of them prints
+    const std::filesystem::path examples = VELTO_SOURCE_DIR "/examples/nodes";
+    host::GraphOptions graphOptions;
+    graphOptions.searchPaths = {examples.string()};
+    BakeOptions options = Size(32, 32);
+    options.depth = host::PixelDepth::Float;
+    int reports = 0;
+    options.progress = [&](const host::BakeProgress& progress) {
+        reports += progress.raster && progress.raster->node == "blurred" && progress.raster->width == 32 ? 1 : 0;
+    };
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(examples))
+    {
+        SCOPED_TRACE(entry.path().stem().string());
+        const std::string text = Bytes(entry.path().string());
+        host::Json document = Parse(text);
+        if (!document.Find("outputs"))
+            continue; // a material
+        host::Graph graph;
+        ASSERT_TRUE(Load(text, graph, graphOptions));
+        host::Json nodes = *document.Find("nodes");
+        std::string color = document.Find("outputs")->GetMembers().front().second.AsString();
+        for (const auto& [type, converter, port] : {std::tuple(host::TypeOf<String>(), "length", "string"),
+                 {host::TypeOf<Vector>(), "net.velto.test.keep.color", "x"}})
+        {
+            if (graph.program->outputs[0].type != type)
+                continue;
+            nodes.Add("converted", Parse(fmt::format(R"({{"type": "{}", "inputs": {{"{}": {{"from": "{}"}}}}}})",
+                                       converter, port, color)));
+            color = "converted.result";
+        }
+        nodes.Add(
+            "blurred", Parse(fmt::format(
+                           R"({{"type": "blur", "inputs": {{"resolution": 32, "color": {{"from": "{}"}}}}}})", color)));
+        document.Set("nodes", std::move(nodes));
+        document.Set("outputs", Parse(R"({"color": "blurred.result"})"));
+        std::vector<float> one;
+        for (const int threads : {1, 4})
+        {
+            options.threads = threads;
+            host::Graph blurred;
+            ASSERT_TRUE(Load(document.Write(), blurred, graphOptions));
+            host::BakeStatistics statistics;
+            const Result baked = host::Bake(blurred, {{0, File("blurred.exr")}}, options, statistics);
+            ASSERT_TRUE(baked.IsOk()) << baked.Message();
+            ASSERT_FALSE(statistics.rasters.empty());
+            EXPECT_EQ("blurred", statistics.rasters.back().node);
+            EXPECT_EQ(32u * 32u * sizeof(ColorA), statistics.rasters.back().bytes);
+            const std::vector<float> values = Read(File("blurred.exr")).values;
+            one = one.empty() ? values : one;
+            EXPECT_TRUE(std::memcmp(values.data(), one.data(), one.size() * sizeof(float)) == 0) << threads;
+        }
+        ++count;
+    }
+    EXPECT_GT(count, 70);
+    EXPECT_GE(reports, 2 * count); // on one thread four each
+    host::SetOutputHandler({});
 }
 
 TEST_F(BakeTest, CropsEqualTheWhole)
@@ -293,7 +374,7 @@ TEST_F(BakeTest, SphereHasTrueNormalsAndIsTransparentOutside)
         EXPECT_NEAR(0.0, Dot(n, context.bitangent), 1e-12);
         EXPECT_NEAR(1.0, Dot(context.bitangent, context.bitangent), 1e-12);
         EXPECT_EQ(n, context.samplePosition);
-        EXPECT_LE(context.bitangent.y, 0.0); // v grows downwards
+        EXPECT_GE(context.bitangent.y, 0.0); // against v, so that bumps are lit alike in both directions
         EXPECT_GE(n.z, 0.0);
         // The neighbours lie on the sphere, too.
         EXPECT_NEAR(1.0, Dot(context.samplePositionPlusDeltaU, context.samplePositionPlusDeltaU), 1e-9);
@@ -303,6 +384,31 @@ TEST_F(BakeTest, SphereHasTrueNormalsAndIsTransparentOutside)
     ASSERT_TRUE(host::FillContext(options, 32.0, 32.0, middle));
     EXPECT_EQ((Vector{0.5, 0.5, 0.0}), middle.uvw);
     EXPECT_FALSE(host::FillContext(options, 1.0, 1.0, middle));
+}
+
+// By the command, which names a file for each channel. A choice is no picture and has none.
+TEST_F(BakeTest, AMaterialIsBakedChannelByChannel)
+{
+    std::ofstream(File("m.json")) << R"({"version": 1, "nodes": {
+        "paint": {"type": "passthrough", "inputs": {"color": [0.25, 0.5, 0.75, 0.5]}},
+        "base": {"type": "bsdflayer", "inputs": {
+            "bsdftype": "ggxbrdf", "color": {"from": "paint.passthrough"}, "roughness": {"from": "paint.passthrough"}}}},
+        "outputs": {"look": "paint.passthrough"},
+        "material": {"bsdflayers": [{"bsdflayer": {"from": "base.result"}}], "normal": [0, 0.5, -1],
+            "aovs": [{"id": "mask", "color": [2, 0, 1]}]}})";
+    const std::string command = fmt::format(
+        "{} bake {} -o {} --size 1 --depth float", VELTO_BUILD_DIR "/velto", File("m.json"), File("{output}.exr"));
+    ASSERT_EQ(0, std::system(command.c_str()));
+    const std::map<std::string, std::vector<float>> expected{
+        {"look", {0.25f, 0.5f, 0.75f, 0.5f}},
+        {"layer1.color", {0.25f, 0.5f, 0.75f}},
+        {"layer1.roughness", {static_cast<float>(0.25 * 0.2125 + 0.5 * 0.7154 + 0.75 * 0.0721)}},
+        {"normal", {0.0f, 0.5f, -1.0f}},
+        {"aov.mask", {2.0f, 0.0f, 1.0f}},
+    };
+    for (const auto& [name, values] : expected)
+        EXPECT_EQ(values, Read(File(name + ".exr")).values) << name;
+    EXPECT_EQ(expected.size() + 1, FolderContents().size());
 }
 
 // Whatever goes wrong: no partial file, and what was there stays.

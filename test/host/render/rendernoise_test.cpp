@@ -92,6 +92,17 @@ struct Statistics
     }
 };
 
+// With one octave, in space and in the plane.
+const std::map<std::string_view, std::array<double, 2>> kMeans = {{"blisteredturbulence", {0.47, 0.57}},
+    {"box", {0.5, 0.5}}, {"buya", {0.45, 0.45}}, {"cell", {0.385, 0.45}}, {"cellvoronoi", {0.5, 0.5}},
+    {"cranal", {0.56, 0.69}}, {"dents", {0.905, 0.89}}, {"displacedturbulence", {0.42, 0.44}},
+    {"displacedvoronoi", {0.48, 0.39}}, {"electric", {0.28, 0.26}}, {"fbm", {0, 0}}, {"gaseous", {0.45, 0.45}},
+    {"hama", {0.49, 0.56}}, {"luka", {0.5, 0.5}}, {"mod", {0.5, 0.5}}, {"naki", {0.39, 0.535}},
+    {"nutous", {0.575, 0.62}}, {"ober", {0.54, 0.54}}, {"perlin", {0, 0}}, {"pezo", {0.26, 0.455}},
+    {"poxo", {0.59, 0.505}}, {"ridgedmultifractal", {0.65, 0.63}}, {"sema", {0.385, 0.3}}, {"stupl", {0.245, 0.26}},
+    {"turbulence", {0.42, 0.44}}, {"vl", {0, 0}}, {"voronoi1", {0.505, 0.415}}, {"voronoi2", {0.29, 0.4}},
+    {"voronoi3", {0.525, 0.51}}, {"wavyturbulence", {0.5, 0.5}}, {"zada", {0.5, 0.5}}};
+
 TEST_P(NoiseClassTest, FillsItsRange)
 {
     const bool isSigned = GetParam().isSigned;
@@ -107,7 +118,8 @@ TEST_P(NoiseClassTest, FillsItsRange)
             const Statistics s(values);
             EXPECT_GE(s.least, isSigned ? -1.0 : 0.0);
             EXPECT_LE(s.largest, 1.0);
-            EXPECT_NEAR(s.mean, isSigned ? 0.0 : 0.52, isSigned ? 0.03 : 0.42) << isFlat << ' ' << octaves;
+            EXPECT_NEAR(s.mean, kMeans.at(GetParam().name)[isFlat], octaves == 1.0f ? 0.03 : 0.13)
+                << isFlat << ' ' << octaves;
             EXPECT_GT(s.deviation, 0.07) << isFlat << ' ' << octaves;
             EXPECT_GT(s.largest - s.least, isSigned ? 1.0 : 0.45) << isFlat << ' ' << octaves;
         }
@@ -179,8 +191,7 @@ TEST_P(NoiseClassTest, OctavesFadeIn)
         values.push_back(At(x, x * 0.7f, 3.1f, 0, 0));
         whole.push_back(At(x, x * 0.7f, 3.1f, 0, 1));
     }
-    const bool isWavy = GetParam().name == "wavyturbulence"; // a wave that the octaves only set out of step
-    EXPECT_LT(Statistics(values).deviation, isWavy ? 1.0 : 1e-3);
+    EXPECT_LT(Statistics(values).deviation, 1e-3);
     EXPECT_GT(Statistics(whole).deviation, 0.05);
 }
 
@@ -192,10 +203,10 @@ TEST_P(NoiseClassTest, NothingRepeats)
         {
             if (isFlat && direction == 2)
                 continue;
-            for (const float period : {1.0f, 2.0f, 8.0f, 16.0f, 64.0f, 128.0f, 256.0f})
+            for (float period = 1.0f; period <= 256.0f; period += 1.0f)
             {
                 int same = 0;
-                for (int i = 0; i < 64; ++i)
+                for (int i = 0; i < 24; ++i)
                 {
                     const float t = static_cast<float>(i) * 0.37f;
                     const auto at = [&](float shift) {
@@ -205,7 +216,7 @@ TEST_P(NoiseClassTest, NothingRepeats)
                     same += std::abs(at(0) - at(period)) < 1e-4f;
                 }
                 // Shapes with flat parts are alike there.
-                EXPECT_LT(same, 60) << isFlat << ' ' << direction << ' ' << period;
+                EXPECT_LT(same, 22) << isFlat << ' ' << direction << ' ' << period;
             }
         }
     }
@@ -249,19 +260,22 @@ TEST_P(NoiseClassTest, DependsOnAllThatItIsGiven)
 // What one sample cannot show is gone, not turned into noise.
 TEST_P(NoiseClassTest, AWideFilterLeavesTheMean)
 {
-    Numbers numbers;
-    std::vector<double> sharp;
-    std::vector<double> wide;
-    for (int i = 0; i < 3000; ++i)
+    for (const float octaves : {1.0f, 6.0f})
     {
-        const float x = numbers.Next(-90, 90);
-        const float y = numbers.Next(-90, 90);
-        sharp.push_back(At(x, y, 0.4f, 0, 6));
-        wide.push_back(At(x, y, 0.4f, 0, 6, false, 2.0f));
+        Numbers numbers;
+        std::vector<double> sharp;
+        std::vector<double> wide;
+        for (int i = 0; i < 5000; ++i)
+        {
+            const float x = numbers.Next(-90, 90);
+            const float y = numbers.Next(-90, 90);
+            const float z = numbers.Next(-90, 90);
+            sharp.push_back(At(x, y, z, 0, octaves));
+            wide.push_back(At(x, y, z, 0, octaves, false, 2.0f));
+        }
+        EXPECT_LT(Statistics(wide).deviation, 1e-3) << octaves;
+        EXPECT_NEAR(Statistics(sharp).mean, Statistics(wide).mean, 0.05) << octaves;
     }
-    const bool isWavy = GetParam().name == "wavyturbulence"; // its wave is as long as five cells
-    EXPECT_LT(Statistics(wide).deviation, isWavy ? 1.0 : 1e-3);
-    EXPECT_NEAR(Statistics(sharp).mean, Statistics(wide).mean, 0.3);
 }
 
 TEST_P(NoiseClassTest, StrangeNumbersGiveANumber)

@@ -30,6 +30,17 @@ constexpr std::string_view kDocument = R"({"version": 1, "nodes": {
         "paths": ["one", "two"], "f": {"from": "inner.result"}, "terms": [1, {"from": "calls.calls"}]}}},
     "outputs": {"result": "all.result", "copy": "all.copy", "spare": "all.spare"}})";
 
+// Rasters that are baked ahead of the samples, and by a sample: all threads need frames.
+constexpr std::string_view kRasters = R"({"version": 1, "nodes": {
+    "u": {"type": "net.velto.test.coordinate"},
+    "ahead": {"type": "cache", "inputs": {"color": {"from": "u.result"}, "width": 8, "height": 64}},
+    "pre": {"type": "net.velto.pattern.corenode.2d.cachepre", "inputs": {"color": {"from": "u.result"},
+        "width": {"from": "u.result"}, "height": 64}},
+    "meanwhile": {"type": "net.velto.pattern.corenode.2d.cache", "inputs": {"imageData": {"from": "pre.imageData"},
+        "interpolation": "nearest"}},
+    "sum": {"type": "net.velto.test.sum", "inputs": {"first": {"from": "ahead.result"}, "terms": [{"from": "meanwhile.result"}]}}},
+    "outputs": {"sum": "sum.result"}})";
+
 // The two allocators that the host has.
 enum class Memory
 {
@@ -93,6 +104,41 @@ protected:
         instance.Context().uvw.x = 1.5;
         const Result ran = instance.Evaluate();
         return ran.IsOk() ? fmt::format("{}", *static_cast<const Float*>(instance.Output(0))) : std::string(ran.Kind());
+    }
+
+    // Everything that comes of a graph that is built. `isCounting`: no sample gives what the one before gave.
+    static void SweepSamples(host::Graph& graph, bool isCounting)
+    {
+        const std::string expected = Evaluate(graph);
+        std::unique_ptr<host::Instance> instance;
+        Sweep(
+            GetParam(),
+            [&] {
+                instance.reset();
+                graph.setup.reset();
+                ASSERT_TRUE(host::Setup::Create(graph.program, graph.setup).IsOk());
+            },
+            [&]() -> Result {
+                VELTO_TRY(graph.setup->Run());
+                VELTO_TRY(host::Instance::Create(*graph.setup, instance));
+                instance->Context().uvw.x = 1.5;
+                return instance->Evaluate();
+            },
+            [&](const Result& result) {
+                if (result.IsOk())
+                {
+                    EXPECT_EQ(expected, fmt::format("{}", *static_cast<const Float*>(instance->Output(0))));
+                    return;
+                }
+                // What failed once is made up for.
+                EXPECT_TRUE(graph.setup->RunAgainIfFailed().IsOk());
+                if (!instance)
+                    ASSERT_TRUE(host::Instance::Create(*graph.setup, instance).IsOk());
+                const std::string again = Sample(*instance);
+                if (!isCounting)
+                    EXPECT_EQ(expected, again);
+                EXPECT_TRUE(instance->Evaluate().IsOk());
+            });
     }
 };
 
@@ -172,36 +218,30 @@ TEST_P(AllocationSweep, Compile)
 TEST_P(AllocationSweep, SetUpAndEvaluate)
 {
     TheProbe();
-    host::Graph graph;
-    ASSERT_TRUE(Load(kDocument, graph));
-    const std::string expected = Evaluate(graph);
-    std::unique_ptr<host::Instance> instance;
-    Sweep(
-        GetParam(),
-        [&] {
-            instance.reset();
-            graph.setup.reset();
-            ASSERT_TRUE(host::Setup::Create(graph.program, graph.setup).IsOk());
-        },
-        [&]() -> Result {
-            VELTO_TRY(graph.setup->Run());
-            VELTO_TRY(host::Instance::Create(*graph.setup, instance));
-            instance->Context().uvw.x = 1.5;
-            return instance->Evaluate();
-        },
-        [&](const Result& result) {
-            if (result.IsOk())
-            {
-                EXPECT_EQ(expected, fmt::format("{}", *static_cast<const Float*>(instance->Output(0))));
-                return;
-            }
-            // What failed once is made up for.
-            EXPECT_TRUE(graph.setup->RunAgainIfFailed().IsOk());
-            if (!instance)
-                ASSERT_TRUE(host::Instance::Create(*graph.setup, instance).IsOk());
-            Sample(*instance); // the counter may have gone on
-            EXPECT_TRUE(instance->Evaluate().IsOk());
-        });
+    for (const std::string_view document : {kDocument, kRasters})
+    {
+        host::Graph graph;
+        ASSERT_TRUE(Load(document, graph));
+        SweepSamples(graph, document == kDocument);
+    }
+}
+
+TEST(Memory, ComesInLargeBlocksUpToALimit)
+{
+    const SystemInterface& system = host::SystemService();
+    for (UInt size = UInt(1) << 20; size < UInt(64) << 20; size = size * 3 + 1)
+    {
+        auto* const block = static_cast<std::uint8_t*>(system.Alloc(size, nullptr));
+        ASSERT_TRUE(block);
+        block[0] = 1;
+        block[size - 1] = 2;
+        auto* const longer = static_cast<std::uint8_t*>(system.Realloc(block, size * 2, nullptr));
+        ASSERT_TRUE(longer);
+        EXPECT_TRUE(longer[0] == 1 && longer[size - 1] == 2);
+        EXPECT_FALSE(system.Realloc(longer, host::kMostBytes + 1, nullptr));
+        system.Free(longer);
+    }
+    EXPECT_FALSE(system.Alloc(host::kMostBytes + 1, nullptr));
 }
 
 // Sampling takes no memory: the second sample on makes no request, but for what nodes keep.

@@ -58,6 +58,23 @@ TEST(Function, IsLazyAndItsErrorsArePassedUp)
     EXPECT_EQ("net.velto.error.nullptr", Output(null, "o"));
 }
 
+// A raster that depends on the sample is baked by the sample; what failed there is not what fails behind it.
+TEST(Function, AnErrorThatWasDroppedIsNotTheNextOne)
+{
+    TheProbe();
+    const Json results = EvalJson(R"({"version": 1, "nodes": {
+        "u": {"type": "net.velto.test.coordinate"},
+        "bad": {"type": "net.velto.test.fail", "inputs": {"fail": true}},
+        "pre": {"type": "net.velto.pattern.corenode.2d.cachepre", "inputs": {"color": {"from": "bad.result"},
+            "width": {"from": "u.result"}, "height": 1}},
+        "cache": {"type": "net.velto.pattern.corenode.2d.cache", "inputs": {"imageData": {"from": "pre.imageData"},
+            "interpolation": "linear"}},
+        "worse": {"type": "net.velto.test.fail", "inputs": {"fail": true, "x": {"from": "cache.result"}}}},
+        "outputs": {"o": "worse.result"}})",
+        R"([{"uvw": [4, 0, 0]}])");
+    EXPECT_EQ("worse", Entry(results).Find("error")->Find("node")->AsString());
+}
+
 TEST(Function, NestsAndConverts)
 {
     // The inner function yields an integer where the outer wants a number.
@@ -162,10 +179,21 @@ constexpr Float kParallelSum = 4.0 * 1999.0 * 1000.0 + 20.0 * 2000.0;
 class FunctionThreads : public ::testing::Test
 {
 protected:
-    static void Make(host::Graph& graph, std::string_view document = kThreadedDocument)
+    static void Make(
+        host::Graph& graph, std::string_view document = kThreadedDocument, const std::set<std::string>& variable = {})
     {
         TheProbe();
-        ASSERT_TRUE(Load(document, graph));
+        host::GraphOptions options;
+        options.variable = variable;
+        ASSERT_TRUE(Load(document, graph, options));
+    }
+
+    template <class T>
+    static void Set(host::Graph& graph, std::string_view origin, const T& value)
+    {
+        Data data;
+        ASSERT_TRUE(data.Set(value).IsOk());
+        ASSERT_TRUE(graph.setup->Set(origin, data).IsOk());
     }
 };
 
@@ -234,6 +262,29 @@ TEST_F(FunctionThreads, StartStateFromTheSameSample)
     EXPECT_EQ(0, *static_cast<const Int*>(instance->Output(1)));
     // Every frame counts 2, 3, ... after the sample that primes it: at least 200 calls of one frame's least.
     EXPECT_GE(*static_cast<const Float*>(instance->Output(0)), 2.0 * 200.0);
+}
+
+// What a frame kept from an older run is nothing to a newer one, whether its thread had one before or not.
+TEST_F(FunctionThreads, ForgetWhatWasBeforeTheRun)
+{
+    host::Graph graph;
+    Make(graph, R"({"version": 1, "nodes": {
+        "mean": {"type": "net.velto.pattern.corenode.2d.areaaverage",
+            "inputs": {"color": [1, 1, 1, 0], "mask": 1, "width": 2, "height": 2}},
+        "all": {"type": "net.velto.test.invokeinparallel", "inputs": {"count": 1, "f": {"from": "mean.result"}}}},
+        "outputs": {"sum": "all.sum"}})",
+        {"mean.color", "all.count"});
+    for (const Float value : {1.0, 2.0, 5.0})
+    {
+        const Int count = value == 1.0 ? 1 : 2000;
+        Set(graph, "mean.color", ColorA{value, value, value, 0.0});
+        Set(graph, "all.count", count);
+        ASSERT_TRUE(graph.setup->Run().IsOk());
+        std::unique_ptr<host::Instance> instance;
+        ASSERT_TRUE(host::Instance::Create(*graph.setup, instance).IsOk());
+        ASSERT_TRUE(instance->Evaluate().IsOk());
+        EXPECT_NEAR(value * static_cast<Float>(count), *static_cast<const Float*>(instance->Output(0)), 1e-6);
+    }
 }
 
 } // namespace

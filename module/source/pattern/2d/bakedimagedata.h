@@ -39,7 +39,7 @@ inline Result PrecomputePortData(const SearchPathsType& searchPaths, const Color
     ColorA* const pixels = data.pixels.Data();
     const Float halfU = (1.0 / width) * 0.5;
     const Float halfV = (1.0 / height) * 0.5;
-    ParallelFor::Dynamic(UInt32(0), height, [&](UInt32 y) {
+    ParallelFor::Dynamic(UInt32(0), height, [=, &searchPaths, &function](UInt32 y) {
         ShadingContext context;
         context.searchPaths = &searchPaths;
         context.uvwValid = true;
@@ -50,10 +50,12 @@ inline Result PrecomputePortData(const SearchPathsType& searchPaths, const Color
         for (; pixel < end; ++pixel)
         {
             MoveTo(context, {static_cast<Float>(pixel - begin) / width + halfU, v, 0.0});
-            ColorA color;
-            if (Sample(function, context, color).IsError())
+            const ColorA before = pixel < oldCount ? pixels[pixel] : kOpaqueBlack;
+            if (Sample(function, context, pixels[pixel]).IsError())
+            {
+                pixels[pixel] = before;
                 break;
-            pixels[pixel] = color;
+            }
         }
         for (pixel = Max(pixel, oldCount); pixel < end; ++pixel)
             pixels[pixel] = kOpaqueBlack;

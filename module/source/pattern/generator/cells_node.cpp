@@ -109,7 +109,8 @@ static Result PointGenerator(Connected<"distribution", FloatFunction> distributi
     return {};
 }
 
-// --- Metrics: a number that is cheap to get, and the measure, which for an exponent above 0 rises with it. ---
+// --- Metrics: a number that is cheap to get, and the measure. It rises with the base for an exponent above 0, and
+// falls with it for one below, but for that of the Minkowski metric. ---
 
 struct PowerOf
 {
@@ -157,42 +158,43 @@ struct NearestPoints
     Int index = -1;
 };
 
-// A base beyond which no measure is below `second`, which has the base `base`. A power costs as much as ten distances;
-// with this all but the few points that come near are told by their distance alone.
+// A base beyond which no measure is below `second`, which has the base `base`; below an exponent of 0 that is a least
+// base. A power costs as much as ten distances; with this all but the few points that matter are told by their distance
+// alone.
 //
 // The margin is far above the rounding of the powers. It does not hold where a power leaves the range of normal
 // numbers.
-template <class Metric>
+template <class Metric, bool kFalls>
 static Float BaseLimit(Float second, Float base, Float exponent)
 {
     constexpr Float kTiny = 1e-290;
     constexpr Float kRounding = 0x1p-46;
-    constexpr Float kNone = std::numeric_limits<Float>::infinity();
-    if (!(exponent > 0.0) || !(second > kTiny) || !(second < kLargest))
+    constexpr Float kNone = std::numeric_limits<Float>::infinity() * (kFalls ? -1.0 : 1.0);
+    if (exponent == 0.0 || !(second > kTiny) || !(second < kLargest))
         return kNone;
-    const Float margin = 1.0 + kRounding * (1.0 + 1.0 / exponent);
+    const Float margin = 1.0 + kRounding * (1.0 + 1.0 / std::abs(exponent));
     if constexpr (std::is_same_v<Metric, Minkowski>)
     {
         // No measure is below the larger of its two differences.
         const Float power = std::pow(second, exponent);
-        return power > kTiny && power < kLargest * 0.25 ? second * margin : kNone;
+        return !kFalls && power > kTiny && power < kLargest * 0.25 ? second * margin : kNone;
     }
-    return base * margin;
+    return kFalls ? base / margin : base * margin;
 }
 
-template <class Metric>
-static NearestPoints FindNearest(const BaseArray<Vector2d>& points, Vector2d at, Float exponent)
+template <class Metric, bool kFalls>
+static NearestPoints Search(const BaseArray<Vector2d>& points, Vector2d at, Float exponent)
 {
     NearestPoints found;
     Float firstBase = kLargest;
     Float secondBase = kLargest;
-    Float limit = std::numeric_limits<Float>::infinity();
+    Float limit = BaseLimit<Metric, kFalls>(found.second, secondBase, exponent);
     for (Int j = 0; j < points.Count(); ++j)
     {
         const Float dx = points[j].x - at.x;
         const Float dy = points[j].y - at.y;
         const Float base = Metric::Base(dx, dy);
-        if (base > limit)
+        if (kFalls ? base < limit : base > limit)
             continue;
         const Float d = Metric::Measure(base, dx, dy, exponent);
         if (d < found.nearest)
@@ -213,9 +215,15 @@ static NearestPoints FindNearest(const BaseArray<Vector2d>& points, Vector2d at,
                 secondBase = base;
             found.second = Min(d, found.second);
         }
-        limit = BaseLimit<Metric>(found.second, secondBase, exponent);
+        limit = BaseLimit<Metric, kFalls>(found.second, secondBase, exponent);
     }
     return found;
+}
+
+template <class Metric>
+static NearestPoints FindNearest(const BaseArray<Vector2d>& points, Vector2d at, Float exponent)
+{
+    return exponent < 0.0 ? Search<Metric, true>(points, at, exponent) : Search<Metric, false>(points, at, exponent);
 }
 
 static NearestPoints FindNearest(const BaseArray<Vector2d>& points, Vector2d at, const InternedId& mode, Float exponent)

@@ -53,7 +53,10 @@ struct Upstream : FunctionInterface
 TEST(PrecomputePortData, SamplesPixelCentresUnderAFreshContext)
 {
     Upstream upstream;
-    const BakedImageData image = upstream.Baked(37, 50);
+    BakedImageData baked = upstream.Baked(37, 50);
+    BakedImageData image = upstream.Baked(1, 1);
+    image = std::move(baked);
+    EXPECT_EQ(baked, BakedImageData());
     EXPECT_TRUE(upstream.isContextFresh);
     EXPECT_EQ(image.pixels.Capacity(), 37 * 50);
     for (Int y = 0; y < 50; ++y)

@@ -168,8 +168,19 @@ TEST(Blur, BakesAgainForAnotherSizeOrAnEmptyRasterOnly)
             {R"("pre.radius": 9, "tiles.color1": [3, 6, 12, 1.5])", 1.0},
             {R"("pre.resolution": 128, "pre.radius": -9)", 3.0},
             {R"("pre.resolution": 129, "pre.renderMode": 1, "tiles.color1": [5, 10, 20, 2.5])", 3.0}});
-    const std::string huge = Filter("blur", filter, R"("mode": "baked", "resolution": 2147483648, "radius": 0)");
-    EXPECT_EQ(Output(EvalJson(huge), "result"), "net.velto.error.outofmemory");
+    for (const char* const resolution : {"20000", "2147483648"})
+    {
+        const std::string huge = fmt::format(R"("mode": "baked", "resolution": {}, "radius": 0)", resolution);
+        EXPECT_EQ(Output(EvalJson(Filter("blur", filter, huge)), "result"), "net.velto.error.outofmemory");
+    }
+
+    // A raster that could not grow has the size that was asked for, and no pixels to look at.
+    const host::Json grown =
+        EvalJson(Filter("blur", filter, R"("mode": "baked", "resolution": 4, "radius": 0, "renderMode": 0)"),
+            R"([{"uvw": [0.1, 0.1, 0]}, {"uvw": [0.1, 0.1, 0], "set": {"pre.resolution": 2147483647}}, {}])");
+    ExpectShare(grown, 1.0);
+    EXPECT_EQ(Output(grown, "result", 1), "net.velto.error.outofmemory");
+    ExpectResult(grown, "[0, 0, 0, 1]", 2);
 }
 
 TEST(Blur, BakedModeLooksUpTheBlurredRaster)

@@ -18,10 +18,10 @@ namespace
 {
 
 // A job queue of the test's own in the place of the host's.
-class ParallelForTest : public ::testing::Test
+class ParallelForThreads : public ::testing::Test
 {
 protected:
-    ~ParallelForTest() override
+    ~ParallelForThreads() override
     {
         slots<JobQueueInterface> = host::JobQueueService();
         slots<ThreadServicesInterface> = host::ThreadService();
@@ -63,7 +63,7 @@ void RunDelayed(const JobGroup* group)
         thread.join();
 }
 
-TEST_F(ParallelForTest, RunsEveryIndexOnceUnderAnyQueue)
+TEST_F(ParallelForThreads, RunsEveryIndexOnceUnderAnyQueue)
 {
     for (const auto run : {&RunBackwards, &RunOnlyTheLast, &RunDelayed})
     {
@@ -81,7 +81,7 @@ TEST_F(ParallelForTest, RunsEveryIndexOnceUnderAnyQueue)
     }
 }
 
-TEST_F(ParallelForTest, AWorkerBeginsWithItsOwnShareAndGoesRoundTheRing)
+TEST_F(ParallelForThreads, AWorkerBeginsWithItsOwnShareAndGoesRoundTheRing)
 {
     Bind(3, [](const JobGroup* group) { group->run(group->user, 1); });
     using Batches = std::vector<std::pair<Int32, Int32>>;
@@ -99,7 +99,7 @@ TEST_F(ParallelForTest, AWorkerBeginsWithItsOwnShareAndGoesRoundTheRing)
     EXPECT_EQ(batches(5, -5), Batches());
 }
 
-TEST_F(ParallelForTest, RunsOnTheCallingThreadWithoutMemoryOrWhenSwitchedOff)
+TEST_F(ParallelForThreads, RunsOnTheCallingThreadWithoutMemoryOrWhenSwitchedOff)
 {
     int runs = 0;
     const auto run = [&] { ParallelFor::Dynamic(0, 40, [&](Int32) { ++runs; }); };
@@ -113,7 +113,7 @@ TEST_F(ParallelForTest, RunsOnTheCallingThreadWithoutMemoryOrWhenSwitchedOff)
     EXPECT_EQ(runs, 80);
 }
 
-TEST_F(ParallelForTest, NestsOnTheHostsQueue)
+TEST_F(ParallelForThreads, NestsOnTheHostsQueue)
 {
     std::atomic<int> runs = 0;
     ParallelFor::Dynamic(0, 100, [&](Int32) { ParallelFor::Dynamic(0, 100, [&](Int32) { ++runs; }); });

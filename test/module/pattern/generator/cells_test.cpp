@@ -129,7 +129,7 @@ TEST(CellsTest, MatchesAPlainSearch)
     const std::uint32_t first = pattern::IntegerHash32(9);
     for (const char mode : {'0', '1', '2', '3', '4', '5', '6'})
     {
-        for (const char* const exponent : {"1", "0.37", "1e-12", "3", "60", "400", "-0.5"})
+        for (const char* const exponent : {"1", "0.37", "1e-12", "3", "60", "400", "0", "-1e-12", "-0.5", "-7", "-400"})
         {
             const double e = std::stod(exponent);
             std::string samples;
@@ -206,14 +206,18 @@ TEST(CellsTest, PointsAreMadeOnce)
 
 TEST(CellsTest, AFailingDensityEndsTheMaking)
 {
-    const host::Json results = EvalJson(R"({"version": 1, "nodes": {
-        "board": {"type": "net.velto.pattern.corenode.generator.checkerboard"},
-        "pre": {"type": "net.velto.pattern.corenode.2d.pointgenerator",
-            "inputs": {"points": 3, "distribution": {"from": "board.result"}}},
-        "cells": {"type": "net.velto.pattern.corenode.generator.cells",
-            "inputs": {"pointDistribution": {"from": "pre.pointDistribution"}}}},
-        "outputs": {"index": "cells.index"}})");
+    const host::Json results = EvalJson(Cells(R"("points": 30, "seed": 5, "strategy": "1",
+            "distribution": {"from": "board.result"})",
+                                            R"(, "distanceMode": "0", "exponent": 1)",
+                                            R"(, "board": {"type": "net.velto.pattern.corenode.generator.checkerboard",
+            "inputs": {"color1": [1, 1, 1, 1]}})"),
+        R"([{}, {"uvw": [0.3, 0.8, 0]}, {"uvw": [0.9, 0.1, 0], "set": {"pre.points": 31}}])");
     EXPECT_EQ("net.velto.error.nullptr", Output(results, "index"));
+    // The points that were made stay, and are not made again.
+    EXPECT_EQ("3", Output(results, "index", 1));
+    EXPECT_EQ("[0.5601606664713472, 0.5151264849694196]", Output(results, "center", 1));
+    EXPECT_EQ("0", Output(results, "index", 2));
+    EXPECT_EQ("[0.4664106664713472, 0.40401537385830855]", Output(results, "center", 2));
 }
 
 } // namespace velto::test

@@ -1,6 +1,8 @@
 // Blackbody, keyer and thin film, and the tables of the standard observer that they share.
+#include "host/system/allocator.h"
 #include "module/source/pattern/generator/colormatching1nm.h"
 #include "module/source/pattern/generator/colormatching5nm.h"
+#include "test/support/direct_call.h"
 #include "test/support/node_table.h"
 
 namespace velto::test
@@ -143,6 +145,44 @@ TEST(ThinFilmTest, TheTableFollowsTheNumberOfBands)
     EXPECT_TRUE(AreEqual(Parse("[0.04799237946074354, 0.03797897403970169, 0.03614934527680058, 1]"),
         Parse(Output(results, "result", 0)), 2e-6));
     EXPECT_EQ(Output(EvalJson(film, "[{" + std::string(at) + "}]"), "result"), Output(results, "result", 1));
+}
+
+// What the pre node's port holds.
+struct FilmTable
+{
+    BaseArray<Vector> bands;
+    Int samples;
+    Float32 step;
+    Float32 scale;
+};
+
+TEST(ThinFilmTest, WithoutMemoryTheTableHasNoBands)
+{
+    DirectCall pre("net.velto.pattern.corenode.generator.thinfilmpre");
+    auto& table = pre.Port<FilmTable>(1);
+    pre.Port<Int>(0) = 16;
+    ASSERT_TRUE(pre.Run().IsOk());
+    EXPECT_EQ(16, table.bands.Count());
+    pre.Port<Int>(0) = 8;
+    host::AllocationFault::FailAt(0);
+    const Result failed = pre.Run();
+    host::AllocationFault::Disarm();
+    EXPECT_EQ(failed.Kind(), error::kOutOfMemory.View());
+    EXPECT_TRUE(pre.Run().IsOk()) << "the number of bands is the table's";
+    EXPECT_TRUE(table.bands.IsEmpty());
+    EXPECT_EQ(8, table.samples);
+    EXPECT_EQ(0.125f, table.step);
+    EXPECT_EQ(0.125f * 300.0f / 106.856895f, table.scale);
+
+    DirectCall film("net.velto.pattern.corenode.generator.thinfilm");
+    film.Port<ShadingContext>(0).uvwValid = true;
+    film.Port<ShadingContext>(0).shadingNormal = {0, 0, 1};
+    film.Port<ShadingContext>(0).rayDirection = {0, 0, -1};
+    film.Port<Float>(1) = 1.33;
+    film.Port<FilmTable>(4).samples = table.samples;
+    film.Port<FilmTable>(4).scale = table.scale;
+    ASSERT_TRUE(film.Run().IsOk());
+    EXPECT_EQ((ColorA{0, 0, 0, 1}), film.Port<ColorA>(5));
 }
 
 } // namespace velto::test

@@ -136,7 +136,9 @@ TEST_F(ImageTest, AMovieGetsItsTime)
 {
     const std::string file = folder.WriteMovie("clip.gif", 5, {0.1f, 0.3f, 0.5f, 0.7f});
     const auto at = [&](double seconds) {
-        return Shown(file, R"(, "playbackMode": "loop", "playbackEnd": 100, "frameStart": 3, "frameEnd": 9)", seconds);
+        return Shown(file,
+            R"(, "playbackMode": "loop", "playbackEnd": 100, "frameStart": 3, "frameEnd": 9, "layerSet": "1")",
+            seconds);
     };
     const int first = at(0.0);
     EXPECT_NEAR(10, first, 2);
@@ -201,7 +203,8 @@ TEST_F(ImageTest, SearchPathsServeSequencesToo)
     host::GraphOptions options;
     options.searchPaths = {"/nowhere", folder.Path("")};
     host::Graph graph;
-    ASSERT_TRUE(Load(Document("frame_0010.png",
+    // The file that is named need not be there.
+    ASSERT_TRUE(Load(Document("frame_0001.png",
                          R"(, "frameStart": 10, "frameEnd": 14, "frameRate": 5, "playbackEnd": 9, "movieTime": 0.6)"),
         graph, options));
     host::Diagnostics diagnostics;

@@ -1,5 +1,6 @@
 #include "host/registry/registry.h"
-#include "test/support/eval.h"
+#include "host/system/allocator.h"
+#include "test/support/direct_call.h"
 #include "velto/porttypes.h"
 #include "velto/rendernoise.h"
 
@@ -184,6 +185,9 @@ TEST_F(NoiseTest, Failures)
         EXPECT_EQ("1", Output(results, "noise", 2)) << type;
         asked = {};
     }
+    Data entry;
+    EXPECT_EQ("There is no entry none in the registry net.velto.render.registry.rendernoiseclasses.",
+        Bound<RegistryInterface>().FindEntryValue(registry::kRenderNoiseClasses, "none", &entry).Message());
 }
 
 TEST_F(NoiseTest, AnObjectThatCouldNotBeSetUpStays)
@@ -193,6 +197,42 @@ TEST_F(NoiseTest, AnObjectThatCouldNotBeSetUpStays)
     EXPECT_EQ("net.velto.error.illegalstate", Output(results, "noise", 1));
     EXPECT_EQ("2", Output(results, "noise", 2));
     EXPECT_EQ(2u, asked.inits.size());
+}
+
+// What the pre node's port holds.
+struct NoiseTable
+{
+    UInt32 seed;
+    Float lacunarity;
+    Float gain;
+    Float exponent;
+    Id noiseType;
+    Ref<RenderNoiseInterface> noise;
+};
+
+TEST_F(NoiseTest, WithoutMemoryTheSettingsAreNewAndTheObjectIsTheOld)
+{
+    DirectCall pre("net.velto.pattern.corenode.generator.noisepre");
+    const auto& table = pre.Port<NoiseTable>(5);
+    pre.Port<Id>(4) = "net.velto.render.rendernoiseclass.perlin";
+    ASSERT_TRUE(pre.Run().IsOk());
+    const RenderNoiseInterface* const old = table.noise.Get();
+    pre.Port<Id>(4) = "net.velto.render.rendernoiseclass.fbm";
+    UInt32& seed = pre.Port<UInt32>(0);
+    for (seed = 1; seed < 20; ++seed)
+    {
+        host::AllocationFault::FailAt(seed - 1);
+        const Result ran = pre.Run();
+        host::AllocationFault::Disarm();
+        EXPECT_EQ(seed, table.seed);
+        EXPECT_EQ("net.velto.render.rendernoiseclass.fbm", table.noiseType.View());
+        if (ran.IsOk())
+            break;
+        EXPECT_EQ(ran.Kind(), error::kOutOfMemory.View()) << seed;
+        EXPECT_EQ(old, table.noise.Get()) << seed;
+    }
+    EXPECT_GT(seed, 3u) << "the dictionary, its entries, the object";
+    EXPECT_NE(old, table.noise.Get());
 }
 
 TEST_F(NoiseTest, AllTypesOfTheMaterialSystemAreThere)

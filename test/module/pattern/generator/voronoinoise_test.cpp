@@ -1,7 +1,8 @@
 // Voronoi noise and flakes, which read the same cells.
 #include "host/render/noise.h"
+#include "host/system/allocator.h"
 #include "module/source/pattern/generator/random.h"
-#include "test/support/eval.h"
+#include "test/support/direct_call.h"
 
 #include <fmt/format.h>
 
@@ -162,6 +163,31 @@ TEST_F(VoronoiNoiseTest, TheSeedMakesTheCells)
         R"([{"uvw": [1, 2, 3]}, {"uvw": [1, 2, 3], "set": {"pre.seed": 4}}, {"uvw": [1, 2, 3], "set": {"pre.seed": 3}}])");
     EXPECT_NE(Output(results, "index", 0), Output(results, "index", 1));
     EXPECT_EQ(Output(results, "index", 0), Output(results, "index", 2));
+}
+
+// What the pre node's port holds.
+struct CellTable
+{
+    UInt32 seed;
+    Ref<NoiseObject> noise;
+};
+
+TEST_F(VoronoiNoiseTest, WithoutMemoryTheTableHasNoObject)
+{
+    DirectCall pre("net.velto.pattern.corenode.generator.voronoinoisepre");
+    auto& table = pre.Port<CellTable>(1);
+    pre.Port<UInt32>(0) = 3;
+    ASSERT_TRUE(pre.Run().IsOk());
+    EXPECT_TRUE(table.noise);
+    pre.Port<UInt32>(0) = 4;
+    host::AllocationFault::FailAt(0);
+    const Result failed = pre.Run();
+    host::AllocationFault::Disarm();
+    EXPECT_EQ(failed.Kind(), error::kOutOfMemory.View());
+    EXPECT_FALSE(table.noise);
+    EXPECT_EQ(4u, table.seed);
+    ASSERT_TRUE(pre.Run().IsOk());
+    EXPECT_TRUE(table.noise);
 }
 
 TEST_F(VoronoiNoiseTest, WithoutATableTheFrameworksOwnCells)

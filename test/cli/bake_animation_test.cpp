@@ -1,0 +1,71 @@
+// Frames of pictures that move, as the command bakes them.
+#include "test/support/picture_files.h"
+
+#include <fmt/format.h>
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <iterator>
+
+namespace velto::test
+{
+
+namespace
+{
+
+class BakeAnimationTest : public ::testing::Test
+{
+protected:
+    // What the command says about an image node with these inputs, baked as frames 0 to 3 of five a second.
+    std::string Bake(const std::string& inputs) const
+    {
+        folder.WriteBytes(
+            "image.json", fmt::format(R"({{"version": 1, "nodes": {{"image": {{"type": "image", "inputs": {{
+            {}, "playbackMode": "loop", "interpolation": "none", "mode": "raw"}}}}}}, "outputs": {{"o": "image.result"}}}})",
+                              inputs));
+        const std::string command = fmt::format("cd {} && {}/velto bake image.json -o out.#.tif --size 4 --frames 0-3 "
+                                                "--fps 5 --depth float --colorspace linear 2>err.txt",
+            folder.Path(""), VELTO_BUILD_DIR);
+        EXPECT_EQ(0, std::system(command.c_str()));
+        std::ifstream said(folder.Path("err.txt"));
+        return {std::istreambuf_iterator<char>(said), {}};
+    }
+
+    // The first channel of a baked frame, in hundredths.
+    int Shown(int frame) const
+    {
+        float pixels[4 * 4 * 4] = {};
+        const auto input = OIIO::ImageInput::open(folder.Path(fmt::format("out.{}.tif", frame)));
+        EXPECT_TRUE(input && input->read_image(0, 0, 0, 4, OIIO::TypeDesc::FLOAT, pixels)) << frame;
+        return static_cast<int>(pixels[0] * 100.0f + 0.5f);
+    }
+
+    PictureFolder folder;
+};
+
+} // namespace
+
+TEST_F(BakeAnimationTest, SequencesAndMoviesRun)
+{
+    for (const int number : {8, 9, 10})
+        folder.Write(fmt::format("picture{:02}.tif", number), PictureDepth::Float, {number / 100.0f, 0.0f, 0.0f});
+    EXPECT_EQ("", Bake(R"("url": "picture08.tif", "frameStart": 8, "frameEnd": 10, "frameRate": 5)"));
+    EXPECT_EQ((std::array{8, 9, 10, 8}), (std::array{Shown(0), Shown(1), Shown(2), Shown(3)}));
+
+    folder.WriteMovie("clip.gif", 5, {0.2f, 0.4f, 0.6f});
+    folder.WriteVideo("clip.avi", 5, {0.2f, 0.4f, 0.6f});
+    for (const char* const name : {"clip.gif", "clip.avi"})
+    {
+        EXPECT_EQ("", Bake(fmt::format(R"("url": "{}")", name)));
+        for (const auto& [frame, expected] : {std::pair{0, 20}, {1, 40}, {2, 60}, {3, 20}})
+            EXPECT_NEAR(expected, Shown(frame), 2) << name << " " << frame;
+    }
+
+    // What is wrong with all frames is said once.
+    const std::string said = Bake(R"("url": "none.png")");
+    EXPECT_EQ(said.find("none.png: no such file"), said.rfind("none.png"));
+    EXPECT_NE(std::string::npos, said.find("none.png: no such file"));
+}
+
+} // namespace velto::test
