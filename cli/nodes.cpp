@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <ostream>
 
 namespace velto::cli
@@ -15,6 +16,11 @@ using host::Json;
 
 namespace
 {
+
+std::string_view FirstSentence(std::string_view text)
+{
+    return text.substr(0, std::min(text.find(". "), text.size() - 1) + 1);
+}
 
 int DescribeOne(const NodesArguments& arguments, const Streams& streams, host::NodeCatalog& catalog)
 {
@@ -59,7 +65,7 @@ void ListDescribed(const NodesArguments& arguments, const Streams& streams, cons
         if (arguments.json)
             list.Append(DescribeNode(*type));
         else
-            streams.out << fmt::format("{:<24} {:<12} {}\n", type->name, type->category, type->help);
+            streams.out << fmt::format("{:<24} {:<12} {}\n", type->name, type->category, FirstSentence(type->help));
     }
     if (arguments.json)
         streams.out << list.Write(true) << '\n';

@@ -11,6 +11,8 @@
 #include <fmt/format.h>
 #include <tbb/blocked_range2d.h>
 #include <tbb/enumerable_thread_specific.h>
+#include <tbb/global_control.h>
+#include <tbb/info.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
@@ -130,6 +132,9 @@ public:
     Result Run(const std::vector<BakeTarget>& targets)
     {
         VELTO_TRY(OpenTargets(targets));
+        // Without it more threads than cores are refused, with a warning on stderr.
+        const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
+            static_cast<std::size_t>(std::max(options_.threads, tbb::info::default_concurrency())));
         tbb::task_arena arena(options_.threads > 0 ? options_.threads : tbb::task_arena::automatic);
         Result ran;
         arena.execute([&] { ran = RunInArena(); });

@@ -130,7 +130,7 @@ public:
         return WriteBytes(name, bytes + ";");
     }
 
-    // The same as an avi of plain pixels.
+    // An animation of one grey each, as an avi of plain pixels.
     std::string WriteVideo(const std::string& name, int framesPerSecond, const std::vector<float>& greys) const
     {
         const auto chunk = [](const std::string& id, const std::string& bytes) {
@@ -139,7 +139,7 @@ public:
         const std::size_t rate = static_cast<std::size_t>(framesPerSecond);
         std::string frames = "movi";
         for (const float grey : greys)
-            frames += chunk("00db", std::string(8 * 8 * 3, static_cast<char>(grey * 255.0f + 0.5f)));
+            frames += chunk("00db", std::string(8 * 8 * 3, static_cast<char>(static_cast<int>(grey * 255.0f + 0.5f))));
         const std::string stream =
             chunk("strh", "vidsDIB " + Bytes({0, 0, 0, 1, rate, 0, greys.size(), 192, 0, 0, 0, 0})) +
             chunk("strf", Bytes({40, 8, 8}) + Bytes({1, 24}, 2) + Bytes({0, 192, 0, 0, 0, 0}));

@@ -109,8 +109,8 @@ static Result PointGenerator(Connected<"distribution", FloatFunction> distributi
     return {};
 }
 
-// --- Metrics: a number that is cheap to get, and the measure. It rises with the base for an exponent above 0, and
-// falls with it for one below, but for that of the Minkowski metric. ---
+// --- Metrics: a number that is cheap to get, and the measure, which rises with it for an exponent above 0 and, but for
+// Minkowski's, falls with it for one below. ---
 
 struct PowerOf
 {
@@ -158,8 +158,8 @@ struct NearestPoints
     Int index = -1;
 };
 
-// A base beyond which no measure is below `second`, which has the base `base`; below an exponent of 0 that is a least
-// base. A power costs as much as ten distances; with this all but the few points that matter are told by their distance
+// A base above which, or below which where the measure falls, no measure is below `second`, which has the base `base`.
+// A power costs as much as ten distances; with this all but the few points that matter are told by their distance
 // alone.
 //
 // The margin is far above the rounding of the powers. It does not hold where a power leaves the range of normal
@@ -175,9 +175,11 @@ static Float BaseLimit(Float second, Float base, Float exponent)
     const Float margin = 1.0 + kRounding * (1.0 + 1.0 / std::abs(exponent));
     if constexpr (std::is_same_v<Metric, Minkowski>)
     {
+        if (kFalls)
+            return kNone;
         // No measure is below the larger of its two differences.
         const Float power = std::pow(second, exponent);
-        return !kFalls && power > kTiny && power < kLargest * 0.25 ? second * margin : kNone;
+        return power > kTiny && power < kLargest * 0.25 ? second * margin : kNone;
     }
     return kFalls ? base / margin : base * margin;
 }
