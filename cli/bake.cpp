@@ -188,10 +188,13 @@ bool ChooseOutputs(
     }
     if (chosen.size() > 1 && arguments.file.find("{output}") == std::string::npos)
     {
+        std::vector<std::string> several;
+        for (const std::size_t i : chosen)
+            several.push_back(names[i]);
         PrintError(streams,
             fmt::format(
                 "{}: the graph has {} outputs ({}); name one with --output, or write {{output}} in the file's name",
-                arguments.file, chosen.size(), fmt::join(names, ", ")));
+                arguments.file, several.size(), fmt::join(several, ", ")));
         return false;
     }
     return true;
