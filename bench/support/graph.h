@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace velto::bench
@@ -33,6 +34,11 @@ inline void FillSample(ShadingContext& context, int i)
     context.uvwPlusDeltaV = {uvw.x, uvw.y + pixel, 0.0};
 }
 
+struct SampleFiller
+{
+    void operator()(ShadingContext& context, int i) const { FillSample(context, i); }
+};
+
 class Stopwatch
 {
 public:
@@ -43,16 +49,26 @@ private:
     Clock::time_point start_ = Clock::now();
 };
 
-// Runs both ways in turn, and reports nanoseconds a sample of each and their ratio. `hand` gives the colour of a
-// context. The colours have to be the same to the last bit.
-template <class Hand>
-void MeasureAgainstHand(benchmark::State& state, std::string_view document, Hand hand)
+// Nanoseconds a sample of both ways, and how they compare.
+inline void ReportBoth(benchmark::State& state, double moduleSeconds, double handSeconds)
 {
+    const double samples = static_cast<double>(state.iterations()) * kSamples;
+    state.counters["module_ns"] = moduleSeconds / samples * 1e9;
+    state.counters["hand_ns"] = handSeconds / samples * 1e9;
+    state.counters["ratio"] = moduleSeconds / handSeconds;
+}
+
+// Runs both ways in turn, and reports nanoseconds a sample of each and their ratio. `hand` gives the value of a
+// context. The values have to be the same to the last bit.
+template <class Hand, class Fill = SampleFiller>
+void MeasureAgainstHand(benchmark::State& state, std::string_view document, Hand hand, Fill fill = {})
+{
+    using T = std::invoke_result_t<Hand, const ShadingContext&>;
     host::Graph graph;
     LoadGraph(document, graph);
     const std::unique_ptr<host::Instance> instance = MakeInstance(graph);
-    std::vector<ColorA> fromModule(kSamples);
-    std::vector<ColorA> fromHand(kSamples);
+    std::vector<T> fromModule(kSamples);
+    std::vector<T> fromHand(kSamples);
     ShadingContext context;
     double moduleSeconds = 0.0;
     double handSeconds = 0.0;
@@ -61,16 +77,16 @@ void MeasureAgainstHand(benchmark::State& state, std::string_view document, Hand
         const Stopwatch moduleWatch;
         for (int i = 0; i < kSamples; ++i)
         {
-            FillSample(instance->Context(), i);
+            fill(instance->Context(), i);
             if (instance->Evaluate().IsError())
                 return state.SkipWithError("a sample failed");
-            fromModule[static_cast<std::size_t>(i)] = *static_cast<const ColorA*>(instance->Output(0));
+            fromModule[static_cast<std::size_t>(i)] = *static_cast<const T*>(instance->Output(0));
         }
         const double seconds = moduleWatch.Seconds();
         const Stopwatch handWatch;
         for (int i = 0; i < kSamples; ++i)
         {
-            FillSample(context, i);
+            fill(context, i);
             fromHand[static_cast<std::size_t>(i)] = hand(context);
         }
         handSeconds += handWatch.Seconds();
@@ -78,12 +94,9 @@ void MeasureAgainstHand(benchmark::State& state, std::string_view document, Hand
         state.SetIterationTime(seconds);
         benchmark::ClobberMemory();
     }
-    if (std::memcmp(fromModule.data(), fromHand.data(), kSamples * sizeof(ColorA)) != 0)
-        return state.SkipWithError("the colours differ from those of the loop by hand");
-    const double samples = static_cast<double>(state.iterations()) * kSamples;
-    state.counters["module_ns"] = moduleSeconds / samples * 1e9;
-    state.counters["hand_ns"] = handSeconds / samples * 1e9;
-    state.counters["ratio"] = moduleSeconds / handSeconds;
+    if (std::memcmp(fromModule.data(), fromHand.data(), kSamples * sizeof(T)) != 0)
+        return state.SkipWithError("the values differ from those of the loop by hand");
+    ReportBoth(state, moduleSeconds, handSeconds);
 }
 
 } // namespace velto::bench

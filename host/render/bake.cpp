@@ -262,16 +262,16 @@ private:
     {
         std::unique_ptr<Instance> instance;
         VELTO_TRY(Instance::Create(*graph_.setup, instance));
-        instance->SetIndependentSamples(true);
+        instance->SetIndependentSamples();
         PrepareContext(instance->Context());
         worker.counts.resize(graph_.program->nodeNames.size(), 0);
         instance->CountInto(&worker.counts);
-        if (!graph_.program->kept.empty())
-        {
-            // Every thread's state starts from the picture's first sample, whichever tile the thread gets.
-            FillContext(options_, 0.5, 0.5, instance->Context());
-            instance->Prime();
-        }
+        // Every thread's state starts from the picture's first sample, whichever tile the thread gets, or from its
+        // middle, where a sphere's corner shows nothing.
+        ShadingContext first = instance->Context();
+        if (!FillContext(options_, 0.5, 0.5, first))
+            FillContext(options_, 0.5 * options_.width, 0.5 * options_.height, first);
+        instance->StartStateFrom(first);
         worker.instance = std::move(instance);
         return {};
     }

@@ -79,6 +79,8 @@ public:
         isSrgb_ =
             options.colorSpace == BakeColorSpace::Srgb || (options.colorSpace == BakeColorSpace::Default && !isReal);
         spec.attribute("oiio:ColorSpace", isSrgb_ ? "sRGB" : "Linear");
+        if (format == "openexr" || format == "tiff")
+            spec.attribute("DateTime", ""); // not now's: equal pictures are equal files
         if (format == "png")
             spec.attribute("png:compressionLevel", 6);
         if (format == "jpeg")

@@ -1,15 +1,12 @@
 #include "texturefile.h"
 
-#include <OpenEXR/ImfChannelList.h>
-#include <OpenEXR/ImfHeader.h>
-#include <OpenEXR/ImfMultiPartInputFile.h>
+#include "texturehead.h"
+
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <fstream>
 #include <list>
 
 namespace velto::host
@@ -18,19 +15,7 @@ namespace velto::host
 namespace
 {
 
-// The most that a packed file can plausibly unpack to, per byte.
-constexpr std::uintmax_t kMostUnpacking = 4096;
-constexpr std::uintmax_t kMostBytes = std::uintmax_t(1) << 33;
 constexpr int kMostChannels = 1024;
-
-// Readers may give several reasons, a line each.
-[[noreturn]] void Fail(const std::filesystem::path& file, std::string_view reason)
-{
-    std::string line(reason.substr(0, reason.find_last_not_of(" \n\r.") + 1));
-    for (auto at = line.find_first_of("\n\r"); at != line.npos; at = line.find_first_of("\n\r", at))
-        line.replace(at, line.find_first_not_of("\n\r", at) - at, "; ");
-    throw TextureFileError(fmt::format("{}: {}.", file.string(), line.empty() ? "cannot be read" : line));
-}
 
 // Calls `read` and gives what is wrong with the file a text that names it.
 template <class Read>
@@ -50,162 +35,7 @@ auto WithFileName(const std::filesystem::path& file, const Read& read)
     }
     catch (const std::exception& failure)
     {
-        Fail(file, failure.what());
-    }
-}
-
-UInt32 BigEndianAt(const unsigned char* bytes)
-{
-    return UInt32(bytes[0]) << 24 | UInt32(bytes[1]) << 16 | UInt32(bytes[2]) << 8 | bytes[3];
-}
-
-struct FileHead
-{
-    unsigned char bytes[32] = {};
-    std::size_t count = 0;
-    std::uintmax_t fileSize = 0;
-
-    bool Has(std::size_t at, std::string_view text) const
-    {
-        return at + text.size() <= count && std::memcmp(bytes + at, text.data(), text.size()) == 0;
-    }
-    int LittleEndian16(std::size_t at) const { return bytes[at] | bytes[at + 1] << 8; }
-    UInt32 BigEndian(std::size_t at) const { return BigEndianAt(bytes + at); }
-};
-
-FileHead ReadHead(const std::filesystem::path& file)
-{
-    std::error_code failure;
-    const auto status = std::filesystem::status(file, failure);
-    if (!std::filesystem::exists(status))
-        Fail(file, failure && failure != std::errc::no_such_file_or_directory ? failure.message() : "no such file");
-    if (std::filesystem::is_directory(status))
-        Fail(file, "is a directory");
-    if (!std::filesystem::is_regular_file(status))
-        Fail(file, "is no regular file");
-    FileHead head;
-    head.fileSize = std::filesystem::file_size(file, failure);
-    std::ifstream stream(file, std::ios::binary);
-    stream.read(reinterpret_cast<char*>(head.bytes), sizeof(head.bytes));
-    head.count = static_cast<std::size_t>(stream.gcount());
-    if (failure || (!stream && !stream.eof()))
-        Fail(file, "cannot be opened");
-    if (head.count == 0)
-        Fail(file, "is empty");
-    return head;
-}
-
-std::string LowerSuffix(const std::filesystem::path& file)
-{
-    std::string suffix = file.extension().string();
-    std::transform(suffix.begin(), suffix.end(), suffix.begin(),
-        [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return suffix;
-}
-
-bool IsMovie(std::string_view format)
-{
-    return format == "ffmpeg" || format == "gif";
-}
-
-// The name of the reader for what the file holds.
-std::string_view FormatOf(const std::filesystem::path& file, const FileHead& head)
-{
-    using namespace std::string_view_literals;
-    struct Signature
-    {
-        std::string_view format;
-        std::size_t at;
-        std::string_view text;
-    };
-    static constexpr Signature signatures[] = {{"png", 0, "\x89PNG\r\n\x1a\n"sv}, {"jpeg", 0, "\xff\xd8\xff"sv},
-        {"tiff", 0, "II*\0"sv}, {"tiff", 0, "MM\0*"sv}, {"tiff", 0, "II+\0"sv}, {"tiff", 0, "MM\0+"sv},
-        {"openexr", 0, "\x76\x2f\x31\x01"sv}, {"hdr", 0, "#?"sv}, {"gif", 0, "GIF8"sv}, {"ffmpeg", 4, "ftyp"sv},
-        {"ffmpeg", 4, "moov"sv}, {"ffmpeg", 8, "AVI "sv}, {"ffmpeg", 0, "\x1a\x45\xdf\xa3"sv},
-        {"ffmpeg", 0, "\0\0\x01\xba"sv}, {"ffmpeg", 0, "\0\0\x01\xb3"sv}};
-    for (const Signature& signature : signatures)
-    {
-        if (head.Has(signature.at, signature.text))
-            return signature.format;
-    }
-    // Targa files have no signature: a header that makes sense under the right name must do.
-    static constexpr int kTargaTypes[] = {1, 2, 3, 9, 10, 11};
-    if (LowerSuffix(file) == ".tga" && head.count >= 18 && head.bytes[1] <= 1 &&
-        std::find(std::begin(kTargaTypes), std::end(kTargaTypes), head.bytes[2]) != std::end(kTargaTypes))
-        return "targa";
-    Fail(file, "is of no format that is read here (png, jpg, tif, exr, hdr, tga, gif, mp4, mov, avi, mkv, mpg)");
-}
-
-void CheckSize(const std::filesystem::path& file, std::int64_t width, std::int64_t height)
-{
-    if (width < 1 || height < 1)
-        Fail(file, fmt::format("has no pixels ({} x {})", width, height));
-    if (width > kLargestPicture || height > kLargestPicture)
-        Fail(file, fmt::format("is {} x {} pixels large, at most {} a side are read", width, height, kLargestPicture));
-}
-
-void CheckBytes(const std::filesystem::path& file, std::uintmax_t bytes, const FileHead& head)
-{
-    if (bytes > kMostBytes || bytes / kMostUnpacking > head.fileSize)
-        Fail(file, fmt::format("claims more pixels than its {} bytes can hold", head.fileSize));
-}
-
-// The reader of this format writes to stderr what it misses: a file that is cut off does not get there.
-void CheckPngChunks(const std::filesystem::path& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    unsigned char chunk[8];
-    for (std::uintmax_t at = 8;; at += std::uintmax_t(12) + BigEndianAt(chunk))
-    {
-        stream.seekg(static_cast<std::streamoff>(at));
-        if (!stream.read(reinterpret_cast<char*>(chunk), sizeof(chunk)))
-            Fail(file, "is cut off");
-        if (std::memcmp(chunk + 4, "IEND", 4) == 0)
-            return;
-    }
-}
-
-// The reader of this format makes room for the whole picture while it opens an interlaced file.
-void CheckPng(const std::filesystem::path& file, const FileHead& head)
-{
-    if (head.count < 29 || !head.Has(12, "IHDR"))
-        Fail(file, "ends within its header");
-    const std::int64_t width = head.BigEndian(16);
-    const std::int64_t height = head.BigEndian(20);
-    CheckSize(file, width, height);
-    static constexpr unsigned kChannels[] = {1, 0, 3, 1, 2, 0, 4};
-    const unsigned channels = head.bytes[25] < std::size(kChannels) ? kChannels[head.bytes[25]] : 0;
-    const auto bits =
-        static_cast<std::uintmax_t>(width) * static_cast<std::uintmax_t>(height) * channels * head.bytes[24];
-    CheckBytes(file, bits / 8, head);
-    CheckPngChunks(file);
-}
-
-// The reader of this format makes room for the whole screen, however small its pictures are, and counts in ints.
-void CheckGif(const std::filesystem::path& file, const FileHead& head)
-{
-    if (head.count < 10)
-        Fail(file, "ends within its header");
-    const std::int64_t width = head.LittleEndian16(6);
-    const std::int64_t height = head.LittleEndian16(8);
-    CheckSize(file, width, height);
-    if (width * height > std::numeric_limits<int>::max() / 4)
-        Fail(file, fmt::format("is {} x {} pixels large, too many for a gif", width, height));
-    CheckBytes(file, static_cast<std::uintmax_t>(width * height), head);
-}
-
-// The reader of this format ends the process over channels of a type that it does not know.
-void CheckExr(const std::filesystem::path& file)
-{
-    const Imf::MultiPartInputFile input(file.c_str(), 1, false);
-    for (int part = 0; part < input.parts(); ++part)
-    {
-        const Imf::ChannelList& channels = input.header(part).channels();
-        for (auto channel = channels.begin(); channel != channels.end(); ++channel)
-        {
-            if (channel.channel().type < Imf::UINT || channel.channel().type > Imf::FLOAT)
-                Fail(file, fmt::format("has a channel \"{}\" of an unknown type", channel.name()));
-        }
+        FailReading(file, failure.what());
     }
 }
 
@@ -214,12 +44,12 @@ std::unique_ptr<OIIO::ImageInput> Open(
 {
     auto input = OIIO::ImageInput::create(std::string(format));
     if (!input)
-        Fail(file, OIIO::geterror());
+        FailReading(file, OIIO::geterror());
     input->threads(1);
     OIIO::ImageSpec wish;
     wish["oiio:UnassociatedAlpha"] = 1; // colours as the file has them
     if (!input->open(file.string(), spec, wish))
-        Fail(file, input->geterror());
+        FailReading(file, input->geterror());
     return input;
 }
 
@@ -243,7 +73,7 @@ public:
         return movies;
     }
 
-    std::shared_ptr<Movie> Open(const std::filesystem::path& file, std::string_view format, const FileHead& head)
+    std::shared_ptr<Movie> Open(const std::filesystem::path& file, std::string_view format)
     {
         std::error_code ignored;
         const auto changed = std::filesystem::last_write_time(file, ignored);
@@ -258,8 +88,6 @@ public:
         auto movie = std::make_shared<Movie>();
         movie->file = file;
         movie->changed = changed;
-        if (format == "gif")
-            CheckGif(file, head);
         movie->input = velto::host::Open(file, format, movie->spec);
         CheckSize(file, movie->spec.width, movie->spec.height);
         movie->clip = ClipOf(*movie->input, movie->spec, format);
@@ -389,7 +217,7 @@ ChannelChoice SeekLayer(
         if (choice[0] >= 0)
             return choice;
     }
-    Fail(file, fmt::format("has no layer \"{}\"", layer));
+    FailReading(file, fmt::format("has no layer \"{}\"", layer));
 }
 
 template <class T>
@@ -414,7 +242,7 @@ void ReadRows(OIIO::ImageInput& input, int part, const OIIO::ImageSpec& spec, in
                               : input.read_scanlines(part, 0, spec.y + y, spec.y + end, spec.z, first, behind,
                                     OIIO::TypeDesc(kTexelType<T>), rows.data());
         if (!read)
-            Fail(file, input.geterror());
+            FailReading(file, input.geterror());
         for (int row = y; row < end; ++row)
             use(row, rows.data() + rowSize * static_cast<std::size_t>(row - y));
     }
@@ -560,12 +388,12 @@ std::unique_ptr<Picture> DecodePart(OIIO::ImageInput& input, OIIO::ImageSpec spe
 {
     const ChannelChoice choice = still ? SeekLayer(input, spec, request.file, request.layer) : ChooseChannels(spec, "");
     if (choice[0] < 0)
-        Fail(request.file, "has no channels");
+        FailReading(request.file, "has no channels");
     CheckSize(request.file, spec.width, spec.height);
     if (still)
         CheckBytes(request.file, std::max(spec.image_bytes(true), spec.tile_bytes(true)), *still);
     if (spec.depth > 1 || spec.deep || spec.nchannels > kMostChannels)
-        Fail(request.file, "is no flat picture");
+        FailReading(request.file, "is no flat picture");
     if (!request.asFloat && (spec.format == OIIO::TypeDesc::UINT8 || spec.format == OIIO::TypeDesc::INT8))
         return Decode<std::uint8_t>(input, spec, choice, request, note);
     if (!request.asFloat && (spec.format == OIIO::TypeDesc::UINT16 || spec.format == OIIO::TypeDesc::INT16))
@@ -573,14 +401,13 @@ std::unique_ptr<Picture> DecodePart(OIIO::ImageInput& input, OIIO::ImageSpec spe
     return Decode<float>(input, spec, choice, request, note);
 }
 
-std::unique_ptr<Picture> ReadMovie(
-    const TextureFileRequest& request, std::string_view format, const FileHead& head, std::string& note)
+std::unique_ptr<Picture> ReadMovie(const TextureFileRequest& request, std::string_view format, std::string& note)
 {
-    const auto movie = OpenMovies::Get().Open(request.file, format, head);
+    const auto movie = OpenMovies::Get().Open(request.file, format);
     const std::lock_guard lock(movie->mutex);
     const auto frame = static_cast<int>(std::clamp<Int>(request.frame, 0, std::max<Int>(movie->clip.frames - 1, 0)));
     if (!movie->input->seek_subimage(frame, 0))
-        Fail(request.file, movie->input->geterror());
+        FailReading(request.file, movie->input->geterror());
     auto picture = DecodePart(*movie->input, movie->input->spec(), nullptr, request, note);
     picture->framesPerSecond = movie->clip.framesPerSecond;
     picture->seconds = movie->clip.Seconds();
@@ -593,8 +420,7 @@ Clip ReadClip(const std::filesystem::path& file)
 {
     return WithFileName(file, [&] {
         const FileHead head = ReadHead(file);
-        const std::string_view format = FormatOf(file, head);
-        return IsMovie(format) ? OpenMovies::Get().Open(file, format, head)->clip : Clip();
+        return head.IsMovie() ? OpenMovies::Get().Open(file, head.format)->clip : Clip();
     });
 }
 
@@ -602,15 +428,10 @@ std::unique_ptr<Picture> ReadPicture(const TextureFileRequest& request, std::str
 {
     return WithFileName(request.file, [&] {
         const FileHead head = ReadHead(request.file);
-        const std::string_view format = FormatOf(request.file, head);
-        if (IsMovie(format))
-            return ReadMovie(request, format, head, note);
-        if (format == "png")
-            CheckPng(request.file, head);
-        if (format == "openexr")
-            CheckExr(request.file);
+        if (head.IsMovie())
+            return ReadMovie(request, head.format, note);
         OIIO::ImageSpec spec;
-        const auto input = Open(request.file, format, spec);
+        const auto input = Open(request.file, head.format, spec);
         return DecodePart(*input, spec, &head, request, note);
     });
 }

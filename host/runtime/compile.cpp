@@ -341,6 +341,8 @@ private:
                 const bool isVariable = input.source && options_.variable.contains(input.source->origin);
                 if (IsFunctionType(node.Port(i).type.Get()))
                 {
+                    if (!input.source || !input.source->connected)
+                        continue; // its node may do other than take the default
                     const bool isConstant =
                         !isVariable && (input.kind == Input::Kind::Value || IsFixedSource(input.link));
                     constants[static_cast<std::size_t>(i)] = &functions[isConstant ? 0 : 1];
@@ -578,7 +580,7 @@ private:
                 if (isFixed)
                     outputs.push_back(output);
                 else if (port.Mark() != 0)
-                    program_.kept.push_back(output);
+                    program_.bodies[body.index].kept.push_back(output);
                 if (port.MayStayUnwritten() && !isFixed)
                     resets.push_back(output);
                 continue;

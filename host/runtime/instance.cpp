@@ -204,7 +204,7 @@ Result Instance::Create(Setup& setup, std::unique_ptr<Instance>& instance)
         std::unique_ptr<Instance> made(new Instance(setup));
         VELTO_TRY(made->storage_.Construct());
         made->bodies_ = std::vector<RunnableBody>(program.bodies.size());
-        made->primed_.assign(program.bodies.size(), program.kept.empty());
+        made->needsPriming_.assign(program.bodies.size(), false);
         for (std::size_t i = 0; i < program.bodies.size(); ++i)
             LinkBody(made->bodies_[i], program.bodies[i], setup.offsets_.data(), setup.storage_, &made->storage_,
                 i == 0 ? &made->context_ : nullptr, made.get(), &InvokeFunction);
@@ -231,39 +231,59 @@ Result Instance::Evaluate()
 {
     owner_ = &threadMark;
     failedNode = -1;
+    if (needsPriming_[0]) [[unlikely]]
+        Prime(0, context_);
     Result ran = RunBody(bodies_[0], &context_);
     if (lacksFrame_.load(std::memory_order_relaxed)) [[unlikely]]
         ran = FailForFrame();
     return ran;
 }
 
-void Instance::Prime()
+void Instance::SetIndependentSamples()
 {
-    owner_ = &threadMark;
-    PrimeBody(bodies_[0], &context_);
+    areSamplesIndependent_ = true;
+    for (std::size_t i = 0; i < bodies_.size(); ++i)
+        needsPriming_[i] = !bodies_[i].plan->kept.empty();
 }
 
 void Instance::PrimeBody(RunnableBody& body, const ShadingContext* context)
 {
     const OutputSilence silence;
     const Int failedBefore = failedNode;
-    RunBody(body, context).Ignore(); // who fails here fails again where it counts
+    RunBody(body, context).Ignore(); // leaves no state then: who fails here may fail again where it counts
     if (counts_)
     {
-        countStep_ = static_cast<UInt>(-1);
+        const UInt step = countStep_;
+        countStep_ = UInt(0) - step;
         RunBody(body, context).Ignore();
-        countStep_ = 1;
+        countStep_ = step;
     }
     failedNode = failedBefore;
+}
+
+void Instance::ForgetState(RunnableBody& body)
+{
+    for (const ResetPlan& kept : body.plan->kept)
+        Reset(kept, storage_.At(kept.offset));
+    needsPriming_[static_cast<std::size_t>(&body - bodies_.data())] =
+        areSamplesIndependent_ && !body.plan->kept.empty();
+}
+
+// What a node made before it failed would hide the failure from the next sample.
+Result Instance::FailBody(RunnableBody& body, UInt32 node, const Result& error)
+{
+    NoteFailure(node, error);
+    if (areSamplesIndependent_)
+        ForgetState(body);
+    return error;
 }
 
 // What was made without some function's values must not last.
 Result Instance::FailForFrame()
 {
     lacksFrame_ = false;
-    for (const ResetPlan& kept : setup_.GetProgram().kept)
-        Reset(kept, storage_.At(kept.offset));
-    primed_.assign(primed_.size(), setup_.GetProgram().kept.empty());
+    for (RunnableBody& body : bodies_)
+        ForgetState(body);
     return OutOfMemory();
 }
 
@@ -285,10 +305,7 @@ Result Instance::RunBody(RunnableBody& body, const ShadingContext* context)
         if (counts_) [[unlikely]]
             (*counts_)[call.node] += countStep_;
         if (ran.IsError()) [[unlikely]]
-        {
-            NoteFailure(call.node, ran);
-            return ran;
-        }
+            return FailBody(body, call.node, ran);
     }
     return {};
 }
@@ -301,27 +318,24 @@ inline Result Instance::RunFunction(UInt32 index, void* value, const ShadingCont
     return CopyValue(*body.plan->resultType, value, result);
 }
 
-Result Instance::InvokeFunction(const FunctionInterface* self, void* value, const ShadingContext* context, Data*)
-{
-    const auto& function = *static_cast<const BodyFunction*>(self);
-    auto& instance = *static_cast<Instance*>(function.owner);
-    if (instance.owner_ != &threadMark) [[unlikely]]
-        return instance.setup_.InvokePooled(function.body, value, context, instance.lacksFrame_);
-    return instance.RunFunction(function.body, value, context);
-}
-
 // What nodes make of the first sample that they see must not depend on which sample a thread happens to see first.
 // What all samples of a picture share is as in the one that is asked for.
-void Instance::PrimeFunction(UInt32 index, const ShadingContext& asked)
+void Instance::Prime(UInt32 index, const ShadingContext& asked)
 {
-    primed_[index] = true;
+    needsPriming_[index] = false;
     ShadingContext context;
     context.uvwValid = true;
     context.time = asked.time;
     context.frameRate = asked.frameRate;
     context.searchPaths = asked.searchPaths;
     context.renderMessages = asked.renderMessages;
-    PrimeBody(bodies_[index], &context);
+    if (start_)
+        context = *start_;
+    if (index > 0)
+        return PrimeBody(bodies_[index], &context);
+    std::swap(context, context_); // the one that it is linked to
+    PrimeBody(bodies_[0], &context_);
+    context_ = context;
 }
 
 const std::string* Instance::FailedNode(const Program& program)
@@ -531,7 +545,7 @@ Instance* Setup::TakeFrame()
     const Result taken = Guarded([&]() -> Result {
         std::unique_ptr<Instance> made;
         VELTO_TRY(Instance::Create(*this, made));
-        made->SetIndependentSamples(true);
+        made->SetIndependentSamples();
         made->owner_ = &threadMark;
         const std::lock_guard lock(poolMutex_);
         idle_.reserve(pool_.size() + 1);
@@ -549,8 +563,8 @@ Instance* Setup::TakeFrame()
 inline Result Setup::RunFrame(
     Instance& instance, UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame)
 {
-    if (!instance.primed_[body]) [[unlikely]]
-        instance.PrimeFunction(body, *context);
+    if (instance.needsPriming_[body]) [[unlikely]]
+        instance.Prime(body, *context);
     Result ran = instance.RunFunction(body, value, context);
     if (instance.lacksFrame_.load(std::memory_order_relaxed)) [[unlikely]]
     {
@@ -561,22 +575,15 @@ inline Result Setup::RunFrame(
 }
 
 // The first free frame of a setup stays with the thread; one that is taken while that is busy goes back.
-Result Setup::InvokePooled(UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame)
+Result Setup::InvokeInNewFrame(UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame)
 {
-    ThreadFrame& mine = threadFrame;
-    if (mine.serial == serial_ && !mine.isBusy) [[likely]]
-    {
-        mine.isBusy = true;
-        Result ran = RunFrame(*mine.instance, body, value, context, lacksFrame);
-        mine.isBusy = false;
-        return ran;
-    }
     Instance* const instance = TakeFrame();
     if (!instance)
     {
         lacksFrame = true;
         return OutOfMemory();
     }
+    ThreadFrame& mine = threadFrame;
     const bool keeps = mine.serial != serial_;
     if (keeps)
         mine = {serial_, instance, true};
@@ -589,6 +596,29 @@ Result Setup::InvokePooled(UInt32 body, void* value, const ShadingContext* conte
         idle_.push_back(instance);
     }
     return ran;
+}
+
+inline Result Setup::InvokePooled(
+    UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame)
+{
+    ThreadFrame& mine = threadFrame;
+    if (mine.serial != serial_ || mine.isBusy) [[unlikely]]
+        return InvokeInNewFrame(body, value, context, lacksFrame);
+    mine.isBusy = true;
+    Result ran = RunFrame(*mine.instance, body, value, context, lacksFrame);
+    mine.isBusy = false;
+    return ran;
+}
+
+Result Instance::InvokeFunction(const FunctionInterface* self, void* value, const ShadingContext* context, Data*)
+{
+    const auto& function = *static_cast<const BodyFunction*>(self);
+    auto& instance = *static_cast<Instance*>(function.owner);
+    if (instance.owner_ != &threadMark) [[unlikely]]
+        return instance.setup_.InvokePooled(function.body, value, context, instance.lacksFrame_);
+    if (instance.needsPriming_[function.body]) [[unlikely]]
+        instance.Prime(function.body, *context);
+    return instance.RunFunction(function.body, value, context);
 }
 
 Result Setup::InvokeFunction(const FunctionInterface* self, void* value, const ShadingContext* context, Data*)

@@ -9,6 +9,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <optional>
 
 namespace velto::host
 {
@@ -89,15 +90,16 @@ public:
     // Computes the outputs under `Context()`. On error they are as they were.
     Result Evaluate();
 
-    // Computes them for what the nodes keep to start from `Context()`. Of the calls only those count that are not
-    // repeated by every sample. What is logged is dropped.
-    void Prime();
+    // What nodes keep starts from this sample, whichever sample needs it first, in functions as well. Of
+    // the calls for it only those count that are not repeated by every sample; what they log is dropped.
+    void StartStateFrom(const ShadingContext& context) { start_ = context; }
 
     // The value of an output, by its place in the program.
     const void* Output(std::size_t i) const { return outputs_[i]; }
 
-    // Samples do not depend on the samples before them: outputs that a node leaves alone are made anew each time.
-    void SetIndependentSamples(bool independent) { areSamplesIndependent_ = independent; }
+    // Samples do not depend on the samples before them: outputs that a node leaves alone are made anew each time, what
+    // nodes keep starts from the same sample, and what a failed run kept is forgotten.
+    void SetIndependentSamples();
 
     // Counts into `counts` from now on; null: does not count.
     void CountInto(EvaluationCounts* counts) { counts_ = counts; }
@@ -111,9 +113,11 @@ private:
     explicit Instance(Setup& setup);
 
     Result RunBody(RunnableBody& body, const ShadingContext* context);
+    Result FailBody(RunnableBody& body, UInt32 node, const Result& error);
+    void ForgetState(RunnableBody& body);
     void PrimeBody(RunnableBody& body, const ShadingContext* context);
     Result RunFunction(UInt32 body, void* value, const ShadingContext* context);
-    void PrimeFunction(UInt32 body, const ShadingContext& asked);
+    void Prime(UInt32 body, const ShadingContext& asked);
     Result FailForFrame();
     static Result InvokeFunction(
         const FunctionInterface* self, void* value, const ShadingContext* context, Data* cache);
@@ -126,7 +130,8 @@ private:
     EvaluationCounts* counts_ = nullptr;
     UInt countStep_ = 1;
     bool areSamplesIndependent_ = false;
-    std::vector<bool> primed_;    // by body
+    std::vector<char> needsPriming_; // by body
+    std::optional<ShadingContext> start_;
     const char* owner_ = nullptr; // the thread that runs it, by the address of a thread's own variable
     std::atomic<bool> lacksFrame_ = false;
 };
@@ -186,6 +191,7 @@ private:
     Result InvokePooled(UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame);
     Result RunFrame(
         Instance& instance, UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame);
+    Result InvokeInNewFrame(UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame);
     // A frame that nobody uses, of the calling thread now; null without memory.
     Instance* TakeFrame();
     void DropFrames();

@@ -77,6 +77,7 @@ struct BodyPlan
     std::vector<CallPlan> calls;
     std::vector<FunctionPlan> functions;
     std::vector<ResetPlan> resets;
+    std::vector<ResetPlan> kept;    // state, from one run to the next
     std::vector<UInt32> setupCalls; // calls of the setup whose values it reads
     Address result;                 // of a function
     const DataType* resultType = nullptr;
@@ -132,7 +133,6 @@ struct Program
     std::vector<BodyPlan> bodies;                       // the first computes the outputs
     std::vector<OutputPlan> outputs;
     std::vector<SettablePlan> settables;
-    std::vector<ResetPlan> kept; // outputs in a frame that survive between calls
     UInt32 maxPorts = 0;
 };
 

@@ -25,7 +25,8 @@ struct Way
     }
     bool AsFloat() const { return bits & 4; }
     UInt Memory() const { return bits & 8 ? UInt(1) << 12 : UInt(1) << 28; }
-    Int Frame() const { return bits >> 4; }
+    Int Frame() const { return bits >> 4 & 7; }
+    const char* Suffix() const { return bits & 128 ? "avi" : "tga"; } // those readers go by it
 };
 
 void WriteSeeds(const std::filesystem::path& directory)
@@ -51,7 +52,7 @@ void WriteSeeds(const std::filesystem::path& directory)
     add(folder.WriteLayers("g.exr"), 3);
     add(folder.WritePages("h.tif", {1, 1}), 1);
     add(folder.WriteGif("i.gif", 2, 3), 16);
-    add(folder.WriteVideo("j.avi", 5, {0.1f, 0.9f}), 16);
+    add(folder.WriteVideo("j.avi", 5, {0.1f, 0.9f}), 128 + 16);
 }
 
 void Read(const std::filesystem::path& file, const Way& way)
@@ -96,9 +97,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Every file has a name of its own, since files that are known are not opened again.
     static const velto::test::PictureFolder folder;
     static int count = 0;
+    const velto::test::Way way{data[0]};
     const std::string file = folder.WriteBytes(
-        fmt::format("{}.tga", count++), std::string(reinterpret_cast<const char*>(data) + 1, size - 1));
-    velto::test::Read(file, {data[0]});
+        fmt::format("{}.{}", count++, way.Suffix()), std::string(reinterpret_cast<const char*>(data) + 1, size - 1));
+    velto::test::Read(file, way);
     std::filesystem::remove(file);
     return 0;
 }

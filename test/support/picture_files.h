@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -163,6 +164,15 @@ public:
             bytes += Bytes({&side == &sides.back() ? 0 : bytes.size() + 4});
         }
         return WriteBytes(name, bytes);
+    }
+
+    std::string Patch(
+        const std::string& file, const std::string& name, const std::string& old, const std::string& replacement) const
+    {
+        std::ifstream in(file, std::ios::binary);
+        std::string bytes(std::istreambuf_iterator<char>(in), {});
+        EXPECT_NE(bytes.npos, bytes.find(old)) << name;
+        return WriteBytes(name, bytes.replace(bytes.find(old), old.size(), replacement));
     }
 
     std::string Truncate(const std::string& file, const std::string& name, std::size_t size) const

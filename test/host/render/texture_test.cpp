@@ -234,6 +234,8 @@ TEST_F(TextureTest, WhatIsNoPictureSaysWhy)
         const char* layer = "";
     };
     const std::string png = folder.Write("good.png", PictureDepth::UInt8, {1.0f, 0.0f, 0.0f});
+    using namespace std::string_literals;
+    const std::string exr = folder.WriteLayers("good.exr");
     const Row rows[] = {
         {"", "no file given"},
         {folder.Path("none.png"), "no such file"},
@@ -248,6 +250,8 @@ TEST_F(TextureTest, WhatIsNoPictureSaysWhy)
         {folder.WriteGif("high.gif", 65535), "high.gif: is 65535 x 65535 pixels large, at most"},
         {folder.WriteGif("huge.gif", 32768), "too many for a gif"},
         {folder.WriteGif("liar.gif", 16384), "claims more pixels"},
+        {folder.Patch(exr, "text.exr", "string\0\x13\0\0\0"s, "string\0\x13\0\0\x7f"s), "claims a header"},
+        {folder.Patch(exr, "type.exr", "diffuse.B\0\2"s, "diffuse.B\0\3"s), "of an unknown type 3"},
         {folder.WritePages("liar.tif", {1, 32768}), "claims more pixels", "1"},
         {folder.WritePages("none.tif", {1, 1}), "has no layer \"2\"", "2"},
         {folder.Loop("loop.png"), "loop.png: "},

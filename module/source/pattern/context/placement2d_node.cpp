@@ -90,12 +90,23 @@ public:
     {
         if (mode == kWrapRepeat || mode == kWrapMirror)
         {
-            tile_ = std::floor(centre);
+            floor_ = std::floor(centre);
+            tile_ = std::abs(floor_) < kLimit ? floor_ : Saturated(floor_);
             runsBackwards_ = mode == kWrapMirror && IsOdd(tile_);
         }
     }
 
-    Float operator()(Float y) const
+    Float Centre(Float y) const { return Place(y, floor_); }
+    Float Neighbour(Float y) const { return Place(y, tile_); }
+
+private:
+    static constexpr Float kLimit = 9223372036854775808.0;
+
+    // The index of a tile is a 64-bit integer that saturates, 0 for a NaN. The upper limit is odd, the lower even.
+    static Float Saturated(Float whole) { return whole > 0.0 ? kLimit : whole < 0.0 ? -kLimit : 0.0; }
+    static bool IsOdd(Float tile) { return tile == kLimit || (static_cast<Int>(tile) & 1) != 0; }
+
+    Float Place(Float y, Float tile) const
     {
         switch (mode_)
         {
@@ -103,7 +114,7 @@ public:
             return repetitions_ >= 0.0 ? Min(Max(y, 0.0), repetitions_) : Min(Max(y, repetitions_), 0.0);
         case kWrapRepeat:
         case kWrapMirror:
-            y -= tile_;
+            y -= tile;
             return runsBackwards_ ? 1.0 - y : y;
         case kWrapExtend:
             break;
@@ -111,20 +122,10 @@ public:
         return y;
     }
 
-private:
-    // Whether the whole number is odd as a 64-bit integer that saturates: beyond it the upper limit is odd, the lower
-    // even.
-    static bool IsOdd(Float whole)
-    {
-        constexpr Float kLimit = 9223372036854775808.0;
-        if (whole >= kLimit)
-            return true;
-        return whole > -kLimit && (static_cast<Int>(whole) & 1) != 0;
-    }
-
     WrapMode mode_;
     bool runsBackwards_ = false;
     Float repetitions_;
+    Float floor_ = 0.0;
     Float tile_ = 0.0;
 };
 
@@ -189,9 +190,11 @@ static void Placement2d(In<"context", ShadingContext> context, In<"localOffset",
 
     const Wrap wrapU(wrapModeU, repetitions->x, y.x);
     const Wrap wrapV(wrapModeV, repetitions->y, y.y);
-    const auto place = [&](const Vector2d& tiles) { return Vector2d{wrapU(tiles.x), wrapV(tiles.y)}; };
+    const auto place = [&](const Vector2d& tiles) {
+        return Vector2d{wrapU.Neighbour(tiles.x), wrapV.Neighbour(tiles.y)};
+    };
     const bool hasFootprint = hasDeltas && inside;
-    const Vector2d centre = place(y);
+    const Vector2d centre{wrapU.Centre(y.x), wrapV.Centre(y.y)};
     const Vector2d placedU = hasFootprint ? place(pdata->Map(nextU)) : centre;
     const Vector2d placedV = hasFootprint ? place(pdata->Map(nextV)) : centre;
 

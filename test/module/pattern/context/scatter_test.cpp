@@ -11,13 +11,15 @@ namespace velto::test
 
 using host::Json;
 
-static std::string Document(std::string_view inputs, int count, std::string_view nodes = "")
+static constexpr UInt32 kSeed = 7;
+
+static std::string Document(std::string_view inputs, int count, std::string_view nodes = "", UInt32 seed = kSeed)
 {
     return fmt::format(
         R"({{"version": 1, "nodes": {{{} "s": {{"type": "net.velto.pattern.corenode.generator.scatter",
-            "arguments": {{"count": {}}}, "inputs": {{"seed": 7, {}}}}}}},
+            "arguments": {{"count": {}}}, "inputs": {{"seed": {}, {}}}}}}},
             "outputs": {{"mask": "s.mask", "index": "s.index", "center": "s.center", "context": "s.resultContext"}}}})",
-        nodes, count, inputs);
+        nodes, count, seed, inputs);
 }
 
 // Items as they come, of a size that the test gives.
@@ -55,15 +57,16 @@ struct Settings
     double scaleX = 0.1, scaleY = 0.1;
     double randomX = 0.0, randomY = 0.0, randomUniform = 0.0;
     bool uniform = false, tile = false, removeOverlaps = false;
-    double skip = -1.0; // below 0: not connected
+    double skip = -1.0, density = -1.0; // below 0: not connected
 
     std::string Inputs() const
     {
         return fmt::format(R"("tile": {}, "removeOverlaps": {}, "perItemRotation": {}, "perItemRandomRotation": {},
             "perItemScale": [{}, {}], "perItemRandomScale": [{}, {}], "perItemRandomScaleUniform": {},
-            "perItemUniformScale": {}{})",
+            "perItemUniformScale": {}{}{})",
             tile, removeOverlaps, rotation, randomRotation, scaleX, scaleY, randomX, randomY, randomUniform, uniform,
-            skip < 0.0 ? "" : fmt::format(R"(, "perItemSkipProbability": {})", skip));
+            skip < 0.0 ? "" : fmt::format(R"(, "perItemSkipProbability": {})", skip),
+            density < 0.0 ? "" : fmt::format(R"(, "perItemDensity": {})", density));
     }
 };
 
@@ -71,9 +74,9 @@ struct Settings
 class BruteForce
 {
 public:
-    BruteForce(const Settings& settings, int count) : settings_(settings)
+    BruteForce(const Settings& settings, int count, UInt32 seed = kSeed) : settings_(settings)
     {
-        pattern::RandomStream random(7);
+        pattern::RandomStream random(seed);
         for (int number = 0; number < count; ++number)
         {
             Item item{number, random.Next01(), random.Next01(), 0, 0, 0};
@@ -103,8 +106,12 @@ public:
     const Item* At(double x, double y) const
     {
         const double cellX = (std::floor(x * 16) + 0.5) / 16, cellY = (std::floor(y * 16) + 0.5) / 16;
+        UInt32 record = 0;
         for (const Item& item : items_)
         {
+            pattern::RandomStream random(kSeed + 124 * record++ + 123);
+            if (settings_.density >= 0.0 && random.Next01() > settings_.density)
+                continue;
             // A square that is turned before it is stretched may reach beyond its box, where it does not show.
             const auto [w, h] = Half(item);
             const bool isFiled = std::abs(cellX - item.x) <= w + 1.0 / 32 && std::abs(cellY - item.y) <= h + 1.0 / 32;
@@ -195,7 +202,7 @@ INSTANTIATE_TEST_SUITE_P(Settings, ScatterLookUp,
         Settings{.randomRotation = 1.0, .randomX = 0.02, .randomY = 0.04, .tile = true},
         Settings{.randomUniform = 0.04, .uniform = true, .tile = true},
         Settings{.randomRotation = 1.0, .scaleX = 0.15, .scaleY = 0.15, .tile = true, .removeOverlaps = true},
-        Settings{.tile = true, .skip = 0.5}, Settings{.removeOverlaps = true}));
+        Settings{.tile = true, .skip = 0.5}, Settings{.tile = true, .density = 0.5}, Settings{.removeOverlaps = true}));
 
 TEST(Scatter, ConnectedFunctionsDecide)
 {
@@ -252,6 +259,31 @@ TEST(Scatter, AFailedBuildIsNotRepeated)
         "[{}, {}]");
     EXPECT_EQ("net.velto.error.nullptr", Output(results, "mask", 0));
     EXPECT_EQ("false", Output(results, "mask", 1));
+}
+
+// Rotation fails where an item lies on the first colour. What was made before stays, and shows.
+TEST(Scatter, ABuildThatFailsHalfWayKeepsItsItems)
+{
+    constexpr int kSize = 24;
+    constexpr UInt32 kLate = 5; // the ninth of its items is the first to fail
+    const Settings settings{.scaleX = 0.2, .scaleY = 0.2};
+    std::string inputs = settings.Inputs();
+    const std::string rotation = R"("perItemRotation": 0)";
+    inputs.replace(inputs.find(rotation), rotation.size(), R"("perItemRotation": {"from": "half.result"})");
+    const Json results = EvalJson(Document(inputs, 20,
+                                      R"("half": {"type": "net.velto.pattern.corenode.generator.checkerboard",
+            "inputs": {"color2": [0, 0, 0, 1]}},)",
+                                      kLate),
+        "[{}," + Grid(kSize).substr(1));
+    EXPECT_EQ("net.velto.error.nullptr", Output(results, "mask", 0));
+    const BruteForce expected(settings, 8, kLate);
+    for (int i = 0; i < kSize * kSize; ++i)
+    {
+        const Item* const item = expected.At((i % kSize + 0.5) / kSize, (i / kSize + 0.5) / kSize);
+        ASSERT_EQ(
+            std::to_string(item ? item->number + 1 : 0), Output(results, "index", static_cast<std::size_t>(i) + 1))
+            << i;
+    }
 }
 
 TEST(Scatter, BesideTheGridThereIsNothing)
