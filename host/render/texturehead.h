@@ -1,0 +1,29 @@
+// What a picture file is, and whether its header can be believed, before a reader of its format gets to see it.
+#pragma once
+
+#include "texturefile.h"
+
+#include <cstdint>
+#include <string_view>
+
+namespace velto::host
+{
+
+struct FileHead
+{
+    std::string_view format; // the name of its reader
+    std::uintmax_t fileSize = 0;
+
+    bool IsMovie() const { return format == "ffmpeg" || format == "gif"; }
+};
+
+// Recognises the file and checks what its reader would not. Throws `TextureFileError`.
+FileHead ReadHead(const std::filesystem::path& file);
+
+[[noreturn]] void FailReading(const std::filesystem::path& file, std::string_view reason);
+
+// Sides and bytes of pixels that a file claims.
+void CheckSize(const std::filesystem::path& file, std::int64_t width, std::int64_t height);
+void CheckBytes(const std::filesystem::path& file, std::uintmax_t bytes, const FileHead& head);
+
+} // namespace velto::host
