@@ -235,7 +235,14 @@ private:
     {
         const tbb::blocked_range2d<int> area(0, count, kTileSide, 0, window_.width, kTileSide);
         tbb::parallel_for(
-            area, [&](const tbb::blocked_range2d<int>& tile) { SampleTile(row, tile); }, tbb::simple_partitioner());
+            area,
+            [&](const tbb::blocked_range2d<int>& tile) {
+                SampleTile(row, tile);
+                tilesDone_.fetch_add(1, std::memory_order_release);
+            },
+            tbb::simple_partitioner());
+        // The library has waited for the tiles, but where race detectors do not look.
+        tilesDone_.load(std::memory_order_acquire);
     }
 
     void SampleTile(int bandRow, const tbb::blocked_range2d<int>& tile)
@@ -349,6 +356,7 @@ private:
     std::vector<Target> targets_;
     tbb::enumerable_thread_specific<Worker> workers_;
     FirstError error_;
+    std::atomic<UInt> tilesDone_ = 0;
 };
 
 void FillPlane(const BakeOptions& options, double x, double y, ShadingContext& context)

@@ -90,8 +90,8 @@ public:
     // Computes the outputs under `Context()`. On error they are as they were.
     Result Evaluate();
 
-    // What nodes keep starts from this sample, whichever sample needs it first, in functions as well. Of
-    // the calls for it only those count that are not repeated by every sample; what they log is dropped.
+    // What nodes keep starts from this sample, whichever needs it first, in functions as well. Of the calls for it only
+    // those count that are not repeated by every sample; what they log is dropped.
     void StartStateFrom(const ShadingContext& context) { start_ = context; }
 
     // The value of an output, by its place in the program.

@@ -308,6 +308,23 @@ TEST_F(TextureTest, PicturesAreSharedAndReadAnewWhenTheyChange)
     EXPECT_EQ("0.0000 1.0000 0.0000 1.0000", ColorOf(file));
 }
 
+// What nobody shows is dropped with the next load, while others read it.
+TEST_F(TextureTest, ThreadsLoadAndDropPictures)
+{
+    const std::string files[] = {folder.WriteChecker("a.png", 8), folder.WriteChecker("b.png", 8)};
+    host::SetTextureMemory(500); // room for one of them
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+    {
+        threads.emplace_back([&] {
+            for (int k = 0; k < 50; ++k)
+                EXPECT_EQ("0.0000 0.0000 0.0000 1.0000", ColorOf(files[k % 2], "", 0.0, 0.0));
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
 // The coarser levels are made by whichever thread asks first.
 TEST_F(TextureTest, ThreadsShareOnePicture)
 {
