@@ -53,8 +53,9 @@ TEST(Bump, LooksThreeTimesOrNotAtAll)
 
     ExpectNormal(Bumped(R"("strength": 1, "epsilonuv": 1)"), "[0, 0, 0]");
     // The default of the height is shown to users, not looked at.
-    ExpectNormal(EvalJson(R"({"version": 1, "nodes": {"bump": {"type": "bump"}}, "outputs": {"normal": "bump.result"}})",
-                     R"([{"shadingNormal": [0, 0, 1]}])"),
+    ExpectNormal(
+        EvalJson(R"({"version": 1, "nodes": {"bump": {"type": "bump"}}, "outputs": {"normal": "bump.result"}})",
+            R"([{"shadingNormal": [0, 0, 1]}])"),
         "[0, 0, 0]");
 }
 
