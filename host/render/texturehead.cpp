@@ -98,6 +98,36 @@ void CheckPng(const std::filesystem::path& file, const FileHead& head, const Ope
     }
 }
 
+// The reader of this format makes room for the whole picture while it opens a progressive file. Nothing is refused here
+// but a frame that is too large; where there are no segments to go by, the reader says so.
+void CheckJpeg(const std::filesystem::path& file, const FileHead& head, std::istream& stream)
+{
+    for (stream.seekg(2); stream;)
+    {
+        int marker = stream.get();
+        while (stream && marker != 0xff) // what lies between segments is passed over
+            marker = stream.get();
+        while (marker == 0xff)
+            marker = stream.get();
+        const bool isAlone = marker <= 0x01 || (marker >= 0xd0 && marker <= 0xd8);
+        if (isAlone)
+            continue;
+        unsigned char segment[8] = {}; // length, depth, height, width, channels
+        stream.read(reinterpret_cast<char*>(segment), sizeof(segment));
+        if (!stream || marker == 0xd9 || marker == 0xda)
+            return;
+        const bool isFrame = marker >= 0xc0 && marker <= 0xcf && marker != 0xc4 && marker != 0xc8 && marker != 0xcc;
+        if (isFrame)
+        {
+            const std::int64_t width = segment[5] << 8 | segment[6];
+            const std::int64_t height = segment[3] << 8 | segment[4];
+            CheckSize(file, width, height);
+            return CheckBytes(file, static_cast<std::uintmax_t>(width * height) * segment[7], head);
+        }
+        stream.seekg((segment[0] << 8 | segment[1]) - std::int64_t(sizeof(segment)), std::ios::cur);
+    }
+}
+
 // The reader of this format makes room for the whole screen, however small its pictures are, and counts in ints.
 void CheckGif(const std::filesystem::path& file, const FileHead& head, const Opening& opening)
 {
@@ -238,6 +268,8 @@ FileHead ReadHead(const std::filesystem::path& file)
     stream.clear();
     if (head.format == "png")
         CheckPng(file, head, opening, stream);
+    else if (head.format == "jpeg")
+        CheckJpeg(file, head, stream);
     else if (head.format == "gif")
         CheckGif(file, head, opening);
     else if (head.format == "openexr")

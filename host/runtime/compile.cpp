@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
 #include <tuple>
 
 namespace velto::host
@@ -20,10 +21,13 @@ namespace velto::host
 
 UInt32 StorePlan::Add(const DataType* type, Data initial)
 {
-    const auto alignment = static_cast<UInt32>(type->operations.alignment);
-    size = (size + alignment - 1) / alignment * alignment;
+    const auto valueSize = static_cast<UInt32>(type->operations.size);
+    const UInt32 within = std::bit_ceil(Min(Max<UInt32>(valueSize, 1), kPageShare));
+    const UInt32 valueAlignment = Max(static_cast<UInt32>(type->operations.alignment), within);
+    alignment = Max(alignment, valueAlignment);
+    size = (size + valueAlignment - 1) / valueAlignment * valueAlignment;
     const UInt32 offset = size;
-    size += static_cast<UInt32>(type->operations.size);
+    size += valueSize;
     values.push_back({Ref<const DataType>::Share(type), offset, std::move(initial)});
     return offset;
 }

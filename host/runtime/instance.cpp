@@ -172,14 +172,17 @@ Storage::~Storage()
         if (value.type->operations.destroy)
             value.type->operations.destroy(At(value.offset));
     }
-    Bound<SystemInterface>().Free(memory_);
+    Bound<SystemInterface>().Free(allocated_);
 }
 
 Result Storage::Construct()
 {
-    memory_ = static_cast<std::byte*>(Allocate(Max<UInt>(plan_.size, 1)));
-    if (!memory_)
+    std::size_t space = Max<UInt>(plan_.size, 1) + plan_.alignment;
+    allocated_ = Allocate(space);
+    if (!allocated_)
         return OutOfMemory();
+    void* place = allocated_;
+    memory_ = static_cast<std::byte*>(std::align(plan_.alignment, Max<UInt>(plan_.size, 1), place, space));
     for (const ValuePlan& value : plan_.values)
     {
         const DataTypeOperations& operations = value.type->operations;

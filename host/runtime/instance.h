@@ -32,7 +32,8 @@ public:
 
 private:
     const StorePlan& plan_;
-    std::byte* memory_ = nullptr;
+    void* allocated_ = nullptr;
+    std::byte* memory_ = nullptr; // the first place in it that is aligned
     std::size_t constructed_ = 0;
 };
 
@@ -123,7 +124,7 @@ private:
         const FunctionInterface* self, void* value, const ShadingContext* context, Data* cache);
 
     Setup& setup_;
-    ShadingContext context_;
+    alignas(kPageShare) ShadingContext context_;
     std::vector<RunnableBody> bodies_; // their functions outlive the values that hold them
     Storage storage_;
     std::vector<const void*> outputs_;

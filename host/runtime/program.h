@@ -83,10 +83,15 @@ struct BodyPlan
     const DataType* resultType = nullptr;
 };
 
+// A value that lies in two memory pages is slow to read and to write, by as much as a cheap node takes. Values up to
+// this size are aligned so that none does; a shading context is among them.
+inline constexpr UInt32 kPageShare = 1024;
+
 struct StorePlan
 {
     std::vector<ValuePlan> values;
     UInt32 size = 0;
+    UInt32 alignment = 1;
 
     UInt32 Add(const DataType* type, Data initial = {});
 };

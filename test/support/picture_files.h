@@ -122,6 +122,15 @@ public:
         return WriteBytes(name, bytes);
     }
 
+    // A progressive picture's segments up to the first scan, behind one that is to be passed over.
+    std::string WriteJpegHeader(const std::string& name, unsigned width, unsigned height) const
+    {
+        std::string bytes("\xff\xd8\xff\xe0\0\x06\xff\xc2\0\0\xff\xff\xc2\0\x11\x08", 16);
+        for (const unsigned side : {height, width})
+            bytes += {static_cast<char>(side >> 8), static_cast<char>(side)};
+        return WriteBytes(name, bytes + std::string("\x03\x01\x11\0\x02\x11\0\x03\x11\0\xff\xda", 12));
+    }
+
     // Pictures of one pixel on a square screen.
     std::string WriteGif(const std::string& name, std::size_t side, int count = 1) const
     {

@@ -247,6 +247,8 @@ TEST_F(TextureTest, WhatIsNoPictureSaysWhy)
         {folder.WritePngHeader("huge.png", 60000, 60000), "at most 32768 a side"},
         {folder.WritePngHeader("flat.png", 0, 10), "has no pixels"},
         {folder.WritePngHeader("liar.png", 30000, 30000), "claims more pixels"},
+        {folder.WriteJpegHeader("huge.jpg", 65500, 65500), "huge.jpg: is 65500 x 65500 pixels large, at most"},
+        {folder.WriteJpegHeader("liar.jpg", 30000, 30000), "claims more pixels"},
         {folder.WriteGif("high.gif", 65535), "high.gif: is 65535 x 65535 pixels large, at most"},
         {folder.WriteGif("huge.gif", 32768), "too many for a gif"},
         {folder.WriteGif("liar.gif", 16384), "claims more pixels"},
