@@ -86,13 +86,40 @@ Bool IsConstantFunction(const FunctionInterface* self)
     return static_cast<const BodyFunction*>(self)->constant != nullptr;
 }
 
+using InvokePointer = decltype(FunctionInterface::invoke);
+
 Result InvokeConstant(const FunctionInterface* self, void* value, const ShadingContext*, Data*)
 {
     const auto& function = *static_cast<const BodyFunction*>(self);
     return CopyValue(*function.type, value, function.constant);
 }
 
-using InvokePointer = decltype(FunctionInterface::invoke);
+template <std::size_t Size>
+Result InvokeConstantOf(const FunctionInterface* self, void* value, const ShadingContext*, Data*)
+{
+    std::memcpy(value, static_cast<const BodyFunction*>(self)->constant, Size);
+    return {};
+}
+
+// A function of a constant: the common sizes have one of their own, as a node may call several a sample.
+InvokePointer ConstantInvoker(const DataType& type)
+{
+    if (type.operations.copy)
+        return &InvokeConstant;
+    switch (type.operations.size)
+    {
+    case sizeof(ColorA):
+        return &InvokeConstantOf<sizeof(ColorA)>;
+    case sizeof(Color):
+        return &InvokeConstantOf<sizeof(Color)>;
+    case sizeof(InternedId):
+        return &InvokeConstantOf<sizeof(InternedId)>;
+    case sizeof(Float):
+        return &InvokeConstantOf<sizeof(Float)>;
+    default:
+        return &InvokeConstant;
+    }
+}
 
 // Lays out the frames of a body's calls and links their slots.
 void LinkBody(RunnableBody& body, const BodyPlan& plan, const UInt32* offsets, const Storage& setup,
@@ -151,7 +178,7 @@ void LinkBody(RunnableBody& body, const BodyPlan& plan, const UInt32* offsets, c
         else
         {
             function.constant = resolve(source.constant);
-            function.invoke = &InvokeConstant;
+            function.invoke = ConstantInvoker(*source.type);
         }
         // All function-valued ports hold the same: a reference.
         reinterpret_cast<ColorAFunction*>(resolve(source.place))->object =

@@ -105,17 +105,8 @@ public:
     // Places the segment at x; the share of its length at which x lies goes to `t`. False: it has no length.
     bool Find(Float x, Float& t)
     {
-        // Halves without branches: where the search turns is as good as random.
-        const SortedKnot* behind = knots_.sorted.begin();
-        for (Int count = knots_.sorted.Count(); count > 0;)
-        {
-            const Int half = count / 2;
-            const SortedKnot& middle = behind[half];
-            const bool liesBehind =
-                (middle.position > x) | (static_cast<bool>(middle.position == x) & static_cast<bool>(middle.index > 0));
-            behind = liesBehind ? behind : behind + half + 1;
-            count = liesBehind ? half : count - half - 1;
-        }
+        const SortedKnot* const behind = std::partition_point(knots_.sorted.begin(), knots_.sorted.end(),
+            [x](const SortedKnot& knot) { return !(knot.position > x || (knot.position == x && knot.index > 0)); });
         const Int place = behind - knots_.sorted.begin();
         left = place < 2 ? 0 : place - 1;
         right = Min(knots_.indices[Number(left)] + 1, knots_.sorted.Count() - 1);
