@@ -2,23 +2,13 @@
 // here are opened, and what a header claims is checked before memory is asked for.
 #pragma once
 
+#include "texturehead.h"
 #include "texturelevels.h"
 
-#include <filesystem>
-#include <stdexcept>
 #include <string>
 
 namespace velto::host
 {
-
-// Why there is no picture; the text names the file.
-struct TextureFileError : std::runtime_error
-{
-    using std::runtime_error::runtime_error;
-};
-
-// Pixels along a side.
-inline constexpr int kLargestPicture = 32768;
 
 // What a movie is besides its pictures.
 struct Clip
@@ -35,8 +25,8 @@ struct TextureFileRequest
     std::string layer;    // the name of a part or of a group of channels, the number of a part, or empty
     Int frame = 0;        // of a movie
     bool asFloat = false; // 32-bit texels, whatever the file has
-    UInt memory =
-        UInt(-1); // bytes that the picture may take: one that does not fit is held at the finest level that does
+    // Bytes that the picture may take: one that does not fit is held at the finest level that does.
+    UInt memory = UInt(-1);
 };
 
 // What a file says of itself as a movie; nothing of a still picture. Throws `TextureFileError`.

@@ -1,5 +1,7 @@
 #include "texturehead.h"
 
+#include "velto/types.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>

@@ -1,13 +1,22 @@
 // What a picture file is, and whether its header can be believed, before a reader of its format gets to see it.
 #pragma once
 
-#include "texturefile.h"
-
 #include <cstdint>
+#include <filesystem>
+#include <stdexcept>
 #include <string_view>
 
 namespace velto::host
 {
+
+// Why there is no picture; the text names the file.
+struct TextureFileError : std::runtime_error
+{
+    using std::runtime_error::runtime_error;
+};
+
+// Pixels along a side.
+inline constexpr int kLargestPicture = 32768;
 
 struct FileHead
 {
