@@ -83,13 +83,12 @@ VELTO_INTERNED_ID(kCubicBias, "cubicbias");
 
 // Turns colours into the space of interpolation, or back out of it.
 template <ColorA (*Convert)(const ColorA&)>
-static ColorA InSpace(const InternedId& space, const ColorA& color)
+static void BringToSpace(const InternedId& space, ColorA& color)
 {
     if (space == kSrgb)
-        return Convert(color);
-    if (space != kLinear) [[unlikely]]
+        color = Convert(color);
+    else if (space != kLinear) [[unlikely]]
         Stop("Stop: Unsupported color space in gradient: @", space.View());
-    return color;
 }
 
 // The knots around one sample. Colours are fetched when a curve asks for them, since each may be a costly graph.
@@ -109,7 +108,7 @@ public:
             [x](const SortedKnot& knot) { return !(knot.position > x || (knot.position == x && knot.index > 0)); });
         const Int place = behind - knots_.sorted.begin();
         left = place < 2 ? 0 : place - 1;
-        right = Min(knots_.indices[Number(left)] + 1, knots_.sorted.Count() - 1);
+        right = Min(left + 1, knots_.sorted.Count() - 1);
         const Float start = knots_.sorted[left].position;
         const Float span = knots_.sorted[right].position - start;
         t = (x - start) / span;
@@ -118,14 +117,19 @@ public:
 
     Int Number(Int place) const { return knots_.sorted[place].index; }
 
-    Result Fetch(Int place, ColorA& color) const
+    // The colours of the places from `first` to before `end`. Fetched one by one into locals they take up to twice the
+    // time: processors guess what a stack slot holds across the call, and guess wrong.
+    Result Fetch(Int first, Int end, ColorA* colors) const
     {
-        const Int number = Number(place);
-        if (number >= colors_.Count())
-            return NullptrError();
-        ColorA fetched = kOpaqueBlack;
-        VELTO_TRY(colors_[number].Invoke(fetched, context_));
-        color = InSpace<&EncodeSrgb>(space_, fetched);
+        for (Int place = first; place < end; ++place, ++colors)
+        {
+            const Int number = Number(place);
+            if (number >= colors_.Count())
+                return NullptrError();
+            *colors = kOpaqueBlack;
+            VELTO_TRY(colors_[number].Invoke(*colors, context_));
+            BringToSpace<&EncodeSrgb>(space_, *colors);
+        }
         return {};
     }
 
@@ -172,19 +176,12 @@ static KnotMode ToMode(const InternedId& id)
 
 static Result CubicKnot(const GradientSegment& segment, Float u, Int last, ColorA& color)
 {
-    const bool isFirst = segment.left == 0;
-    const bool isLast = segment.right == last;
-    ColorA before;
-    ColorA c0;
-    ColorA c1;
-    ColorA after;
-    if (!isFirst)
-        VELTO_TRY(segment.Fetch(segment.left - 1, before));
-    VELTO_TRY(segment.Fetch(segment.left, c0));
-    VELTO_TRY(segment.Fetch(segment.right, c1));
-    if (!isLast)
-        VELTO_TRY(segment.Fetch(segment.right + 1, after));
-    color = CatmullRom(isFirst ? c0 : before, c0, c1, isLast ? c1 : after, u);
+    const Int first = Max<Int>(segment.left - 1, 0);
+    const Int end = Min(segment.right + 1, last) + 1;
+    ColorA colors[4]; // from the left knot's on, or from the one before it; a missing one is like its neighbour
+    VELTO_TRY(segment.Fetch(first, end, colors));
+    const ColorA* const c0 = colors + (segment.left - first);
+    color = CatmullRom(colors[0], c0[0], c0[1], colors[end - first - 1], u);
     return {};
 }
 
@@ -194,18 +191,25 @@ static Result Interpolate(const GradientSegment& segment, KnotMode mode, Float t
     if (mode == KnotMode::Cubic)
         return CubicKnot(segment, BiasMap(t, bias), last, color);
     if (mode == KnotMode::Blend && bias > t)
-        return segment.Fetch(segment.left, color);
+        return segment.Fetch(segment.left, segment.left + 1, &color);
 
-    ColorA c0;
-    ColorA c1;
-    VELTO_TRY(segment.Fetch(segment.left, c0));
-    VELTO_TRY(segment.Fetch(segment.right, c1));
-    if (mode == KnotMode::CubicBias)
-        color = CubicBias(c0, c1, t, bias);
-    else
+    ColorA ends[2];
+    VELTO_TRY(segment.Fetch(segment.left, segment.right + 1, ends));
+    const auto& [c0, c1] = ends;
+    switch (mode)
     {
-        const Float share = mode == KnotMode::Blend ? AfterBias(t, bias) : BiasMap(t, bias);
-        color = Mix(c0, c1, mode == KnotMode::Smooth ? SmoothStep01(share) : share);
+    case KnotMode::CubicBias:
+        color = CubicBias(c0, c1, t, bias);
+        break;
+    case KnotMode::Blend:
+        color = Mix(c0, c1, AfterBias(t, bias));
+        break;
+    case KnotMode::Smooth:
+        color = Mix(c0, c1, SmoothStep01(BiasMap(t, bias)));
+        break;
+    default:
+        color = Mix(c0, c1, BiasMap(t, bias));
+        break;
     }
     return {};
 }
@@ -234,7 +238,7 @@ static Result Gradient(In<"context", ShadingContext> context, In<"contextLocal",
         mode = ToMode(id);
     }
     if (mode == KnotMode::None)
-        VELTO_TRY(segment.Fetch(segment.left, mixed));
+        VELTO_TRY(segment.Fetch(segment.left, segment.left + 1, &mixed));
     else
     {
         Float knotBias = 0.0;
@@ -243,7 +247,8 @@ static Result Gradient(In<"context", ShadingContext> context, In<"contextLocal",
             return MakeError(error::kIllegalState, "Unknown gradient interpolation mode.");
         VELTO_TRY(Interpolate(segment, mode, t, knotBias, knots->sorted.Count() - 1, mixed));
     }
-    result = InSpace<&DecodeSrgb>(*colorSpace, mixed);
+    BringToSpace<&DecodeSrgb>(*colorSpace, mixed);
+    result = mixed;
     return {};
 }
 
