@@ -244,7 +244,7 @@ private:
     {
         for (const auto& [name, json] : inputs.GetMembers())
         {
-            const std::string portPlace = place + "." + name;
+            const std::string portPlace = fmt::format("{}.{}", place, name);
             const GroupPort* const port = AsHost(groups_[index]).FindPort(name);
             if (!port || !port->input)
             {
@@ -447,8 +447,8 @@ private:
             for (const auto& [name, json] : elements.Elements()[i].GetMembers())
             {
                 const std::string memberPlace = fmt::format("{}.{}", elementPlace, name);
-                const auto member = std::find_if(
-                    members.begin(), members.end(), [&](const NodePort& port) { return port.name == name; });
+                const auto member = std::find_if(members.begin(), members.end(),
+                    [&wanted = name](const NodePort& port) { return port.name == wanted; });
                 Data ignored;
                 if (member == members.end())
                     diagnostics_.Fault(memberPlace, "the bundle has no such member");

@@ -360,7 +360,7 @@ struct Neighbourhood
             ++n;
         };
         const auto fill = [&] {
-            while (n % 8 != 0)
+            for (int left = (8 - n % 8) % 8; left > 0; --left)
                 add(1 << 28, 0, 0);
         };
         const int depth = kDims == 3 ? 1 : 0;

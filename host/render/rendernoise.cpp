@@ -157,7 +157,7 @@ public:
         Gradients(noise_.octaves, count_, at, g);
         Float32 value = start;
         for (int i = 0; i < count_; ++i)
-            value = next(value, g[i], weight_[i], keep_[i]);
+            value = next(value, g[i], weight_[i], keep_[i]); // NOLINT(clang-analyzer-core.CallAndMessage)
         return value;
     }
 

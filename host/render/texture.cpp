@@ -42,7 +42,7 @@ struct PictureKey
     bool asFloat = false;
     UInt memory = 0;
 
-    auto operator<=>(const PictureKey&) const = default;
+    auto operator<=>(const PictureKey&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 // What came of reading a file: a picture, or why there is none.

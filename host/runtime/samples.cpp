@@ -70,7 +70,8 @@ public:
         else if (hasMembers && json.IsObject())
         {
             for (const auto& [name, member] : json.GetMembers())
-                Read(origin + "." + name, member, place + "." + Printable(name), diagnostics, changes);
+                Read(fmt::format("{}.{}", origin, name), member, fmt::format("{}.{}", place, Printable(name)),
+                    diagnostics, changes);
         }
         else
         {

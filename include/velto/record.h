@@ -207,7 +207,7 @@ public:
     explicit Framework(ModuleExport& moduleExport)
     {
         static constexpr Id name = Id::OverStatic(Name.View());
-        static_assert(((Interfaces::kFramework == name) && ...));
+        static_assert(((Interfaces::kFramework.View() == Name.View()) && ...));
         module_.ConstructModule(name, 0, nullptr, 0, moduleExport);
         unit_.Construct(RecordKind::TranslationUnit, name, &module_, 0);
         unit_.module = &module_;

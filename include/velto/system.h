@@ -135,6 +135,7 @@ inline void Id::AddReference() const
 inline void Id::Release()
 {
     auto* const head = reinterpret_cast<detail::OwnedText*>(const_cast<char*>(text_)) - 1;
+    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): an owned text is never null
     if (head->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
         Bound<SystemInterface>().Free(head);
 }
