@@ -7,8 +7,9 @@ namespace velto
 {
 
 // One parameter that stands for five ports, behind a node's own inputs.
-struct Mask
+class Mask
 {
+public:
     static constexpr std::array<PortSpec, 5> kPorts = [] {
         const auto port = [](std::string_view name, Result (*type)(const DataType*&)) {
             return PortSpec{.name = name, .input = true, .rank = PortRank::Shared, .type = type};
@@ -18,37 +19,39 @@ struct Mask
             port("maskalpha", &GetDataType<Bool>)};
     }();
     static constexpr UInt32 kWords = 0;
-    static Mask Read(const PortReader& reader, Int index, UInt32)
-    {
-        const auto flag = [&](Int i) { return *static_cast<const Bool*>(reader.Value(index + i)); };
-        return {*static_cast<const Float*>(reader.Value(index)), flag(1), flag(2), flag(3), flag(4)};
-    }
+    static Mask Read(const PortReader& reader, Int index, UInt32) { return Mask(reader, index); }
 
-    Float blend; // share of the adjusted colour; not clamped
-    Bool red;
-    Bool green;
-    Bool blue;
-    Bool alpha;
+    // Ports are read when they are applied, behind the node's own arithmetic, and so not carried through it.
+    Mask(const PortReader& reader, Int index) : reader_(reader), index_(index) {}
 
     // The input `x` with the adjusted colour `y` laid over it.
     ColorA Apply(const ColorA& x, const ColorA& y) const
     {
         const ColorA rgb = ApplyToColor(x, y);
-        return {rgb.r, rgb.g, rgb.b, Channel(x.a, y.a, alpha)};
+        return {rgb.r, rgb.g, rgb.b, Channel(3, x.a, y.a)};
     }
 
     // The same for a node that leaves alpha alone.
     ColorA ApplyToColor(const ColorA& x, const ColorA& y) const
     {
-        return {Channel(x.r, y.r, red), Channel(x.g, y.g, green), Channel(x.b, y.b, blue), x.a};
+        return {Channel(0, x.r, y.r), Channel(1, x.g, y.g), Channel(2, x.b, y.b), x.a};
     }
 
+    // The share of the adjusted colour; not clamped.
+    Float Share() const { return *static_cast<const Float*>(reader_.Value(index_)); }
+    Bool TakesAlpha() const { return Takes(3); }
+
 private:
-    Float Channel(Float x, Float y, Bool takesPart) const
+    Bool Takes(Int channel) const { return *static_cast<const Bool*>(reader_.Value(index_ + 1 + channel)); }
+
+    Float Channel(Int channel, Float x, Float y) const
     {
-        const Float s = takesPart ? y : x;
-        return (s - x) * blend + x;
+        const Float s = Takes(channel) ? y : x;
+        return (s - x) * Share() + x;
     }
+
+    PortReader reader_;
+    Int index_;
 };
 
 namespace detail

@@ -83,7 +83,7 @@ private:
 namespace detail
 {
 template <class T>
-inline constexpr bool kHeldByValue = std::is_trivially_copyable_v<T> && sizeof(T) <= 32;
+inline constexpr bool kHeldByValue = std::is_trivially_copyable_v<T> && sizeof(T) <= 16;
 
 template <class T>
 constexpr Result (*kTypeGetter)(const DataType*&) = &GetDataType<T>;

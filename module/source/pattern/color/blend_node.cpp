@@ -44,8 +44,8 @@ static Result Blend(In<"background", ColorA> x, In<"foreground", ColorA> f, In<"
     ColorA y = kOpaqueBlack;
     VELTO_TRY(BlendPixel(*handler, y, *x, *f));
     ColorA masked = mask.Apply(*x, y);
-    if (mask.alpha)
-        masked.a = AlphaOf(*alphaHandling, x->a, f->a, masked.a, mask.blend);
+    if (mask.TakesAlpha())
+        masked.a = AlphaOf(*alphaHandling, x->a, f->a, masked.a, mask.Share());
     *result = masked;
     return {};
 }
