@@ -121,12 +121,13 @@ void CheckJpeg(const std::filesystem::path& file, const FileHead& head, std::ist
         const bool isFrame = marker >= 0xc0 && marker <= 0xcf && marker != 0xc4 && marker != 0xc8 && marker != 0xcc;
         if (isFrame)
         {
-            const std::int64_t width = segment[5] << 8 | segment[6];
-            const std::int64_t height = segment[3] << 8 | segment[4];
+            const UInt32 sides = BigEndianAt(segment + 3);
+            const std::int64_t width = sides & 0xffff;
+            const std::int64_t height = sides >> 16;
             CheckSize(file, width, height);
             return CheckBytes(file, static_cast<std::uintmax_t>(width * height) * segment[7], head);
         }
-        stream.seekg((segment[0] << 8 | segment[1]) - std::int64_t(sizeof(segment)), std::ios::cur);
+        stream.seekg(std::int64_t(BigEndianAt(segment) >> 16) - std::int64_t(sizeof(segment)), std::ios::cur);
     }
 }
 

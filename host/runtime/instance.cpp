@@ -47,31 +47,37 @@ Result AssignValue(const DataType& type, void* to, const void* from)
     return operations.copy(to, copy.Value());
 }
 
-// The commonest values are copied without asking how long they are.
-inline Result CopyValue(const DataType& type, void* to, const void* from)
+// The commonest values are copied without asking how long they are: calls `common` with the size, known to the
+// compiler, or else `other`.
+template <class Common, class Other>
+inline auto WithSize(const DataType& type, Common common, Other other)
 {
-    const DataTypeOperations& operations = type.operations;
-    if (!operations.copy)
+    if (!type.operations.copy)
     {
-        switch (operations.size)
+        switch (type.operations.size)
         {
         case sizeof(ColorA):
-            std::memcpy(to, from, sizeof(ColorA));
-            return {};
+            return common.template operator()<sizeof(ColorA)>();
         case sizeof(Color):
-            std::memcpy(to, from, sizeof(Color));
-            return {};
+            return common.template operator()<sizeof(Color)>();
         case sizeof(InternedId):
-            std::memcpy(to, from, sizeof(InternedId));
-            return {};
+            return common.template operator()<sizeof(InternedId)>();
         case sizeof(Float):
-            std::memcpy(to, from, sizeof(Float));
-            return {};
+            return common.template operator()<sizeof(Float)>();
         default:
             break;
         }
     }
-    return AssignValue(type, to, from);
+    return other();
+}
+
+inline Result CopyValue(const DataType& type, void* to, const void* from)
+{
+    const auto copy = [&]<std::size_t Size>() -> Result {
+        std::memcpy(to, from, Size);
+        return {};
+    };
+    return WithSize(type, copy, [&] { return AssignValue(type, to, from); });
 }
 
 void Reset(const ResetPlan& reset, std::byte* value)
@@ -91,7 +97,7 @@ using InvokePointer = decltype(FunctionInterface::invoke);
 Result InvokeConstant(const FunctionInterface* self, void* value, const ShadingContext*, Data*)
 {
     const auto& function = *static_cast<const BodyFunction*>(self);
-    return CopyValue(*function.type, value, function.constant);
+    return AssignValue(*function.type, value, function.constant);
 }
 
 template <std::size_t Size>
@@ -101,24 +107,11 @@ Result InvokeConstantOf(const FunctionInterface* self, void* value, const Shadin
     return {};
 }
 
-// A function of a constant: the common sizes have one of their own, as a node may call several a sample.
+// A node may call several functions of constants a sample.
 InvokePointer ConstantInvoker(const DataType& type)
 {
-    if (type.operations.copy)
-        return &InvokeConstant;
-    switch (type.operations.size)
-    {
-    case sizeof(ColorA):
-        return &InvokeConstantOf<sizeof(ColorA)>;
-    case sizeof(Color):
-        return &InvokeConstantOf<sizeof(Color)>;
-    case sizeof(InternedId):
-        return &InvokeConstantOf<sizeof(InternedId)>;
-    case sizeof(Float):
-        return &InvokeConstantOf<sizeof(Float)>;
-    default:
-        return &InvokeConstant;
-    }
+    const auto common = []<std::size_t Size>() -> InvokePointer { return &InvokeConstantOf<Size>; };
+    return WithSize(type, common, []() -> InvokePointer { return &InvokeConstant; });
 }
 
 // Lays out the frames of a body's calls and links their slots.
@@ -204,12 +197,13 @@ Storage::~Storage()
 
 Result Storage::Construct()
 {
-    std::size_t space = Max<UInt>(plan_.size, 1) + plan_.alignment;
+    const std::size_t size = Max<UInt>(plan_.size, 1);
+    std::size_t space = size + plan_.alignment;
     allocated_ = Allocate(space);
     if (!allocated_)
         return OutOfMemory();
     void* place = allocated_;
-    memory_ = static_cast<std::byte*>(std::align(plan_.alignment, Max<UInt>(plan_.size, 1), place, space));
+    memory_ = static_cast<std::byte*>(std::align(plan_.alignment, size, place, space));
     for (const ValuePlan& value : plan_.values)
     {
         const DataTypeOperations& operations = value.type->operations;
@@ -354,13 +348,16 @@ void Instance::Prime(UInt32 index, const ShadingContext& asked)
 {
     needsPriming_[index] = false;
     ShadingContext context;
-    context.uvwValid = true;
-    context.time = asked.time;
-    context.frameRate = asked.frameRate;
-    context.searchPaths = asked.searchPaths;
-    context.renderMessages = asked.renderMessages;
     if (start_)
         context = *start_;
+    else
+    {
+        context.uvwValid = true;
+        context.time = asked.time;
+        context.frameRate = asked.frameRate;
+        context.searchPaths = asked.searchPaths;
+        context.renderMessages = asked.renderMessages;
+    }
     if (index > 0)
         return PrimeBody(bodies_[index], &context);
     std::swap(context, context_); // the one that it is linked to

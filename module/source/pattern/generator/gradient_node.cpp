@@ -108,7 +108,7 @@ public:
             [x](const SortedKnot& knot) { return !(knot.position > x || (knot.position == x && knot.index > 0)); });
         const Int place = behind - knots_.sorted.begin();
         left = place < 2 ? 0 : place - 1;
-        right = Min(left + 1, knots_.sorted.Count() - 1);
+        right = Min(knots_.indices[Number(left)] + 1, knots_.sorted.Count() - 1);
         const Float start = knots_.sorted[left].position;
         const Float span = knots_.sorted[right].position - start;
         t = (x - start) / span;
