@@ -1,8 +1,8 @@
 // What a call of each colour and conversion node costs, beside the same formula in one loop.
+#include "host/corenode/factory.h"
+#include "host/corenode/group.h"
 #include "host/registry/dictionary.h"
-#include "host/registry/factory.h"
 #include "host/registry/registry.h"
-#include "host/runtime/group.h"
 #include "host/text/interned.h"
 #include "module/source/pattern/color/hsv.h"
 #include "support/graph.h"

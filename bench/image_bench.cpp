@@ -1,7 +1,7 @@
 // Looks into a picture of 2048 x 2048 pixels of 8 bits, beside the same looks through OpenImageIO's own texture system.
 #include "host/loader/services.h"
-#include "host/render/texture.h"
 #include "host/text/url.h"
+#include "host/texture/texture.h"
 
 #include <OpenImageIO/imageio.h>
 #include <OpenImageIO/texture.h>

@@ -2,8 +2,8 @@
 // a loop by hand.
 #include "support/graph.h"
 
-#include "host/render/noise.h"
-#include "host/render/rendernoise.h"
+#include "host/noise/noise.h"
+#include "host/noise/rendernoise.h"
 #include "module/source/pattern/generator/random.h"
 
 #include <fmt/format.h>

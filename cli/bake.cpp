@@ -129,10 +129,10 @@ bool Choose(std::string_view what, const std::string& text, const std::map<std::
 
 bool ReadOptions(const BakeArguments& arguments, const Streams& streams, host::BakeOptions& options)
 {
-    using host::BakeColorSpace;
     using host::BakeShape;
+    using host::PictureColorSpace;
     using host::PixelDepth;
-    if (!ParseSize(arguments.size, options.width, options.height))
+    if (!ParseSize(arguments.size, options.view.width, options.view.height))
     {
         PrintError(streams,
             fmt::format("--size {}: expected N or WxH, each from 1 to {}", arguments.size, host::kMaxPictureSide));
@@ -143,11 +143,12 @@ bool ReadOptions(const BakeArguments& arguments, const Streams& streams, host::B
         PrintError(streams, fmt::format("--crop {}: expected X,Y,WxH in pixels", arguments.crop));
         return false;
     }
-    if (options.window.width > 0 && (static_cast<long>(options.window.x) + options.window.width > options.width ||
-                                        static_cast<long>(options.window.y) + options.window.height > options.height))
+    if (options.window.width > 0 &&
+        (static_cast<long>(options.window.x) + options.window.width > options.view.width ||
+            static_cast<long>(options.window.y) + options.window.height > options.view.height))
     {
-        PrintError(
-            streams, fmt::format("--crop {} is not inside {}x{}", arguments.crop, options.width, options.height));
+        PrintError(streams,
+            fmt::format("--crop {} is not inside {}x{}", arguments.crop, options.view.width, options.view.height));
         return false;
     }
     options.framesPerSecond = arguments.framesPerSecond;
@@ -156,12 +157,13 @@ bool ReadOptions(const BakeArguments& arguments, const Streams& streams, host::B
     return Choose("--depth", arguments.depth,
                {{"", PixelDepth::Default}, {"uint8", PixelDepth::UInt8}, {"uint16", PixelDepth::UInt16},
                    {"half", PixelDepth::Half}, {"float", PixelDepth::Float}},
-               streams, options.depth) &&
+               streams, options.encoding.depth) &&
            Choose("--colorspace", arguments.colorSpace,
-               {{"", BakeColorSpace::Default}, {"srgb", BakeColorSpace::Srgb}, {"linear", BakeColorSpace::Linear}},
-               streams, options.colorSpace) &&
+               {{"", PictureColorSpace::Default}, {"srgb", PictureColorSpace::Srgb},
+                   {"linear", PictureColorSpace::Linear}},
+               streams, options.encoding.colorSpace) &&
            Choose("--shape", arguments.shape, {{"plane", BakeShape::Plane}, {"sphere", BakeShape::Sphere}}, streams,
-               options.shape);
+               options.view.shape);
 }
 
 bool ChooseOutputs(

@@ -3,7 +3,7 @@
 
 #include "session.h"
 
-#include "host/render/bake.h"
+#include "host/bake/bake.h"
 
 #include <optional>
 

@@ -1,9 +1,9 @@
 #include "describe.h"
 
+#include "host/corenode/factory.h"
+#include "host/corenode/group.h"
 #include "host/graph/values.h"
-#include "host/registry/factory.h"
 #include "host/registry/registry.h"
-#include "host/runtime/group.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #include "eval.h"
 
-#include "host/runtime/samples.h"
+#include "host/bake/samples.h"
 
 #include <ostream>
 

@@ -1,7 +1,7 @@
 #include "session.h"
 
-#include "host/render/texture.h"
 #include "host/text/url.h"
+#include "host/texture/texture.h"
 
 #include <fmt/format.h>
 

@@ -13,39 +13,8 @@
 //     instance->Evaluate();
 #pragma once
 
-#include "host/graph/document.h"
+#include "host/bake/bake.h"
+#include "host/bake/samples.h"
 #include "host/loader/module.h"
-#include "host/render/message.h"
-#include "host/runtime/instance.h"
+#include "host/runtime/graph.h"
 #include "host/text/url.h"
-
-#include <set>
-
-namespace velto::host
-{
-
-struct GraphOptions
-{
-    RenderMode renderMode;
-    std::vector<std::string> searchPaths; // directories, in order
-    std::vector<Setting> settings;
-    // Inputs that will be changed between samples, `NODE.PORT`.
-    std::set<std::string> variable;
-    std::set<std::string> outputs; // those that are wanted; empty: all
-};
-
-// A document with the program made of it and what it computes once. Not yet run: see `Setup::Run`.
-struct Graph
-{
-    GraphDocument document;
-    std::shared_ptr<const SearchPathsType> searchPaths;
-    std::shared_ptr<RenderMessages> messages = std::make_shared<RenderMessages>();
-    std::shared_ptr<const Program> program;
-    std::unique_ptr<Setup> setup;
-};
-
-// Reads a document and compiles it. False and diagnostics when it is wrong; warnings may come with success.
-bool LoadGraph(std::string_view json, const std::shared_ptr<Module>& module, const GraphOptions& options,
-    Diagnostics& diagnostics, Graph& graph);
-
-} // namespace velto::host

@@ -73,6 +73,49 @@ def check_includes():
                     fault(name(path), f"a public header includes <{included}>")
 
 
+# What lies in a folder of `host/` includes its own folder and those before it.
+HOST_ORDER = ("system", "text", "math", "registry", "corenode", "picture", "noise", "texture", "blend", "graph",
+              "runtime", "fuse", "bake", "loader")
+
+
+def check_host_order():
+    graph = {}
+    for path in files("host", suffixes=(".h", ".cpp")):
+        found = [path.parent / included if (path.parent / included).exists() else ROOT / included
+                 for included in includes(path)]
+        graph[path] = [target for target in found if target.exists() and target.is_relative_to(ROOT / "host")]
+        folder = path.parent.name
+        if folder == "host":
+            continue
+        if folder not in HOST_ORDER:
+            fault(name(path), f"host/{folder} has no place in HOST_ORDER of tools/lint.py")
+            continue
+        for target in graph[path]:
+            other = target.parent.name
+            if other not in HOST_ORDER or HOST_ORDER.index(other) > HOST_ORDER.index(folder):
+                fault(name(path), f"host/{folder} comes before {name(target)} and must not include it")
+    # A header and its source are one: `a.cpp` may use `b.h` only where nothing of b uses a.
+    units = {}
+    for path, targets in graph.items():
+        unit = units.setdefault(path.with_suffix(""), set())
+        unit.update(target.with_suffix("") for target in targets if target.stem != path.stem)
+    seen = {}
+
+    def visit(unit, road):
+        if seen.get(unit) == "done":
+            return
+        if unit in road:
+            cycle = road[road.index(unit):] + [unit]
+            fault(name(unit), "a cycle of includes: " + ", ".join(part.stem for part in cycle))
+            return
+        for target in sorted(units.get(unit, ())):
+            visit(target, road + [unit])
+        seen[unit] = "done"
+
+    for unit in sorted(units):
+        visit(unit, [])
+
+
 def check_port(place, port, is_input):
     for member in port.get("bundle", []):
         check_port(f"{place}.{port['name']}", member, is_input)
@@ -154,6 +197,7 @@ def main():
     arguments = parser.parse_args()
     check_text()
     check_includes()
+    check_host_order()
     check_descriptions(arguments.command)
     if arguments.headers:
         check_headers()

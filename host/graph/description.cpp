@@ -4,11 +4,11 @@
 
 #include "values.h"
 
+#include "host/corenode/convert.h"
+#include "host/corenode/factory.h"
+#include "host/corenode/group.h"
 #include "host/registry/datatypes.h"
-#include "host/registry/factory.h"
 #include "host/registry/registry.h"
-#include "host/runtime/convert.h"
-#include "host/runtime/group.h"
 #include "host/system/guard.h"
 #include "host/system/output.h"
 #include "host/text/url.h"

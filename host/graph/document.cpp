@@ -3,10 +3,10 @@
 #include "material.h"
 #include "values.h"
 
+#include "host/corenode/convert.h"
 #include "host/registry/datatypes.h"
 #include "host/registry/dictionary.h"
 #include "host/registry/reflection.h"
-#include "host/runtime/convert.h"
 #include "velto/porttypes.h"
 
 #include <fmt/format.h>

@@ -1,10 +1,10 @@
 // The graph document: from JSON to a graph of core nodes, with every fault at its place.
 #pragma once
 
+#include "catalog.h"
 #include "nodesystem.h"
-#include "nodetype.h"
 
-#include "host/runtime/coregraph.h"
+#include "host/corenode/coregraph.h"
 
 namespace velto::host
 {

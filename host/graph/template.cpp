@@ -2,10 +2,10 @@
 
 #include "values.h"
 
+#include "host/corenode/forward.h"
 #include "host/registry/datatypes.h"
 #include "host/registry/reflection.h"
 #include "host/registry/registry.h"
-#include "host/runtime/forward.h"
 
 #include <fmt/format.h>
 

@@ -2,10 +2,10 @@
 
 #include "host/registry/datatypes.h"
 #include "host/registry/dictionary.h"
-#include "host/render/texture.h"
 #include "host/text/interned.h"
 #include "host/text/string.h"
 #include "host/text/url.h"
+#include "host/texture/texture.h"
 #include "velto/bakedimagedata.h"
 #include "velto/porttypes.h"
 

@@ -1,11 +1,11 @@
 // From a graph to a program: groups from the registry, replacements, what is fixed and what varies, bodies, links.
-#include "convert.h"
-#include "forward.h"
+#include "host/corenode/convert.h"
+#include "host/corenode/forward.h"
 #include "program.h"
 
+#include "host/corenode/factory.h"
 #include "host/registry/datatypes.h"
 #include "host/registry/dictionary.h"
-#include "host/registry/factory.h"
 #include "host/registry/registry.h"
 #include "host/system/guard.h"
 #include "velto/porttypes.h"

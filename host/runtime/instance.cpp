@@ -1,6 +1,6 @@
 #include "instance.h"
 
-#include "convert.h"
+#include "host/corenode/convert.h"
 
 #include "host/registry/datatypes.h"
 #include "host/system/guard.h"

@@ -5,8 +5,8 @@
 // linked to the address of the value it reads or writes; nothing is copied between nodes.
 #pragma once
 
-#include "coregraph.h"
-#include "group.h"
+#include "host/corenode/coregraph.h"
+#include "host/corenode/group.h"
 
 #include <memory>
 #include <set>

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <iterator>
 
+#include <paths.h>
+
 namespace velto::test
 {
 

@@ -14,6 +14,8 @@
 #include <iterator>
 #include <thread>
 
+#include <paths.h>
+
 namespace velto::test
 {
 

@@ -11,6 +11,8 @@
 #include <fstream>
 #include <iterator>
 
+#include <paths.h>
+
 namespace velto::test
 {
 

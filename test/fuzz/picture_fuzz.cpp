@@ -1,6 +1,6 @@
 // Reads what no program ever wrote as picture files, as the image node does. Into an empty directory it first writes
 // small files of all formats, to start from.
-#include "host/render/texturefile.h"
+#include "host/picture/reader.h"
 #include "test/support/picture_files.h"
 
 #include <fmt/format.h>

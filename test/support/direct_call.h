@@ -1,10 +1,10 @@
 // Calls a core node's compute function without a graph around it: batches, odd bytes, failing allocations.
 #pragma once
 
+#include "host/corenode/factory.h"
+#include "host/corenode/group.h"
 #include "host/registry/dictionary.h"
-#include "host/registry/factory.h"
 #include "host/registry/registry.h"
-#include "host/runtime/group.h"
 #include "test/support/eval.h"
 #include "velto/porttypes.h"
 

@@ -1,8 +1,11 @@
 #include "eval.h"
 
+#include "host/loader/module.h"
 #include "host/text/url.h"
 
 #include <cmath>
+
+#include <paths.h>
 
 namespace velto::test
 {

@@ -1,7 +1,7 @@
 // Evaluates graph documents through the loaded module, as `velto eval` does.
 #pragma once
 
-#include "host/runtime/samples.h"
+#include "host/bake/samples.h"
 
 #include <gtest/gtest.h>
 

@@ -7,6 +7,8 @@
 
 #include <fmt/format.h>
 
+#include <paths.h>
+
 namespace velto::test
 {
 

@@ -16,6 +16,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include <paths.h>
+
 namespace velto::host
 {
 

@@ -12,6 +12,8 @@
 #include <map>
 #include <sstream>
 
+#include <paths.h>
+
 namespace velto::host
 {
 

@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <functional>
 
+#include <paths.h>
+
 namespace velto::test
 {
 

@@ -1,5 +1,5 @@
 // Voronoi noise and flakes, which read the same cells.
-#include "host/render/noise.h"
+#include "host/noise/noise.h"
 #include "host/system/allocator.h"
 #include "module/source/pattern/generator/random.h"
 #include "test/support/direct_call.h"

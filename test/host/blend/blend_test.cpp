@@ -1,4 +1,4 @@
-#include "host/render/blend.h"
+#include "host/blend/blend.h"
 
 #include "host/loader/services.h"
 #include "host/registry/registry.h"

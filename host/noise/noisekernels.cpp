@@ -6,7 +6,7 @@
 
 #define HWY_DISABLED_TARGETS (HWY_AVX3 | HWY_AVX3_DL)
 #undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "host/render/noisekernels.cpp"
+#define HWY_TARGET_INCLUDE "host/noise/noisekernels.cpp"
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 

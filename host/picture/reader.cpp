@@ -1,6 +1,6 @@
-#include "texturefile.h"
+#include "reader.h"
 
-#include "texturehead.h"
+#include "filehead.h"
 
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>

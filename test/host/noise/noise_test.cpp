@@ -1,7 +1,7 @@
-#include "host/render/noise.h"
+#include "host/noise/noise.h"
 
 #include "host/loader/services.h"
-#include "host/render/noisekernels.h"
+#include "host/noise/noisekernels.h"
 #include "host/system/allocator.h"
 
 #include <gtest/gtest.h>

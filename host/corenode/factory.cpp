@@ -1,7 +1,7 @@
 #include "factory.h"
 
+#include "host/corenode/group.h"
 #include "host/registry/dictionary.h"
-#include "host/runtime/group.h"
 #include "host/system/guard.h"
 
 #include <list>

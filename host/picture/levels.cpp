@@ -1,4 +1,4 @@
-#include "texturelevels.h"
+#include "levels.h"
 
 #include <sys/mman.h>
 

@@ -2,8 +2,8 @@
 // first picture is: what it links takes longer to load than most commands take to answer.
 #pragma once
 
-#include "picture.h"
-#include "texturefile.h"
+#include "reader.h"
+#include "writer.h"
 
 #include "velto/system.h"
 
@@ -15,7 +15,7 @@ struct PictureLibrary
 {
     Clip (*readClip)(const std::filesystem::path& file);
     std::unique_ptr<Picture> (*readPicture)(const TextureFileRequest& request, std::string& note);
-    Result (*openWriter)(const std::string& file, int width, int height, int channels, const BakeOptions& options,
+    Result (*openWriter)(const std::string& file, int width, int height, int channels, const PictureEncoding& encoding,
         std::unique_ptr<PictureWriter>& writer);
 };
 

@@ -1,4 +1,4 @@
-#include "texturehead.h"
+#include "filehead.h"
 
 #include "velto/types.h"
 

@@ -1,4 +1,4 @@
-#include "picture.h"
+#include "writer.h"
 
 #include "host/system/guard.h"
 
@@ -59,7 +59,7 @@ public:
             std::filesystem::remove(temporary_, ignored);
     }
 
-    Result Open(const std::string& file, int width, int height, int channels, const BakeOptions& options)
+    Result Open(const std::string& file, int width, int height, int channels, const PictureEncoding& encoding)
     {
         file_ = file;
         const std::filesystem::path path(file);
@@ -72,12 +72,12 @@ public:
         if (channels == 4 && !output_->supports("alpha"))
             writtenChannels_ = 3;
 
-        OIIO::ImageSpec spec(width, height, writtenChannels_, FormatOf(options.depth, format));
+        OIIO::ImageSpec spec(width, height, writtenChannels_, FormatOf(encoding.depth, format));
         // Values are written as they are.
         spec.attribute("oiio:UnassociatedAlpha", 1);
         const bool isReal = spec.format == OIIO::TypeDesc::HALF || spec.format == OIIO::TypeDesc::FLOAT;
-        isSrgb_ =
-            options.colorSpace == BakeColorSpace::Srgb || (options.colorSpace == BakeColorSpace::Default && !isReal);
+        isSrgb_ = encoding.colorSpace == PictureColorSpace::Srgb ||
+                  (encoding.colorSpace == PictureColorSpace::Default && !isReal);
         spec.attribute("oiio:ColorSpace", isSrgb_ ? "sRGB" : "Linear");
         if (format == "openexr" || format == "tiff")
             spec.attribute("DateTime", ""); // not now's: equal pictures are equal files
@@ -85,11 +85,6 @@ public:
             spec.attribute("png:compressionLevel", 6);
         if (format == "jpeg")
             spec.attribute("Compression", "jpeg:95");
-        if (options.window.width > 0 && format == "openexr")
-        {
-            spec.full_width = width;
-            spec.full_height = height;
-        }
 
         // In the same directory, so that the rename is one step; with the suffix that the format goes by.
         temporary_ = path.parent_path() /
@@ -99,7 +94,7 @@ public:
         if (!std::ofstream(temporary_))
             return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file, std::strerror(errno)));
         spec_ = spec;
-        depth_ = options.depth;
+        depth_ = encoding.depth;
         width_ = width;
         return {};
     }
@@ -174,12 +169,12 @@ private:
 
 } // namespace
 
-Result PictureWriter::Open(const std::string& file, int width, int height, int channels, const BakeOptions& options,
-    std::unique_ptr<PictureWriter>& writer)
+Result PictureWriter::Open(const std::string& file, int width, int height, int channels,
+    const PictureEncoding& encoding, std::unique_ptr<PictureWriter>& writer)
 {
     return Guarded([&]() -> Result {
         auto made = std::make_unique<Writer>();
-        VELTO_TRY(made->Open(file, width, height, channels, options));
+        VELTO_TRY(made->Open(file, width, height, channels, encoding));
         writer = std::move(made);
         return {};
     });

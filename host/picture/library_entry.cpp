@@ -1,5 +1,5 @@
 // The library's side.
-#include "picturelibrary.h"
+#include "library.h"
 
 extern "C" __attribute__((visibility("default"))) const velto::host::PictureLibrary* velto_picture_library(
     const velto::SystemInterface& system, const velto::ErrorInterface& errors)

@@ -1,4 +1,4 @@
-#include "host/render/bake.h"
+#include "host/bake/bake.h"
 
 #include "host/registry/datatypes.h"
 #include "host/system/output.h"
@@ -17,6 +17,8 @@
 #include <map>
 #include <thread>
 #include <tuple>
+
+#include <paths.h>
 
 namespace velto::test
 {
@@ -121,8 +123,8 @@ protected:
     static BakeOptions Size(int width, int height)
     {
         BakeOptions options;
-        options.width = width;
-        options.height = height;
+        options.view.width = width;
+        options.view.height = height;
         return options;
     }
 
@@ -165,7 +167,7 @@ TEST_F(BakeThreads, GiveTheSameBytesAsOne)
 std::vector<float> SampleOnThreads(host::Graph& graph, const BakeOptions& options)
 {
     constexpr int kThreads = 4;
-    std::vector<float> values(static_cast<std::size_t>(options.width * options.height * 4));
+    std::vector<float> values(static_cast<std::size_t>(options.view.width * options.view.height * 4));
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
     {
@@ -178,11 +180,11 @@ std::vector<float> SampleOnThreads(host::Graph& graph, const BakeOptions& option
             context.searchPaths = graph.searchPaths.get();
             context.renderMessages = graph.messages.get();
             instance->SetIndependentSamples();
-            host::FillContext(options, 0.5, 0.5, context);
+            host::FillContext(options.view, 0.5, 0.5, context);
             instance->StartStateFrom(context);
-            for (int i = t; i < options.width * options.height; i += kThreads)
+            for (int i = t; i < options.view.width * options.view.height; i += kThreads)
             {
-                host::FillContext(options, i % options.width + 0.5, i / options.width + 0.5, context);
+                host::FillContext(options.view, i % options.view.width + 0.5, i / options.view.width + 0.5, context);
                 if (instance->Evaluate().IsError())
                     return;
                 for (int k = 0; k < 4; ++k)
@@ -204,7 +206,7 @@ TEST_F(BakeThreads, GiveTheSameForEveryExampleBehindABlur)
     host::GraphOptions graphOptions;
     graphOptions.searchPaths = {examples.string()};
     BakeOptions options = Size(32, 32);
-    options.depth = host::PixelDepth::Float;
+    options.encoding.depth = host::PixelDepth::Float;
     int reports = 0;
     options.progress = [&](const host::BakeProgress& progress) {
         reports += progress.raster && progress.raster->node == "blurred" && progress.raster->width == 32 ? 1 : 0;
@@ -287,14 +289,14 @@ TEST_F(BakeTest, SamplesAreInTheMiddleOfPixels)
     const std::string document = R"({"version": 1, "nodes": {
         "split": {"type": "net.velto.test.coordinate"}}, "outputs": {"u": "split.result"}})";
     BakeOptions options = Size(4, 2);
-    options.depth = host::PixelDepth::Float;
+    options.encoding.depth = host::PixelDepth::Float;
     ASSERT_TRUE(Bake(document, File("u.exr"), options).IsOk());
     const PixelImage image = Read(File("u.exr"));
     ASSERT_EQ(1, image.channels);
     EXPECT_EQ((std::vector<float>{0.125f, 0.375f, 0.625f, 0.875f, 0.125f, 0.375f, 0.625f, 0.875f}), image.values);
 
     ShadingContext context;
-    ASSERT_TRUE(host::FillContext(options, 2.5, 0.5, context));
+    ASSERT_TRUE(host::FillContext(options.view, 2.5, 0.5, context));
     EXPECT_EQ((Vector{0.625, 0.25, 0.0}), context.uvw);
     EXPECT_EQ((Vector{0.875, 0.25, 0.0}), context.uvwPlusDeltaU);
     EXPECT_EQ((Vector{0.625, 0.75, 0.0}), context.uvwPlusDeltaV);
@@ -311,7 +313,7 @@ TEST_F(BakeTest, SupersamplesAreTheMeanOfAPixel)
     // A node that counts its samples: 3 x 3 in each of two pixels.
     BakeOptions options = Size(2, 1);
     options.supersample = 3;
-    options.depth = host::PixelDepth::Float;
+    options.encoding.depth = host::PixelDepth::Float;
     host::Graph graph;
     ASSERT_TRUE(Load(kRamp, graph));
     host::BakeStatistics statistics;
@@ -326,7 +328,7 @@ struct FormatRow
 {
     std::string suffix;
     host::PixelDepth depth;
-    host::BakeColorSpace space;
+    host::PictureColorSpace space;
     OIIO::TypeDesc::BASETYPE type;
     int channels;
     float middle; // of the red channel where u is 0.5
@@ -341,8 +343,8 @@ TEST_P(BakeFormat, HoldsTheValuesAsStated)
 {
     const FormatRow& row = GetParam();
     BakeOptions options = Size(9, 3);
-    options.depth = row.depth;
-    options.colorSpace = row.space;
+    options.encoding.depth = row.depth;
+    options.encoding.colorSpace = row.space;
     const std::string file = File("picture." + row.suffix);
     const Result baked = Bake(kRamp, file, options);
     ASSERT_TRUE(baked.IsOk()) << baked.Message();
@@ -362,18 +364,20 @@ constexpr float kSrgbMiddle = 0.7353569f; // of 0.5
 
 INSTANTIATE_TEST_SUITE_P(Table, BakeFormat,
     ::testing::ValuesIn(std::vector<FormatRow>{
-        {"png", host::PixelDepth::Default, host::BakeColorSpace::Default, OIIO::TypeDesc::UINT8, 4, kSrgbMiddle,
+        {"png", host::PixelDepth::Default, host::PictureColorSpace::Default, OIIO::TypeDesc::UINT8, 4, kSrgbMiddle,
             0.5f / 255},
-        {"png", host::PixelDepth::UInt16, host::BakeColorSpace::Default, OIIO::TypeDesc::UINT16, 4, kSrgbMiddle,
+        {"png", host::PixelDepth::UInt16, host::PictureColorSpace::Default, OIIO::TypeDesc::UINT16, 4, kSrgbMiddle,
             0.5f / 65535},
-        {"png", host::PixelDepth::Default, host::BakeColorSpace::Linear, OIIO::TypeDesc::UINT8, 4, 0.5f, 0.51f / 255},
-        {"tif", host::PixelDepth::Float, host::BakeColorSpace::Default, OIIO::TypeDesc::FLOAT, 4, 0.5f, 0.0f},
-        {"tif", host::PixelDepth::Float, host::BakeColorSpace::Srgb, OIIO::TypeDesc::FLOAT, 4, kSrgbMiddle, 1e-6f},
-        {"exr", host::PixelDepth::Default, host::BakeColorSpace::Default, OIIO::TypeDesc::HALF, 4, 0.5f, 0.0f},
-        {"exr", host::PixelDepth::Float, host::BakeColorSpace::Default, OIIO::TypeDesc::FLOAT, 4, 0.5f, 0.0f},
-        {"hdr", host::PixelDepth::Default, host::BakeColorSpace::Default, OIIO::TypeDesc::FLOAT, 3, 0.5f, 0.005f},
-        {"jpg", host::PixelDepth::Default, host::BakeColorSpace::Default, OIIO::TypeDesc::UINT8, 3, kSrgbMiddle, 0.03f},
-        {"tga", host::PixelDepth::Default, host::BakeColorSpace::Default, OIIO::TypeDesc::UINT8, 4, kSrgbMiddle,
+        {"png", host::PixelDepth::Default, host::PictureColorSpace::Linear, OIIO::TypeDesc::UINT8, 4, 0.5f,
+            0.51f / 255},
+        {"tif", host::PixelDepth::Float, host::PictureColorSpace::Default, OIIO::TypeDesc::FLOAT, 4, 0.5f, 0.0f},
+        {"tif", host::PixelDepth::Float, host::PictureColorSpace::Srgb, OIIO::TypeDesc::FLOAT, 4, kSrgbMiddle, 1e-6f},
+        {"exr", host::PixelDepth::Default, host::PictureColorSpace::Default, OIIO::TypeDesc::HALF, 4, 0.5f, 0.0f},
+        {"exr", host::PixelDepth::Float, host::PictureColorSpace::Default, OIIO::TypeDesc::FLOAT, 4, 0.5f, 0.0f},
+        {"hdr", host::PixelDepth::Default, host::PictureColorSpace::Default, OIIO::TypeDesc::FLOAT, 3, 0.5f, 0.005f},
+        {"jpg", host::PixelDepth::Default, host::PictureColorSpace::Default, OIIO::TypeDesc::UINT8, 3, kSrgbMiddle,
+            0.03f},
+        {"tga", host::PixelDepth::Default, host::PictureColorSpace::Default, OIIO::TypeDesc::UINT8, 4, kSrgbMiddle,
             0.5f / 255},
     }),
     [](const auto& info) { return fmt::format("{}_{}", info.param.suffix, info.index); });
@@ -384,14 +388,14 @@ TEST_F(BakeTest, ColoursAreWrittenAsTheyAreWhateverTheirAlpha)
     const std::string document = R"({"version": 1, "nodes": {
         "n": {"type": "net.velto.test.keep.colora", "inputs": {"x": [0.5, 2, -1, 0.25]}}}, "outputs": {"color": "n.result"}})";
     BakeOptions options = Size(1, 1);
-    options.depth = host::PixelDepth::Float;
+    options.encoding.depth = host::PixelDepth::Float;
     for (const char* const name : {"a.exr", "a.tif"})
     {
         ASSERT_TRUE(Bake(document, File(name), options).IsOk());
         EXPECT_EQ((std::vector<float>{0.5f, 2.0f, -1.0f, 0.25f}), Read(File(name)).values) << name;
     }
-    options.depth = host::PixelDepth::Default;
-    options.colorSpace = host::BakeColorSpace::Linear;
+    options.encoding.depth = host::PixelDepth::Default;
+    options.encoding.colorSpace = host::PictureColorSpace::Linear;
     ASSERT_TRUE(Bake(document, File("a.png"), options).IsOk());
     const PixelImage png = Read(File("a.png"));
     EXPECT_NEAR(0.5f, png.values[0], 0.51f / 255);
@@ -403,8 +407,8 @@ TEST_F(BakeTest, ColoursAreWrittenAsTheyAreWhateverTheirAlpha)
 TEST_F(BakeTest, SphereHasTrueNormalsAndIsTransparentOutside)
 {
     BakeOptions options = Size(64, 64);
-    options.shape = host::BakeShape::Sphere;
-    options.depth = host::PixelDepth::Float;
+    options.view.shape = host::BakeShape::Sphere;
+    options.encoding.depth = host::PixelDepth::Float;
     ASSERT_TRUE(Bake(kRamp, File("sphere.exr"), options).IsOk());
     const PixelImage image = Read(File("sphere.exr"));
     EXPECT_EQ(0.0f, image.At(0, 0)[3]);
@@ -413,7 +417,7 @@ TEST_F(BakeTest, SphereHasTrueNormalsAndIsTransparentOutside)
     for (const auto& [x, y] : {std::pair(32.5, 32.5), {10.0, 40.0}, {50.5, 20.5}, {32.0, 0.5}, {63.5, 32.0}})
     {
         ShadingContext context;
-        ASSERT_TRUE(host::FillContext(options, x, y, context)) << x << " " << y;
+        ASSERT_TRUE(host::FillContext(options.view, x, y, context)) << x << " " << y;
         const Vector& n = context.shadingNormal;
         EXPECT_NEAR(1.0, Dot(n, n), 1e-12);
         EXPECT_NEAR(0.0, Dot(n, context.tangent), 1e-12);
@@ -427,9 +431,9 @@ TEST_F(BakeTest, SphereHasTrueNormalsAndIsTransparentOutside)
         EXPECT_NEAR(1.0, Dot(context.samplePositionPlusDeltaV, context.samplePositionPlusDeltaV), 1e-9);
     }
     ShadingContext middle;
-    ASSERT_TRUE(host::FillContext(options, 32.0, 32.0, middle));
+    ASSERT_TRUE(host::FillContext(options.view, 32.0, 32.0, middle));
     EXPECT_EQ((Vector{0.5, 0.5, 0.0}), middle.uvw);
-    EXPECT_FALSE(host::FillContext(options, 1.0, 1.0, middle));
+    EXPECT_FALSE(host::FillContext(options.view, 1.0, 1.0, middle));
 }
 
 // By the command, which names a file for each channel. A choice is no picture and has none.
@@ -491,9 +495,9 @@ TEST_F(BakeTest, FailuresLeaveTheFolderAsItWas)
 
     EXPECT_TRUE(Bake(kBoard, File("picture.nosuchformat"), options).IsError());
     EXPECT_TRUE(Bake(kBoard, File("nosuchfolder/picture.png"), options).IsError());
-    options.depth = host::PixelDepth::Half;
+    options.encoding.depth = host::PixelDepth::Half;
     EXPECT_TRUE(Bake(kBoard, file, options).IsError()); // no such pixels in this format
-    options.depth = host::PixelDepth::Default;
+    options.encoding.depth = host::PixelDepth::Default;
     EXPECT_TRUE(
         Bake(R"({"version": 1, "nodes": {"n": {"type": "net.velto.test.keep.string"}}, "outputs": {"o": "n.result"}})",
             file, options)

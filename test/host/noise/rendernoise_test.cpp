@@ -1,8 +1,8 @@
-#include "host/render/rendernoise.h"
+#include "host/noise/rendernoise.h"
 
 #include "host/loader/services.h"
+#include "host/noise/noisemath.h"
 #include "host/registry/registry.h"
-#include "host/render/noisemath.h"
 #include "host/system/allocator.h"
 #include "velto/porttypes.h"
 

@@ -1,4 +1,4 @@
-#include "host.h"
+#include "graph.h"
 
 #include "host/text/url.h"
 
@@ -51,7 +51,7 @@ bool KeepOutputs(const std::set<std::string>& wanted, std::vector<CoreOutput>& o
     return !diagnostics.HasFaults();
 }
 
-bool ReadAndCompile(std::string_view text, const std::shared_ptr<Module>& module, const GraphOptions& options,
+bool ReadAndCompile(std::string_view text, std::shared_ptr<const void> module, const GraphOptions& options,
     Diagnostics& diagnostics, Graph& graph)
 {
     Json json;
@@ -79,7 +79,7 @@ bool ReadAndCompile(std::string_view text, const std::shared_ptr<Module>& module
     compile.renderMode = options.renderMode;
     compile.searchPaths = graph.searchPaths.get();
     compile.variable = Origins(graph.document.graph, options.variable);
-    compile.keepAlive = module;
+    compile.keepAlive = std::move(module);
     Result made = Program::Compile(graph.document.graph, compile, graph.program);
     if (made.IsOk())
         made = Setup::Create(graph.program, graph.setup);
@@ -90,12 +90,12 @@ bool ReadAndCompile(std::string_view text, const std::shared_ptr<Module>& module
 
 } // namespace
 
-bool LoadGraph(std::string_view text, const std::shared_ptr<Module>& module, const GraphOptions& options,
+bool LoadGraph(std::string_view text, std::shared_ptr<const void> module, const GraphOptions& options,
     Diagnostics& diagnostics, Graph& graph)
 {
     try
     {
-        return ReadAndCompile(text, module, options, diagnostics, graph);
+        return ReadAndCompile(text, std::move(module), options, diagnostics, graph);
     }
     catch (const std::bad_alloc&)
     {

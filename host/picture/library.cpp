@@ -1,5 +1,5 @@
 // The host's side: finds the library and passes calls on.
-#include "picturelibrary.h"
+#include "library.h"
 
 #include "host/text/url.h"
 
@@ -66,14 +66,14 @@ std::unique_ptr<Picture> ReadPicture(const TextureFileRequest& request, std::str
     return NeedLibrary().readPicture(request, note);
 }
 
-Result PictureWriter::Open(const std::string& file, int width, int height, int channels, const BakeOptions& options,
-    std::unique_ptr<PictureWriter>& writer)
+Result PictureWriter::Open(const std::string& file, int width, int height, int channels,
+    const PictureEncoding& encoding, std::unique_ptr<PictureWriter>& writer)
 {
     std::string reason;
     const PictureLibrary* const library = TheLibrary(reason);
     if (!library)
         return MakeError(error::kUnresolved, fmt::format("pictures cannot be written: {}", reason));
-    return library->openWriter(file, width, height, channels, options, writer);
+    return library->openWriter(file, width, height, channels, encoding, writer);
 }
 
 } // namespace velto::host

@@ -2,7 +2,7 @@
 
 #include "host/graph/values.h"
 #include "host/registry/datatypes.h"
-#include "host/render/message.h"
+#include "host/system/message.h"
 #include "host/system/output.h"
 #include "velto/porttypes.h"
 

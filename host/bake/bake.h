@@ -1,35 +1,16 @@
 // Bakes a graph's outputs to an image file.
 #pragma once
 
-#include "host/host.h"
+#include "view.h"
+
+#include "host/picture/writer.h"
+#include "host/runtime/graph.h"
 
 #include <atomic>
 #include <functional>
 
 namespace velto::host
 {
-
-enum class BakeShape
-{
-    Plane,
-    Sphere,
-};
-
-enum class PixelDepth
-{
-    Default, // by format
-    UInt8,
-    UInt16,
-    Half,
-    Float,
-};
-
-enum class BakeColorSpace
-{
-    Default, // sRGB for 8- and 16-bit files, linear for float files
-    Srgb,
-    Linear,
-};
 
 struct BakeWindow
 {
@@ -56,16 +37,13 @@ struct BakeProgress
 
 struct BakeOptions
 {
-    int width = 1024;
-    int height = 1024;
+    BakeView view;
     BakeWindow window; // of the picture; empty: all of it
     int supersample = 1;
     double seconds = 0.0; // the time of the frame
     double framesPerSecond = 25.0;
     int threads = 0; // 0: as many as there are
-    BakeShape shape = BakeShape::Plane;
-    PixelDepth depth = PixelDepth::Default;
-    BakeColorSpace colorSpace = BakeColorSpace::Default;
+    PictureEncoding encoding;
     std::function<void(const BakeProgress&)> progress; // [the calling thread]
     const std::atomic<bool>* stop = nullptr;           // true: stop soon
 };
@@ -84,10 +62,6 @@ inline constexpr int kMaxPictureSide = 32'768;
 
 // Whether values of a type are pixels: a number or components.
 bool IsPicture(const DataType* type);
-
-// The context of a sample at a place of the picture, in pixels from its upper left corner; false where the shape is
-// not.
-bool FillContext(const BakeOptions& options, double x, double y, ShadingContext& context);
 
 // Evaluates the picture once and writes each target, in bands, in order of rows. Files are put in place at the end: on
 // error, or when stopped, what was there before is there still. An output that is no number and no colour is an error.

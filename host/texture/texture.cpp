@@ -1,10 +1,10 @@
 #include "texture.h"
 
+#include "host/picture/reader.h"
 #include "host/system/guard.h"
 #include "host/system/output.h"
 #include "host/text/string.h"
 #include "host/text/url.h"
-#include "texturefile.h"
 
 #include <algorithm>
 #include <atomic>

@@ -2,8 +2,8 @@
 // here are opened, and what a header claims is checked before memory is asked for.
 #pragma once
 
-#include "texturehead.h"
-#include "texturelevels.h"
+#include "filehead.h"
+#include "levels.h"
 
 #include <string>
 

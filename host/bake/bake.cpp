@@ -1,12 +1,10 @@
 #include "bake.h"
 
-#include "picture.h"
+#include "channels.h"
 
 #include "host/graph/values.h"
-#include "host/registry/datatypes.h"
-#include "host/render/message.h"
 #include "host/system/guard.h"
-#include "velto/porttypes.h"
+#include "host/system/message.h"
 
 #include <fmt/format.h>
 #include <tbb/blocked_range2d.h>
@@ -18,7 +16,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <numbers>
 
 namespace velto::host
 {
@@ -33,51 +30,6 @@ using Clock = std::chrono::steady_clock;
 double SecondsSince(Clock::time_point start)
 {
     return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-// How an output's values become channels.
-struct Channels
-{
-    const DataType* type;
-    int count;
-    void (*add)(const void* value, double* sums);
-};
-
-template <class T>
-void AddComponents(const void* value, double* sums)
-{
-    const auto* const components = static_cast<const Float*>(value);
-    for (std::size_t i = 0; i < sizeof(T) / sizeof(Float); ++i)
-        sums[i] += components[i];
-}
-
-template <class T>
-void AddNumber(const void* value, double* sums)
-{
-    sums[0] += static_cast<double>(*static_cast<const T*>(value));
-}
-
-const Channels* FindChannels(const DataType* type)
-{
-    static const Channels all[] = {
-        {TypeOf<ColorA>(), 4, &AddComponents<ColorA>},
-        {TypeOf<Color>(), 3, &AddComponents<Color>},
-        {TypeOf<Vector>(), 3, &AddComponents<Vector>},
-        {TypeOf<Vector4d>(), 4, &AddComponents<Vector4d>},
-        {TypeOf<Vector2d>(), 3, &AddComponents<Vector2d>}, // the third channel stays 0
-        {TypeOf<Float>(), 1, &AddNumber<Float>},
-        {TypeOf<Int>(), 1, &AddNumber<Int>},
-        {TypeOf<Int32>(), 1, &AddNumber<Int32>},
-        {TypeOf<UInt32>(), 1, &AddNumber<UInt32>},
-        {TypeOf<Bool>(), 1, &AddNumber<Bool>},
-        {TypeOf<TimeValue>(), 1, &AddComponents<TimeValue>},
-    };
-    for (const Channels& channels : all)
-    {
-        if (channels.type == type)
-            return &channels;
-    }
-    return nullptr;
 }
 
 // The first error of any thread.
@@ -121,7 +73,7 @@ public:
         : graph_(graph), options_(options), statistics_(statistics), window_(options.window)
     {
         if (window_.width == 0)
-            window_ = {0, 0, options.width, options.height};
+            window_ = {0, 0, options.view.width, options.view.height};
     }
     ~Baker()
     {
@@ -148,12 +100,12 @@ private:
     Result OpenTargets(const std::vector<BakeTarget>& targets)
     {
         const bool isWindowInside = window_.x >= 0 && window_.y >= 0 && window_.width > 0 && window_.height > 0 &&
-                                    window_.x + window_.width <= options_.width &&
-                                    window_.y + window_.height <= options_.height;
+                                    window_.x + window_.width <= options_.view.width &&
+                                    window_.y + window_.height <= options_.view.height;
         if (!isWindowInside)
             return MakeError(
                 error::kIllegalArgument, fmt::format("the crop {},{},{}x{} is not inside {}x{}", window_.x, window_.y,
-                                             window_.width, window_.height, options_.width, options_.height));
+                                             window_.width, window_.height, options_.view.width, options_.view.height));
         for (const BakeTarget& source : targets)
         {
             const OutputPlan& output = graph_.program->outputs[source.output];
@@ -163,7 +115,7 @@ private:
                     fmt::format("the output {} is a {}, which is no picture", output.name, TypeName(output.type)));
             Target target{channels, source.output, {}, {}};
             VELTO_TRY(PictureWriter::Open(
-                source.file, window_.width, window_.height, channels->count, options_, target.writer));
+                source.file, window_.width, window_.height, channels->count, options_.encoding, target.writer));
             targets_.push_back(std::move(target));
         }
         return {};
@@ -276,8 +228,8 @@ private:
         // Every thread's state starts from the picture's first sample, whichever tile the thread gets, or from its
         // middle, where a sphere's corner shows nothing.
         ShadingContext first = instance->Context();
-        if (!FillContext(options_, 0.5, 0.5, first))
-            FillContext(options_, 0.5 * options_.width, 0.5 * options_.height, first);
+        if (!FillContext(options_.view, 0.5, 0.5, first))
+            FillContext(options_.view, 0.5 * options_.view.width, 0.5 * options_.view.height, first);
         instance->StartStateFrom(first);
         worker.instance = std::move(instance);
         return {};
@@ -302,7 +254,7 @@ private:
             {
                 const double px = window_.x + x + (i + 0.5) / n;
                 const double py = window_.y + bandRow + y + (j + 0.5) / n;
-                if (!FillContext(options_, px, py, instance.Context()))
+                if (!FillContext(options_.view, px, py, instance.Context()))
                     continue; // transparent
                 VELTO_TRY(instance.Evaluate());
                 for (std::size_t t = 0; t < targets_.size(); ++t)
@@ -359,100 +311,11 @@ private:
     std::atomic<UInt> tilesDone_ = 0;
 };
 
-void FillPlane(const BakeOptions& options, double x, double y, ShadingContext& context)
-{
-    const Vector uvw{x / options.width, y / options.height, 0.0};
-    // The neighbours are one pixel away.
-    const Vector nextU{(x + 1.0) / options.width, uvw.y, 0.0};
-    const Vector nextV{uvw.x, (y + 1.0) / options.height, 0.0};
-    context.uvw = uvw;
-    context.uvwPlusDeltaU = nextU;
-    context.uvwPlusDeltaV = nextV;
-    context.samplePosition = uvw;
-    context.samplePositionPlusDeltaU = nextU;
-    context.samplePositionPlusDeltaV = nextV;
-    context.geometricNormal = context.secondNormal = context.shadingNormal = {0.0, 0.0, 1.0};
-    context.tangent = {1.0, 0.0, 0.0};
-    context.bitangent = {0.0, 1.0, 0.0};
-    context.rayDirection = context.rayDirectionPlusDeltaU = context.rayDirectionPlusDeltaV = {0.0, 0.0, -1.0};
-    context.rayOrigin = {uvw.x, uvw.y, 1.0};
-    context.rayOriginPlusDeltaU = {nextU.x, nextU.y, 1.0};
-    context.rayOriginPlusDeltaV = {nextV.x, nextV.y, 1.0};
-}
-
-// The front of the unit sphere at a place of the picture, which shows -1 to 1 on its shorter side, y up.
-bool OnSphere(const BakeOptions& options, double x, double y, Vector& position)
-{
-    const double half = 0.5 * std::min(options.width, options.height);
-    position.x = (x - 0.5 * options.width) / half;
-    position.y = -(y - 0.5 * options.height) / half;
-    const double rest = 1.0 - position.x * position.x - position.y * position.y;
-    position.z = std::sqrt(std::max(rest, 0.0));
-    return rest >= 0.0;
-}
-
-// Longitude and latitude: u runs once around the y axis, v from the north pole down.
-Vector SphereUv(const Vector& position)
-{
-    const double longitude = std::atan2(position.x, position.z);
-    const double latitude = std::acos(std::clamp(position.y, -1.0, 1.0));
-    return {0.5 + longitude / (2.0 * std::numbers::pi), latitude / std::numbers::pi, 0.0};
-}
-
-bool FillSphere(const BakeOptions& options, double x, double y, ShadingContext& context)
-{
-    Vector position;
-    if (!OnSphere(options, x, y, position))
-        return false;
-    // A neighbour behind the horizon gives way to the one on the other side.
-    const auto neighbour = [&](double dx, double dy) {
-        Vector next;
-        if (OnSphere(options, x + dx, y + dy, next))
-            return next;
-        OnSphere(options, x - dx, y - dy, next);
-        return next;
-    };
-    const Vector nextU = neighbour(1.0, 0.0);
-    const Vector nextV = neighbour(0.0, 1.0);
-    context.uvw = SphereUv(position);
-    context.uvwPlusDeltaU = SphereUv(nextU);
-    context.uvwPlusDeltaV = SphereUv(nextV);
-    context.samplePosition = position;
-    context.samplePositionPlusDeltaU = nextU;
-    context.samplePositionPlusDeltaV = nextV;
-    context.geometricNormal = context.secondNormal = context.shadingNormal = position;
-    const double radius = std::sqrt(position.x * position.x + position.z * position.z);
-    context.tangent = radius > 0.0 ? Vector{position.z / radius, 0.0, -position.x / radius} : Vector{1.0, 0.0, 0.0};
-    // Up the meridian, against v, as on the plane whose pictures are seen with y up.
-    const Vector& t = context.tangent;
-    context.bitangent = {
-        position.y * t.z - position.z * t.y, position.z * t.x - position.x * t.z, position.x * t.y - position.y * t.x};
-    context.rayDirection = context.rayDirectionPlusDeltaU = context.rayDirectionPlusDeltaV = {0.0, 0.0, -1.0};
-    context.rayOrigin = {position.x, position.y, 2.0};
-    context.rayOriginPlusDeltaU = {nextU.x, nextU.y, 2.0};
-    context.rayOriginPlusDeltaV = {nextV.x, nextV.y, 2.0};
-    return true;
-}
-
 } // namespace
 
 bool IsPicture(const DataType* type)
 {
     return FindChannels(type) != nullptr;
-}
-
-bool FillContext(const BakeOptions& options, double x, double y, ShadingContext& context)
-{
-    const double left = std::floor(x);
-    const double top = std::floor(y);
-    context.pixel[0] = static_cast<Int>(left);
-    context.pixel[1] = static_cast<Int>(top);
-    context.subpixel = {x - left, y - top};
-    context.uvwValid = true;
-    if (options.shape == BakeShape::Sphere)
-        return FillSphere(options, x, y, context);
-    FillPlane(options, x, y, context);
-    return true;
 }
 
 Result Bake(

@@ -1,7 +1,7 @@
 // Single samples: a list of them in, what they give out, as JSON.
 #pragma once
 
-#include "host/host.h"
+#include "host/runtime/graph.h"
 
 namespace velto::host
 {

@@ -1,0 +1,39 @@
+// From a document to a graph that can be sampled.
+#pragma once
+
+#include "instance.h"
+
+#include "host/graph/document.h"
+#include "host/system/message.h"
+
+#include <set>
+
+namespace velto::host
+{
+
+struct GraphOptions
+{
+    RenderMode renderMode;
+    std::vector<std::string> searchPaths; // directories, in order
+    std::vector<Setting> settings;
+    // Inputs that will be changed between samples, `NODE.PORT`.
+    std::set<std::string> variable;
+    std::set<std::string> outputs; // those that are wanted; empty: all
+};
+
+// A document with the program made of it and what it computes once. Not yet run: see `Setup::Run`.
+struct Graph
+{
+    GraphDocument document;
+    std::shared_ptr<const SearchPathsType> searchPaths;
+    std::shared_ptr<RenderMessages> messages = std::make_shared<RenderMessages>();
+    std::shared_ptr<const Program> program;
+    std::unique_ptr<Setup> setup;
+};
+
+// Reads a document and compiles it. The program keeps `module`, whose nodes it runs, loaded. False and diagnostics when
+// it is wrong; warnings may come with success.
+bool LoadGraph(std::string_view json, std::shared_ptr<const void> module, const GraphOptions& options,
+    Diagnostics& diagnostics, Graph& graph);
+
+} // namespace velto::host
