@@ -1,8 +1,7 @@
 #include "bake.h"
 
-#include "channels.h"
+#include "output.h"
 
-#include "host/graph/values.h"
 #include "host/system/guard.h"
 #include "host/system/message.h"
 
@@ -58,14 +57,6 @@ struct Worker
     EvaluationCounts counts;
 };
 
-struct Target
-{
-    const Channels* channels;
-    std::size_t output;
-    std::unique_ptr<PictureWriter> writer;
-    std::vector<float> band;
-};
-
 class Baker
 {
 public:
@@ -83,21 +74,24 @@ public:
 
     Result Run(const std::vector<BakeTarget>& targets)
     {
-        VELTO_TRY(OpenTargets(targets));
+        VELTO_TRY(OpenOutputs(targets));
         // Without it more threads than cores are refused, with a warning on stderr.
         const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
             static_cast<std::size_t>(std::max(options_.threads, tbb::info::default_concurrency())));
         tbb::task_arena arena(options_.threads > 0 ? options_.threads : tbb::task_arena::automatic);
         Result ran;
-        arena.execute([&] { ran = RunInArena(); });
+        arena.execute([&] {
+            ran = Guarded([&] { return RunInArena(); });
+            // In the arena, whose threads alone may run what is waited for.
+            if (Result written = outputs_.Wait(); ran.IsOk())
+                ran = std::move(written);
+        });
         VELTO_TRY(ran);
-        for (Target& target : targets_)
-            VELTO_TRY(target.writer->Finish());
-        return {};
+        return outputs_.Finish();
     }
 
 private:
-    Result OpenTargets(const std::vector<BakeTarget>& targets)
+    Result OpenOutputs(const std::vector<BakeTarget>& targets)
     {
         const bool isWindowInside = window_.x >= 0 && window_.y >= 0 && window_.width > 0 && window_.height > 0 &&
                                     window_.x + window_.width <= options_.view.width &&
@@ -106,19 +100,7 @@ private:
             return MakeError(
                 error::kIllegalArgument, fmt::format("the crop {},{},{}x{} is not inside {}x{}", window_.x, window_.y,
                                              window_.width, window_.height, options_.view.width, options_.view.height));
-        for (const BakeTarget& source : targets)
-        {
-            const OutputPlan& output = graph_.program->outputs[source.output];
-            const Channels* const channels = FindChannels(output.type);
-            if (!channels)
-                return MakeError(error::kIllegalArgument,
-                    fmt::format("the output {} is a {}, which is no picture", output.name, TypeName(output.type)));
-            Target target{channels, source.output, {}, {}};
-            VELTO_TRY(PictureWriter::Open(
-                source.file, window_.width, window_.height, channels->count, options_.encoding, target.writer));
-            targets_.push_back(std::move(target));
-        }
-        return {};
+        return outputs_.Open(*graph_.program, targets, window_, options_.encoding);
     }
 
     Result RunInArena()
@@ -134,9 +116,7 @@ private:
         statistics_.setupSeconds += SecondsSince(start);
         NoteRasters();
         const int rows = BandRows();
-        for (Target& target : targets_)
-            target.band.resize(static_cast<std::size_t>(rows) * static_cast<std::size_t>(window_.width) *
-                               static_cast<std::size_t>(target.channels->count));
+        outputs_.Allocate(rows);
         const Clock::time_point samplingStart = Clock::now();
         Report(0, samplingStart);
         for (int row = 0; row < window_.height; row += rows)
@@ -149,12 +129,11 @@ private:
                 return error_.Get();
             if (IsStopped())
                 return MakeError(error::kIllegalState, "interrupted");
-            const Clock::time_point writing = Clock::now();
-            for (Target& target : targets_)
-                VELTO_TRY(target.writer->WriteRows(target.band.data(), count));
-            statistics_.writeSeconds += SecondsSince(writing);
+            VELTO_TRY(outputs_.Submit(count));
             Report(row + count, samplingStart);
         }
+        VELTO_TRY(outputs_.Wait());
+        statistics_.writeSeconds += outputs_.Seconds();
         statistics_.samples += static_cast<UInt>(window_.width) * static_cast<UInt>(window_.height) *
                                static_cast<UInt>(options_.supersample) * static_cast<UInt>(options_.supersample);
         for (const Worker& worker : workers_)
@@ -247,6 +226,7 @@ private:
     Result SamplePixel(Instance& instance, int bandRow, int x, int y)
     {
         const int n = options_.supersample;
+        std::vector<BakeOutputs::Target>& targets = outputs_.Targets();
         double sums[kMaxTargets][4] = {};
         for (int j = 0; j < n; ++j)
         {
@@ -257,14 +237,14 @@ private:
                 if (!FillContext(options_.view, px, py, instance.Context()))
                     continue; // transparent
                 VELTO_TRY(instance.Evaluate());
-                for (std::size_t t = 0; t < targets_.size(); ++t)
-                    targets_[t].channels->add(instance.Output(targets_[t].output), sums[t]);
+                for (std::size_t t = 0; t < targets.size(); ++t)
+                    targets[t].channels->add(instance.Output(targets[t].output), sums[t]);
             }
         }
         const double share = 1.0 / (n * n);
-        for (std::size_t t = 0; t < targets_.size(); ++t)
+        for (std::size_t t = 0; t < targets.size(); ++t)
         {
-            Target& target = targets_[t];
+            BakeOutputs::Target& target = targets[t];
             const int count = target.channels->count;
             const std::size_t pixel =
                 static_cast<std::size_t>(y) * static_cast<std::size_t>(window_.width) + static_cast<std::size_t>(x);
@@ -305,7 +285,7 @@ private:
     const BakeOptions& options_;
     BakeStatistics& statistics_;
     BakeWindow window_;
-    std::vector<Target> targets_;
+    BakeOutputs outputs_;
     tbb::enumerable_thread_specific<Worker> workers_;
     FirstError error_;
     std::atomic<UInt> tilesDone_ = 0;

@@ -1,9 +1,9 @@
 // Bakes a graph's outputs to an image file.
 #pragma once
 
+#include "target.h"
 #include "view.h"
 
-#include "host/picture/writer.h"
 #include "host/runtime/graph.h"
 
 #include <atomic>
@@ -11,21 +11,6 @@
 
 namespace velto::host
 {
-
-struct BakeWindow
-{
-    int x = 0;
-    int y = 0;
-    int width = 0;
-    int height = 0;
-};
-
-// One output to one file.
-struct BakeTarget
-{
-    std::size_t output = 0; // of the program
-    std::string file;
-};
 
 struct BakeProgress
 {

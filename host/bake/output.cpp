@@ -1,0 +1,76 @@
+#include "output.h"
+
+#include "host/graph/values.h"
+#include "host/system/guard.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+
+namespace velto::host
+{
+
+Result BakeOutputs::Open(const Program& program, const std::vector<BakeTarget>& targets, const BakeWindow& window,
+    const PictureEncoding& encoding)
+{
+    for (const BakeTarget& source : targets)
+    {
+        const OutputPlan& output = program.outputs[source.output];
+        const Channels* const channels = FindChannels(output.type);
+        if (!channels)
+            return MakeError(error::kIllegalArgument,
+                fmt::format("the output {} is a {}, which is no picture", output.name, TypeName(output.type)));
+        Target target{channels, source.output, {}, {}, {}};
+        VELTO_TRY(
+            PictureWriter::Open(source.file, window.width, window.height, channels->count, encoding, target.writer));
+        targets_.push_back(std::move(target));
+    }
+    width_ = window.width;
+    return {};
+}
+
+void BakeOutputs::Allocate(int bandRows)
+{
+    for (Target& target : targets_)
+    {
+        const std::size_t size = static_cast<std::size_t>(bandRows) * static_cast<std::size_t>(width_) *
+                                 static_cast<std::size_t>(target.channels->count);
+        target.band.resize(size);
+        target.written.resize(size);
+    }
+}
+
+Result BakeOutputs::Submit(int rows)
+{
+    VELTO_TRY(Wait());
+    for (Target& target : targets_)
+        target.band.swap(target.written);
+    writing_.run([this, rows] {
+        const auto start = std::chrono::steady_clock::now();
+        written_ = Guarded([&]() -> Result {
+            for (Target& target : targets_)
+                VELTO_TRY(target.writer->WriteRows(target.written.data(), rows));
+            return {};
+        });
+        seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        bandsWritten_.fetch_add(1, std::memory_order_release);
+    });
+    return {};
+}
+
+Result BakeOutputs::Wait()
+{
+    writing_.wait();
+    // The library has waited, but where race detectors do not look.
+    bandsWritten_.load(std::memory_order_acquire);
+    return written_;
+}
+
+Result BakeOutputs::Finish()
+{
+    for (Target& target : targets_)
+        VELTO_TRY(target.writer->Finish());
+    return {};
+}
+
+} // namespace velto::host

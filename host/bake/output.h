@@ -1,0 +1,58 @@
+// What becomes of a band of floats once it is sampled: it goes to its file while the next band is filled.
+#pragma once
+
+#include "channels.h"
+#include "target.h"
+
+#include "host/runtime/program.h"
+
+#include <tbb/task_group.h>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+namespace velto::host
+{
+
+// The files of one bake. Two bands of each are in memory: the one that is filled, and the one that is written.
+class BakeOutputs
+{
+public:
+    // Opens a file for each target; nothing of them is left unless all are finished.
+    Result Open(const Program& program, const std::vector<BakeTarget>& targets, const BakeWindow& window,
+        const PictureEncoding& encoding);
+    void Allocate(int bandRows);
+
+    struct Target
+    {
+        const Channels* channels;
+        std::size_t output; // of the program
+        std::unique_ptr<PictureWriter> writer;
+        std::vector<float> band; // to be filled, rows of the window
+        std::vector<float> written;
+    };
+    std::vector<Target>& Targets() { return targets_; }
+
+    // [in the arena that samples] Hands the filled bands over, once the ones before are written, whose error it
+    // returns.
+    Result Submit(int rows);
+
+    // [in the same arena] Waits for what was handed over; before the object goes, whatever else failed.
+    Result Wait();
+
+    // Puts all files in place, after `Wait`.
+    Result Finish();
+
+    double Seconds() const { return seconds_; } // spent on files, on whatever thread
+
+private:
+    std::vector<Target> targets_;
+    tbb::task_group writing_;
+    Result written_;
+    std::atomic<UInt> bandsWritten_ = 0;
+    int width_ = 0;
+    double seconds_ = 0.0;
+};
+
+} // namespace velto::host

@@ -1,0 +1,26 @@
+// Where a bake's pixels go.
+#pragma once
+
+#include "host/picture/writer.h"
+
+#include <string>
+
+namespace velto::host
+{
+
+struct BakeWindow
+{
+    int x = 0;
+    int y = 0;
+    int width = 0;
+    int height = 0;
+};
+
+// One output to one file.
+struct BakeTarget
+{
+    std::size_t output = 0; // of the program
+    std::string file;
+};
+
+} // namespace velto::host
