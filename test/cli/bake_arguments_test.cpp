@@ -62,7 +62,6 @@ TEST(BakeArguments, FileNames)
     EXPECT_EQ("a.0007.png", FileName("a.####.png", "color", 7));
     EXPECT_EQ("a.12345.png", FileName("a.####.png", "color", 12345));
     EXPECT_EQ("####", FileName("####", "color", {})); // without a frame a name may be anything
-    EXPECT_EQ("####", FileName("####", "color", {}));
     EXPECT_EQ("07_{output}", FileName("##_{output}", "{output}", 7));
     EXPECT_EQ("x7/x7", FileName("{output}{frame}/{output}{frame}", "x", 7));
 }

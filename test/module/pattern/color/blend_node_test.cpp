@@ -1,6 +1,5 @@
 #include "host/system/allocator.h"
 #include "test/support/direct_call.h"
-#include "test/support/failing_new.h"
 #include "test/support/node_table.h"
 #include "velto/imagepixelblend.h"
 
@@ -187,68 +186,6 @@ TEST(LayerNode, AnInactiveLayerKeepsItsMode)
     for (const auto& [i, expected] :
         {std::pair(0, "[0.25, 0.25, 0.25, 1]"), {1, "[0.5, 0.5, 0.5, 1]"}, {2, "[0.25, 0.25, 0.25, 1]"}})
         EXPECT_EQ(Output(results, "c", i), expected) << "sample " << i;
-}
-
-// A stack of `count` layers, all `over` and half transparent.
-class LayerStack
-{
-public:
-    explicit LayerStack(Int count) : call(VELTO_LAYER, Arguments("layers", Names(count)))
-    {
-        for (Int i = 0; i < count; ++i)
-        {
-            call.Port<ColorA>(2 + i) = {0.25, 0.5, 0.75, 0.5};
-            call.Port<Float>(2 + count + i) = 1.0;
-            call.Port<Bool>(2 + 2 * count + i) = true;
-            call.Port<Id>(2 + 3 * count + i) = VELTO_MODE "over";
-        }
-    }
-
-    DirectCall call;
-
-private:
-    static BaseArray<Id> Names(Int count)
-    {
-        BaseArray<Id> names;
-        for (Int i = 0; i < count; ++i)
-        {
-            Id name;
-            Id::Create("layer" + std::to_string(i), name).Ignore();
-            names.Append(name).Ignore();
-        }
-        return names;
-    }
-};
-
-TEST(LayerNode, AllocatesOnTheFirstSampleOnly)
-{
-    LayerStack stack(16);
-    ASSERT_TRUE(stack.call.Run().IsOk());
-    host::AllocationFault::FailAt(0, true);
-    const FailingNew failing(0, true);
-    const Result ran = stack.call.Run();
-    host::AllocationFault::Disarm();
-    EXPECT_TRUE(ran.IsOk());
-    EXPECT_EQ(host::AllocationFault::Requests() + failing.Requests(), 0);
-}
-
-TEST(LayerNode, EveryAllocationMayFail)
-{
-    Int n = 0;
-    for (;; ++n)
-    {
-        LayerStack stack(2);
-        stack.call.Port<ColorA>(0).r = 5.0;
-        host::AllocationFault::FailAt(n);
-        const Result ran = stack.call.Run();
-        host::AllocationFault::Disarm();
-        if (ran.IsOk())
-            break;
-        EXPECT_TRUE(ran.Kind() == error::kOutOfMemory.View() || ran.Kind() == error::kNullptr.View()) << n;
-        EXPECT_EQ(stack.call.Port<ColorA>(0).r, 5.0) << "the result is left alone";
-        ASSERT_LT(n, 20);
-    }
-    EXPECT_EQ(n, 7) << "the entries, then three requests a layer";
 }
 
 } // namespace velto::test

@@ -223,18 +223,6 @@ TEST(Scatter, ConnectedFunctionsDecide)
     EXPECT_EQ(all, hits(R"("tile": true, "perItemShape": 0.5)"));
 }
 
-// A hole in the shape shows the item below.
-TEST(Scatter, ShapesAreSeenInTheItemsOwnCoordinate)
-{
-    const Json results =
-        EvalJson(Document(PLAIN R"("perItemScale": [4, 4], "perItemShape": {"from": "half.result"})", 1,
-                     R"("half": {"type": "net.velto.pattern.corenode.generator.checkerboard",
-                "inputs": {"color1": [1, 1, 1, 1], "color2": [0, 0, 0, 0]}},)"),
-            R"([{"uvw": [0.9, 0.9, 0]}, {"uvw": [0.1, 0.9, 0]}])");
-    for (std::size_t i = 0; i < 2; ++i)
-        EXPECT_GE(Evaluations(results, "half", i), 1);
-}
-
 TEST(Scatter, CountOfZeroIsOne)
 {
     const std::string big = PLAIN R"("perItemScale": [9, 9])";

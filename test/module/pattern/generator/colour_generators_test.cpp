@@ -1,42 +1,10 @@
-// Blackbody, keyer and thin film, and the tables of the standard observer that they share.
+// Blackbody, keyer and thin film.
 #include "host/system/allocator.h"
-#include "module/source/pattern/generator/colormatching1nm.h"
-#include "module/source/pattern/generator/colormatching5nm.h"
 #include "test/support/direct_call.h"
 #include "test/support/node_table.h"
 
 namespace velto::test
 {
-
-TEST(ColorMatchingTest, OneNanometreTable)
-{
-    using pattern::kColorMatching1nm;
-    ASSERT_EQ(471, pattern::kColorMatching1nmRows);
-    double sum = 0.0;
-    for (const auto& row : kColorMatching1nm)
-        sum += row[1];
-    EXPECT_NEAR(106.8569, sum, 5e-5);
-    const std::pair<int, std::array<float, 3>> rows[] = {{360, {0.0001299f, 0.000003917f, 0.0006061f}},
-        {400, {0.01431f, 0.000396f, 0.06785f}}, {555, {0.51205f, 1.0f, 0.00575f}}, {560, {0.5945f, 0.995f, 0.0039f}},
-        {830, {0.000001251141f, 0.00000045181f, 0.0f}}};
-    for (const auto& [nanometres, row] : rows)
-    {
-        for (std::size_t i = 0; i < 3; ++i)
-            EXPECT_EQ(row[i], kColorMatching1nm[nanometres - pattern::kColorMatching1nmFirst][i]) << nanometres;
-    }
-}
-
-TEST(ColorMatchingTest, FiveNanometreTable)
-{
-    ASSERT_EQ(81, pattern::kColorMatching5nmRows);
-    const std::pair<int, std::array<double, 3>> rows[] = {{380, {0.0014, 0.0, 0.0065}}, {555, {0.5121, 1.0, 0.0057}},
-        {630, {0.6424, 0.265, 0.0}}, {780, {0.0, 0.0, 0.0}}};
-    for (const auto& [nanometres, row] : rows)
-    {
-        for (std::size_t i = 0; i < 3; ++i)
-            EXPECT_EQ(row[i], pattern::kColorMatching5nm[(nanometres - 380) / 5][i]) << nanometres;
-    }
-}
 
 NODE_TABLE(BlackbodyTable, "net.velto.pattern.corenode.generator.blackbody",
     {
@@ -171,18 +139,6 @@ TEST(ThinFilmTest, WithoutMemoryTheTableHasNoBands)
     EXPECT_TRUE(pre.Run().IsOk()) << "the number of bands is the table's";
     EXPECT_TRUE(table.bands.IsEmpty());
     EXPECT_EQ(8, table.samples);
-    EXPECT_EQ(0.125f, table.step);
-    EXPECT_EQ(0.125f * 300.0f / 106.856895f, table.scale);
-
-    DirectCall film("net.velto.pattern.corenode.generator.thinfilm");
-    film.Port<ShadingContext>(0).uvwValid = true;
-    film.Port<ShadingContext>(0).shadingNormal = {0, 0, 1};
-    film.Port<ShadingContext>(0).rayDirection = {0, 0, -1};
-    film.Port<Float>(1) = 1.33;
-    film.Port<FilmTable>(4).samples = table.samples;
-    film.Port<FilmTable>(4).scale = table.scale;
-    ASSERT_TRUE(film.Run().IsOk());
-    EXPECT_EQ((ColorA{0, 0, 0, 1}), film.Port<ColorA>(5));
 }
 
 } // namespace velto::test

@@ -1,6 +1,5 @@
 #include "host/registry/registry.h"
-#include "host/system/allocator.h"
-#include "test/support/direct_call.h"
+#include "test/support/eval.h"
 #include "velto/porttypes.h"
 #include "velto/rendernoise.h"
 
@@ -197,61 +196,6 @@ TEST_F(NoiseTest, AnObjectThatCouldNotBeSetUpStays)
     EXPECT_EQ("net.velto.error.illegalstate", Output(results, "noise", 1));
     EXPECT_EQ("2", Output(results, "noise", 2));
     EXPECT_EQ(2u, asked.inits.size());
-}
-
-// What the pre node's port holds.
-struct NoiseTable
-{
-    UInt32 seed;
-    Float lacunarity;
-    Float gain;
-    Float exponent;
-    Id noiseType;
-    Ref<RenderNoiseInterface> noise;
-};
-
-TEST_F(NoiseTest, WithoutMemoryTheSettingsAreNewAndTheObjectIsTheOld)
-{
-    DirectCall pre("net.velto.pattern.corenode.generator.noisepre");
-    const auto& table = pre.Port<NoiseTable>(5);
-    pre.Port<Id>(4) = "net.velto.render.rendernoiseclass.perlin";
-    ASSERT_TRUE(pre.Run().IsOk());
-    const RenderNoiseInterface* const old = table.noise.Get();
-    pre.Port<Id>(4) = "net.velto.render.rendernoiseclass.fbm";
-    UInt32& seed = pre.Port<UInt32>(0);
-    for (seed = 1; seed < 20; ++seed)
-    {
-        host::AllocationFault::FailAt(seed - 1);
-        const Result ran = pre.Run();
-        host::AllocationFault::Disarm();
-        EXPECT_EQ(seed, table.seed);
-        EXPECT_EQ("net.velto.render.rendernoiseclass.fbm", table.noiseType.View());
-        if (ran.IsOk())
-            break;
-        EXPECT_EQ(ran.Kind(), error::kOutOfMemory.View()) << seed;
-        EXPECT_EQ(old, table.noise.Get()) << seed;
-    }
-    EXPECT_GT(seed, 3u) << "the dictionary, its entries, the object";
-    EXPECT_NE(old, table.noise.Get());
-}
-
-TEST_F(NoiseTest, AllTypesOfTheMaterialSystemAreThere)
-{
-    for (const char* const name : {"perlin", "fbm", "turbulence", "ridgedmultifractal", "gaseous", "electric", "box",
-             "blisteredturbulence", "cranal", "buya", "dents", "cell", "displacedturbulence", "hama", "luka", "mod",
-             "naki", "nutous", "ober", "pezo", "poxo", "sema", "stupl", "vl", "wavyturbulence", "zada", "cellvoronoi",
-             "displacedvoronoi", "voronoi1", "voronoi2", "voronoi3"})
-    {
-        const host::Json results = EvalJson(
-            Document("net.velto.render.rendernoiseclass." + std::string(name),
-                R"(, "octaves": 3, "animationSpeed": 0, "absolute": false)",
-                R"(, "value": [3.7, 4.1, 5.3], "scale": 1, "octaves": 3, "absolute": false, "time": 0, "twod": false)"),
-            R"([{"uvw": [0.37, 0.41, 0.53]}, {"uvw": [0.9, 0.1, 0.2]}, {"uvw": [0.3, 0.8, 0.1]}])");
-        EXPECT_EQ(Output(results, "maths"), Output(results, "noise")) << name;
-        EXPECT_FALSE(Output(results, "noise", 1) == Output(results, "noise", 0) &&
-                     Output(results, "noise", 2) == Output(results, "noise", 0))
-            << name;
-    }
 }
 
 } // namespace

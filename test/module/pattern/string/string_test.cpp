@@ -115,91 +115,24 @@ String Made(std::string_view text)
     return string;
 }
 
-// What a node makes of its inputs while the `n`-th request for memory fails; -1: none does.
-Result RunFailingAt(DirectCall& call, Int n)
-{
-    const FailingNew failing(n);
-    return call.Run();
-}
-
+// Lost text is no error here: the node goes on with what comes after it.
 TEST(Concat, AFailedAppendDropsWhatWasJoinedAndGoesOn)
 {
     constexpr Int kCount = 100;
-    const String million = Made(std::string(1'000'000, 'x'));
+    const String thousand = Made(std::string(1000, 'x'));
     DirectCall call(VELTO_STRING "concat", Arguments("strings", kCount));
     for (Int i = 0; i < kCount; ++i)
-        call.Port<String>(1 + i) = million;
-    const auto lengthAfter = [&](Int n) {
-        EXPECT_TRUE(RunFailingAt(call, n).IsOk()) << n;
+        call.Port<String>(1 + i) = thousand;
+    const auto lengthWithout = [&](Int n) {
+        const FailingNew failing(n);
+        EXPECT_TRUE(call.Run().IsOk()) << n;
         return Bytes(call.Port<String>(0)).size();
     };
-    EXPECT_EQ(lengthAfter(-1), 100'000'000u);
-    EXPECT_EQ(lengthAfter(0), 99'000'000u) << "only the first string is lost";
-    // Later requests are fewer and fewer, since the text grows ahead of what it holds.
-    std::size_t before = 99'000'000;
-    Int n = 2;
-    for (; before != 100'000'000; ++n)
-    {
-        const std::size_t length = lengthAfter(n);
-        EXPECT_EQ(length % 1'000'000, 0u);
-        EXPECT_TRUE(length <= before || length == 100'000'000) << n;
-        before = length;
-    }
-    EXPECT_GT(n, 5);
-    EXPECT_EQ(million->references, kCount + 1) << "the inputs are as they were";
-    EXPECT_EQ(Bytes(million).size(), 1'000'000u);
-}
-
-TEST(StringNodes, OnlyTwoReportThatMemoryIsShort)
-{
-    const std::string text(100, 'a');
-    struct Row
-    {
-        const char* type;
-        std::vector<std::string> kinds; // of the errors, by the request that fails
-    };
-    const std::string none;
-    const std::string outOfMemory(error::kOutOfMemory.View());
-    const Row rows[] = {
-        {VELTO_STRING "prefixsuffix", {none}},
-        {VELTO_STRING "searchandreplace", {"net.velto.error.nullptr", "net.velto.error.nullptr", outOfMemory}},
-    };
-    for (const Row& row : rows)
-    {
-        DirectCall call(row.type);
-        for (std::size_t i = 0; i < 3; ++i)
-            call.Port<String>(i) = Made(text);
-        call.Port<String>(2) = Made(text + text);
-        for (std::size_t n = 0; n < row.kinds.size(); ++n)
-        {
-            call.Port<String>(3) = Made("before");
-            const Result ran = RunFailingAt(call, static_cast<Int>(n));
-            EXPECT_EQ(ran.Kind(), row.kinds[n]) << row.type << ", request " << n;
-            if (ran.IsError())
-            {
-                EXPECT_EQ(Bytes(call.Port<String>(3)), "before") << row.type << ", request " << n;
-            }
-        }
-        EXPECT_TRUE(RunFailingAt(call, -1).IsOk());
-        EXPECT_NE(Bytes(call.Port<String>(3)), "before");
-    }
-
-    DirectCall substring(VELTO_STRING "substr");
-    substring.Port<String>(0) = Made(text);
-    substring.Port<Int>(2) = 50;
-    substring.Port<String>(3) = Made("before");
-    const Result ran = RunFailingAt(substring, 0);
-    ASSERT_EQ(ran.Kind(), outOfMemory);
-    EXPECT_NE(std::string_view(ran.Error()->where.file).find("substr_node"), std::string_view::npos);
-    EXPECT_EQ(Bytes(substring.Port<String>(3)), "before");
-    substring.Port<Int>(2) = 0;
-    EXPECT_TRUE(RunFailingAt(substring, 0).IsOk()) << "there is nothing to be short of";
-
-    DirectCall truncated(VELTO_STRING "truncate");
-    truncated.Port<String>(0) = Made(text);
-    truncated.Port<Int>(1) = 50;
-    EXPECT_TRUE(RunFailingAt(truncated, 0).IsOk());
-    EXPECT_EQ(Bytes(truncated.Port<String>(2)), "");
+    EXPECT_EQ(lengthWithout(-1), 100'000u);
+    EXPECT_EQ(lengthWithout(0), 99'000u) << "the first string alone is lost";
+    const std::size_t later = lengthWithout(5);
+    EXPECT_TRUE(later < 99'000 && later % 1000 == 0) << later;
+    EXPECT_EQ(thousand->references, kCount + 1) << "the inputs are as they were";
 }
 
 } // namespace
