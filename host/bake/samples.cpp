@@ -1,5 +1,7 @@
 #include "samples.h"
 
+#include "changes.h"
+
 #include "host/graph/values.h"
 #include "host/registry/datatypes.h"
 #include "host/system/message.h"
@@ -16,92 +18,14 @@ namespace velto::host
 namespace
 {
 
-struct Change
-{
-    std::string origin;
-    Data value;
-};
-
 struct Sample
 {
     ShadingContext context;
-    std::vector<Change> changes;
+    std::vector<InputChange> changes;
 };
 
-// The document's values that can be changed, by name.
-class Changeable
-{
-public:
-    explicit Changeable(const CoreGraph& graph)
-    {
-        for (const CoreNode& node : graph.nodes)
-        {
-            for (const auto& [port, input] : node.inputs)
-                Add(input);
-        }
-        for (const CoreOutput& output : graph.outputs)
-            Add(output.source);
-    }
-
-    void Read(const std::string& origin, const Json& json, const std::string& place, Diagnostics& diagnostics,
-        std::vector<Change>& changes) const
-    {
-        if (const auto found = types_.find(origin); found != types_.end())
-        {
-            Change change{origin, {}};
-            if (ReadValue(json, found->second, place, diagnostics, change.value))
-                changes.push_back(std::move(change));
-            return;
-        }
-        // A whole array, or an element that is an object.
-        const auto first = types_.lower_bound(origin);
-        const bool hasElements = HasPrefix(first, origin + "[");
-        const bool hasMembers = HasPrefix(types_.lower_bound(origin + "."), origin + ".");
-        if (hasElements && json.IsArray())
-        {
-            const std::size_t count = json.Elements().size();
-            for (std::size_t i = 0; i < count; ++i)
-                Read(fmt::format("{}[{}]", origin, i), json.Elements()[i], fmt::format("{}[{}]", place, i), diagnostics,
-                    changes);
-            if (HasPrefix(
-                    types_.lower_bound(fmt::format("{}[{}]", origin, count)), fmt::format("{}[{}]", origin, count)))
-                diagnostics.Fault(place, "a list keeps its length");
-        }
-        else if (hasMembers && json.IsObject())
-        {
-            for (const auto& [name, member] : json.GetMembers())
-                Read(fmt::format("{}.{}", origin, name), member, fmt::format("{}.{}", place, Printable(name)),
-                    diagnostics, changes);
-        }
-        else
-        {
-            std::vector<std::string> names;
-            for (const auto& [name, type] : types_)
-                names.push_back(name);
-            diagnostics.Fault(place, "the document gives no value for this input" + Suggestion(origin, names));
-        }
-    }
-
-private:
-    using Types = std::map<std::string, const DataType*>;
-
-    void Add(const CoreInput& input)
-    {
-        if (!input.origin.empty() && !input.value.IsEmpty())
-            types_[input.origin] = input.value.Type();
-    }
-
-    bool HasPrefix(Types::const_iterator at, const std::string& prefix) const
-    {
-        at = types_.lower_bound(prefix);
-        return at != types_.end() && at->first.starts_with(prefix);
-    }
-
-    Types types_;
-};
-
-bool ReadSample(
-    const Json& json, const std::string& place, const Changeable& changeable, Diagnostics& diagnostics, Sample& sample)
+bool ReadSample(const Json& json, const std::string& place, const ChangeableInputs& changeable,
+    Diagnostics& diagnostics, Sample& sample)
 {
     sample.context.uvwValid = true;
     if (!ReadContext(json, place, "set", diagnostics, sample.context))
@@ -198,7 +122,7 @@ bool EvaluateSamples(
         diagnostics.Fault("", fmt::format("expected an array of samples, got {}", list.Description()));
         return false;
     }
-    const Changeable changeable(graph.document.graph);
+    const ChangeableInputs changeable(graph.document.graph);
     std::vector<Sample> samples(list.Elements().size());
     for (std::size_t i = 0; i < samples.size(); ++i)
         ReadSample(list.Elements()[i], fmt::format("[{}]", i), changeable, diagnostics, samples[i]);
@@ -223,7 +147,7 @@ bool EvaluateSamples(
     {
         std::fill(counts.begin(), counts.end(), 0);
         Result ran;
-        for (const Change& change : samples[i].changes)
+        for (const InputChange& change : samples[i].changes)
         {
             // What no output needs has no constant in the program.
             if (graph.setup->TypeOfConstant(change.origin) && ran.IsOk())

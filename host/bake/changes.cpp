@@ -1,0 +1,68 @@
+#include "changes.h"
+
+#include "host/graph/values.h"
+
+#include <fmt/format.h>
+
+namespace velto::host
+{
+
+ChangeableInputs::ChangeableInputs(const CoreGraph& graph)
+{
+    for (const CoreNode& node : graph.nodes)
+    {
+        for (const auto& [port, input] : node.inputs)
+            Add(input);
+    }
+    for (const CoreOutput& output : graph.outputs)
+        Add(output.source);
+}
+
+void ChangeableInputs::Add(const CoreInput& input)
+{
+    if (!input.origin.empty() && !input.value.IsEmpty())
+        types_[input.origin] = input.value.Type();
+}
+
+bool ChangeableInputs::HasPrefix(const std::string& prefix) const
+{
+    const auto at = types_.lower_bound(prefix);
+    return at != types_.end() && at->first.starts_with(prefix);
+}
+
+void ChangeableInputs::Read(const std::string& origin, const Json& json, const std::string& place,
+    Diagnostics& diagnostics, std::vector<InputChange>& changes) const
+{
+    if (const auto found = types_.find(origin); found != types_.end())
+    {
+        InputChange change{origin, {}};
+        if (ReadValue(json, found->second, place, diagnostics, change.value))
+            changes.push_back(std::move(change));
+        return;
+    }
+    // A whole array, or an element that is an object.
+    if (json.IsArray() && HasPrefix(origin + "["))
+    {
+        const std::size_t count = json.Elements().size();
+        for (std::size_t i = 0; i < count; ++i)
+            Read(fmt::format("{}[{}]", origin, i), json.Elements()[i], fmt::format("{}[{}]", place, i), diagnostics,
+                changes);
+        if (HasPrefix(fmt::format("{}[{}]", origin, count)))
+            diagnostics.Fault(place, "a list keeps its length");
+    }
+    else if (json.IsObject() && HasPrefix(origin + "."))
+    {
+        for (const auto& [name, member] : json.GetMembers())
+            Read(fmt::format("{}.{}", origin, name), member, fmt::format("{}.{}", place, Printable(name)), diagnostics,
+                changes);
+    }
+    else
+    {
+        std::vector<std::string> names;
+        for (const auto& [name, type] : types_)
+            names.push_back(name);
+        diagnostics.Fault(place, "the document gives no value for this input" + Suggestion(origin, names));
+    }
+}
+
+} // namespace velto::host
