@@ -1,6 +1,7 @@
 #include "writer.h"
 
 #include "host/system/guard.h"
+#include "velto/srgb.h"
 
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
@@ -9,7 +10,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -19,12 +19,6 @@ namespace velto::host
 
 namespace
 {
-
-// IEC 61966-2-1.
-float EncodeSrgb(float c)
-{
-    return c <= 0.0031308f ? 12.92f * c : 1.055f * std::pow(c, 1.0f / 2.4f) - 0.055f;
-}
 
 OIIO::TypeDesc FormatOf(PixelDepth depth, const std::string& format)
 {
@@ -121,7 +115,7 @@ public:
         for (std::size_t i = 0; i < pixels; ++i, rows += channels_)
         {
             for (int c = 0; c < writtenChannels_; ++c)
-                *to++ = isSrgb_ && c < colorChannels ? EncodeSrgb(rows[c]) : rows[c];
+                *to++ = isSrgb_ && c < colorChannels ? SrgbFromLinear(rows[c]) : rows[c];
         }
         if (!output_->write_scanlines(row_, row_ + rowCount, 0, OIIO::TypeDesc::FLOAT, encoded_.data()))
             return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file_, Reason()));

@@ -14,6 +14,15 @@ struct RenderMessages;
 // The directories in which relative file names are looked for, in order.
 using SearchPathsType = BaseArray<Url>;
 
+// What a pattern does outside of 0 to 1.
+enum TileMode : std::uint8_t
+{
+    kTileNone,
+    kTileClamp,
+    kTileRepeat,
+    kTileMirror,
+};
+
 // Nodes copy it whole and change the copy. Fields named `own...` are the render framework's and are carried along.
 struct ShadingContext
 {
@@ -36,8 +45,8 @@ struct ShadingContext
     Vector bitangent;
     Bool uvwValid = false; // false: generators give their empty result
     std::uint8_t spare = 0;
-    std::uint8_t tileModeU = 0; // 0 none, 1 clamp, 2 repeat, 3 mirror
-    std::uint8_t tileModeV = 0;
+    std::uint8_t tileModeU = kTileNone; // a TileMode
+    std::uint8_t tileModeV = kTileNone;
     std::uint8_t own4[4] = {};
     UInt own5[2] = {};
     Int pixel[2] = {};

@@ -1,5 +1,6 @@
 // Moves a colour from one transfer curve to another, by way of linear light.
 #include "velto/mask.h"
+#include "velto/srgb.h"
 
 #include <cmath>
 
@@ -30,7 +31,7 @@ static ColorA PerChannel(const ColorA& x, Curve curve)
 static ColorA ToLinear(const ColorA& x, const InternedId& profile, const CurveParameters& p)
 {
     if (profile == kSrgb)
-        return PerChannel(x, [](Float c) { return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); });
+        return PerChannel(x, LinearFromSrgb<Float>);
     if (profile == kGamma)
         return PerChannel(x, [&](Float c) { return std::pow(c, p.gamma); });
     if (profile == kRec709)
@@ -47,8 +48,7 @@ static ColorA ToLinear(const ColorA& x, const InternedId& profile, const CurvePa
 static ColorA FromLinear(const ColorA& x, const InternedId& profile, const CurveParameters& p)
 {
     if (profile == kSrgb)
-        return PerChannel(
-            x, [](Float c) { return c <= 0.0031308 ? 12.92 * c : 1.055 * std::pow(c, 0.4166666666666667) - 0.055; });
+        return PerChannel(x, SrgbFromLinear<Float>);
     if (profile == kGamma)
         return PerChannel(x, [&](Float c) { return p.gamma > 0.0 ? std::pow(c, 1.0 / p.gamma) : 0.0; });
     if (profile == kRec709)

@@ -68,17 +68,9 @@ VELTO_INTERNED_ID(kClamp, "clamp");
 VELTO_INTERNED_ID(kRepeat, "repeat");
 VELTO_INTERNED_ID(kMirror, "mirror");
 
-enum WrapMode : std::uint8_t
+static TileMode ToTileMode(const InternedId& id)
 {
-    kWrapExtend,
-    kWrapClamp,
-    kWrapRepeat,
-    kWrapMirror,
-};
-
-static WrapMode ToWrapMode(const InternedId& id)
-{
-    return id == kClamp ? kWrapClamp : id == kRepeat ? kWrapRepeat : id == kMirror ? kWrapMirror : kWrapExtend;
+    return id == kClamp ? kTileClamp : id == kRepeat ? kTileRepeat : id == kMirror ? kTileMirror : kTileNone;
 }
 
 // Brings one axis into its tile, the neighbours by the tile index of the centre, so that a footprint does not jump at a
@@ -86,13 +78,13 @@ static WrapMode ToWrapMode(const InternedId& id)
 class Wrap
 {
 public:
-    Wrap(WrapMode mode, Float repetitions, Float centre) : mode_(mode), repetitions_(repetitions)
+    Wrap(TileMode mode, Float repetitions, Float centre) : mode_(mode), repetitions_(repetitions)
     {
-        if (mode == kWrapRepeat || mode == kWrapMirror)
+        if (mode == kTileRepeat || mode == kTileMirror)
         {
             floor_ = std::floor(centre);
             tile_ = std::abs(floor_) < kLimit ? floor_ : Saturated(floor_);
-            runsBackwards_ = mode == kWrapMirror && IsOdd(tile_);
+            runsBackwards_ = mode == kTileMirror && IsOdd(tile_);
         }
     }
 
@@ -110,19 +102,19 @@ private:
     {
         switch (mode_)
         {
-        case kWrapClamp:
+        case kTileClamp:
             return repetitions_ >= 0.0 ? Min(Max(y, 0.0), repetitions_) : Min(Max(y, repetitions_), 0.0);
-        case kWrapRepeat:
-        case kWrapMirror:
+        case kTileRepeat:
+        case kTileMirror:
             y -= tile;
             return runsBackwards_ ? 1.0 - y : y;
-        case kWrapExtend:
+        case kTileNone:
             break;
         }
         return y;
     }
 
-    WrapMode mode_;
+    TileMode mode_;
     bool runsBackwards_ = false;
     Float repetitions_;
     Float floor_ = 0.0;
@@ -134,10 +126,10 @@ static bool IsOnArea(Bool decal, Float position)
     return !decal || (position >= 0.0 && position <= 1.0);
 }
 
-static std::uint8_t TileModeOf(WrapMode mode, Bool decal, Float repetitions)
+static TileMode TileModeOf(TileMode mode, Bool decal, Float repetitions)
 {
     // Samplers clamp at the border of a decal of one tile.
-    return decal && std::abs(repetitions) <= 1.0 ? kWrapClamp : mode;
+    return decal && std::abs(repetitions) <= 1.0 ? kTileClamp : mode;
 }
 
 // Settles the common case without a branch a component. What has the same bits and is not equal, a NaN, would give the
@@ -162,8 +154,8 @@ static void Placement2d(In<"context", ShadingContext> context, In<"localOffset",
     State<"localLengthCached", Vector2d> cachedLength, State<"localPivotCached", Vector2d> cachedPivot,
     State<"localRotationCached", Float> cachedRotation, State<"localRepetitionsCached", Vector2d> cachedRepetitions)
 {
-    const WrapMode wrapModeU = ToWrapMode(*modeU);
-    const WrapMode wrapModeV = ToWrapMode(*modeV);
+    const TileMode tileModeU = ToTileMode(*modeU);
+    const TileMode tileModeV = ToTileMode(*modeV);
 
     const bool isUnchanged = AreSameBits(*offset, *cachedOffset) & AreSameBits(*length, *cachedLength) &
                              AreSameBits(*pivot, *cachedPivot) & AreSameBits(*rotation, *cachedRotation) &
@@ -188,8 +180,8 @@ static void Placement2d(In<"context", ShadingContext> context, In<"localOffset",
     const bool inside =
         IsOnArea(*decalU, y.x * pdata->invRepetitions.x) && IsOnArea(*decalV, y.y * pdata->invRepetitions.y);
 
-    const Wrap wrapU(wrapModeU, repetitions->x, y.x);
-    const Wrap wrapV(wrapModeV, repetitions->y, y.y);
+    const Wrap wrapU(tileModeU, repetitions->x, y.x);
+    const Wrap wrapV(tileModeV, repetitions->y, y.y);
     const auto place = [&](const Vector2d& tiles) {
         return Vector2d{wrapU.Neighbour(tiles.x), wrapV.Neighbour(tiles.y)};
     };
@@ -210,8 +202,8 @@ static void Placement2d(In<"context", ShadingContext> context, In<"localOffset",
     write(result->uvw, centre);
     write(result->uvwPlusDeltaU, placedU);
     write(result->uvwPlusDeltaV, placedV);
-    result->tileModeU = TileModeOf(wrapModeU, *decalU, repetitions->x);
-    result->tileModeV = TileModeOf(wrapModeV, *decalV, repetitions->y);
+    result->tileModeU = TileModeOf(tileModeU, *decalU, repetitions->x);
+    result->tileModeV = TileModeOf(tileModeV, *decalV, repetitions->y);
 }
 
 VELTO_CORE_NODE("net.velto.render.corenode.placement2d", Placement2d);

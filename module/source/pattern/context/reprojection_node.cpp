@@ -127,8 +127,8 @@ static void Reproject(In<"context", ShadingContext> context, In<"rotation", Floa
         result->uvwPlusDeltaV = neighbour(context->uvwPlusDeltaV);
     }
     result->uvwValid = true;
-    result->tileModeU = 0;
-    result->tileModeV = mirror ? 3 : tile ? 2 : 0;
+    result->tileModeU = kTileNone;
+    result->tileModeV = mirror ? kTileMirror : tile ? kTileRepeat : kTileNone;
 }
 
 VELTO_CORE_NODE("net.velto.render.corenode.gradientplacement", Reproject);

@@ -10,14 +10,6 @@ namespace velto::pattern
 static constexpr Float kCell = 0.5;
 static constexpr Float kPoint = 1e-8; // a smaller extent is none
 
-enum TileMode : std::uint8_t
-{
-    kTileNone,
-    kTileClamp,
-    kTileRepeat,
-    kTileMirror,
-};
-
 static Float WrapToTile(Float c, std::uint8_t tileMode)
 {
     // The upper clamp stays inside the tile.

@@ -1,6 +1,7 @@
 // The curves between two knots of a gradient, and the encoding in which they may run.
 #pragma once
 
+#include "velto/srgb.h"
 #include "velto/types.h"
 
 #include <cmath>
@@ -66,12 +67,10 @@ inline ColorA CubicBias(const ColorA& c0, const ColorA& c1, Float t, Float bias)
 
 inline ColorA EncodeSrgb(const ColorA& color)
 {
-    const auto encode = [](Float c) {
-        return c <= 0.0031308 ? 12.92 * c : 1.055 * std::pow(c, 0.4166666666666667) - 0.055;
-    };
-    return {encode(color.r), encode(color.g), encode(color.b), color.a};
+    return {SrgbFromLinear(color.r), SrgbFromLinear(color.g), SrgbFromLinear(color.b), color.a};
 }
 
+// Not by `LinearFromSrgb`: the curve passes values below 0 on, and multiplies, which gives other last bits.
 inline ColorA DecodeSrgb(const ColorA& color)
 {
     const auto decode = [](Float c) {
