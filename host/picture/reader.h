@@ -3,7 +3,7 @@
 #pragma once
 
 #include "filehead.h"
-#include "levels.h"
+#include "pyramid.h"
 
 #include <string>
 

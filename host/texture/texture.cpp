@@ -1,6 +1,7 @@
 #include "texture.h"
 
 #include "host/picture/reader.h"
+#include "host/picture/sampling.h"
 #include "host/system/guard.h"
 #include "host/system/output.h"
 #include "host/text/string.h"

@@ -1,7 +1,7 @@
 #include "host/texture/texture.h"
 
 #include "host/loader/services.h"
-#include "host/picture/levels.h"
+#include "host/picture/sampling.h"
 #include "host/system/output.h"
 #include "host/text/url.h"
 #include "test/support/picture_files.h"
