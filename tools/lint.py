@@ -74,8 +74,8 @@ def check_includes():
 
 
 # What lies in a folder of `host/` includes its own folder and those before it.
-HOST_ORDER = ("system", "text", "math", "registry", "corenode", "picture", "noise", "texture", "blend", "graph",
-              "runtime", "fuse", "bake", "loader")
+HOST_ORDER = ("system", "text", "math", "registry", "corenode", "picture", "decode", "noise", "texture", "blend",
+              "graph", "runtime", "fuse", "bake", "loader")
 
 
 def check_host_order():

@@ -50,7 +50,7 @@ std::string LowerSuffix(const std::filesystem::path& file)
 }
 
 // The name of the reader for what the file holds.
-std::string_view FormatOf(const std::filesystem::path& file, const Opening& opening)
+std::string_view FormatOf(const std::filesystem::path& file, const Opening& opening, bool& isMovie)
 {
     using namespace std::string_view_literals;
     struct Signature
@@ -58,23 +58,33 @@ std::string_view FormatOf(const std::filesystem::path& file, const Opening& open
         std::string_view format;
         std::size_t at;
         std::string_view text;
+        bool isMovie = false;
     };
     static constexpr Signature signatures[] = {{"png", 0, "\x89PNG\r\n\x1a\n"sv}, {"jpeg", 0, "\xff\xd8\xff"sv},
         {"tiff", 0, "II*\0"sv}, {"tiff", 0, "MM\0*"sv}, {"tiff", 0, "II+\0"sv}, {"tiff", 0, "MM\0+"sv},
-        {"openexr", 0, "\x76\x2f\x31\x01"sv}, {"hdr", 0, "#?"sv}, {"gif", 0, "GIF8"sv}, {"ffmpeg", 4, "ftyp"sv},
-        {"ffmpeg", 4, "moov"sv}, {"ffmpeg", 8, "AVI "sv}, {"ffmpeg", 0, "\x1a\x45\xdf\xa3"sv},
-        {"ffmpeg", 0, "\0\0\x01\xba"sv}, {"ffmpeg", 0, "\0\0\x01\xb3"sv}};
+        {"openexr", 0, "\x76\x2f\x31\x01"sv}, {"hdr", 0, "#?"sv}, {"gif", 0, "GIF87a"sv, true},
+        {"gif", 0, "GIF89a"sv, true}, {"mov", 4, "ftyp"sv, true}, {"mov", 4, "moov"sv, true},
+        {"matroska", 0, "\x1a\x45\xdf\xa3"sv, true}, {"mpeg", 0, "\0\0\x01\xba"sv, true},
+        {"mpegvideo", 0, "\0\0\x01\xb3"sv, true}};
     for (const Signature& signature : signatures)
     {
-        if (opening.Has(signature.at, signature.text))
-            return signature.format;
+        if (!opening.Has(signature.at, signature.text))
+            continue;
+        isMovie = signature.isMovie;
+        return signature.format;
+    }
+    if (opening.Has(0, "RIFF") && opening.Has(8, "AVI "))
+    {
+        isMovie = true;
+        return "avi";
     }
     // Targa files have no signature: a header that makes sense under the right name must do.
     static constexpr int kTargaTypes[] = {1, 2, 3, 9, 10, 11};
     if (LowerSuffix(file) == ".tga" && opening.count >= 18 && opening.bytes[1] <= 1 &&
         std::find(std::begin(kTargaTypes), std::end(kTargaTypes), opening.bytes[2]) != std::end(kTargaTypes))
         return "targa";
-    FailReading(file, "is of no format that is read here (png, jpg, tif, exr, hdr, tga, gif, mp4, mov, avi, mkv, mpg)");
+    FailReading(
+        file, "is of no format that is read here (png, jpg, tif, exr, hdr, tga, gif, mp4, mov, avi, webm, mkv, mpg)");
 }
 
 // The reader of this format makes room for the whole picture while it opens an interlaced file, and writes to stderr
@@ -267,7 +277,7 @@ FileHead ReadHead(const std::filesystem::path& file)
         FailReading(file, "cannot be opened");
     if (opening.count == 0)
         FailReading(file, "is empty");
-    head.format = FormatOf(file, opening);
+    head.format = FormatOf(file, opening, head.isMovie);
     stream.clear();
     if (head.format == "png")
         CheckPng(file, head, opening, stream);

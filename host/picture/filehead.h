@@ -20,10 +20,9 @@ inline constexpr int kLargestPicture = 32768;
 
 struct FileHead
 {
-    std::string_view format; // the name of its reader
+    std::string_view format; // the name of its reader; of a movie's container
+    bool isMovie = false;
     std::uintmax_t fileSize = 0;
-
-    bool IsMovie() const { return format == "ffmpeg" || format == "gif"; }
 };
 
 // Recognises the file and checks what its reader would not. Throws `TextureFileError`.

@@ -6,8 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
-#include <list>
+#include <limits>
 
 namespace velto::host
 {
@@ -52,91 +51,6 @@ std::unique_ptr<OIIO::ImageInput> Open(
         FailReading(file, input->geterror());
     return input;
 }
-
-// Movies that were read last stay open, since their pictures are asked for one after the other.
-class OpenMovies
-{
-public:
-    struct Movie
-    {
-        std::mutex mutex;
-        std::filesystem::path file;
-        std::filesystem::file_time_type changed;
-        std::unique_ptr<OIIO::ImageInput> input;
-        OIIO::ImageSpec spec;
-        Clip clip;
-    };
-
-    static OpenMovies& Get()
-    {
-        static OpenMovies movies;
-        return movies;
-    }
-
-    std::shared_ptr<Movie> Open(const std::filesystem::path& file, std::string_view format)
-    {
-        std::error_code ignored;
-        const auto changed = std::filesystem::last_write_time(file, ignored);
-        const std::lock_guard lock(mutex_);
-        const auto known = std::find_if(movies_.begin(), movies_.end(),
-            [&](const auto& movie) { return movie->file == file && movie->changed == changed; });
-        if (known != movies_.end())
-        {
-            movies_.splice(movies_.begin(), movies_, known);
-            return movies_.front();
-        }
-        auto movie = std::make_shared<Movie>();
-        movie->file = file;
-        movie->changed = changed;
-        movie->input = velto::host::Open(file, format, movie->spec);
-        CheckSize(file, movie->spec.width, movie->spec.height);
-        movie->clip = ClipOf(*movie->input, movie->spec, format);
-        movies_.push_front(movie);
-        if (movies_.size() > kMostOpen)
-            movies_.pop_back();
-        return movie;
-    }
-
-private:
-    static constexpr std::size_t kMostOpen = 4;
-
-    static Clip ClipOf(OIIO::ImageInput& input, OIIO::ImageSpec& spec, std::string_view format)
-    {
-        Clip clip;
-        clip.framesPerSecond = FramesPerSecond(spec);
-        clip.frames = spec.get_int_attribute("oiio:subimages", 0);
-        if (format == "gif")
-        {
-            // This reader does not say how many pictures there are, or how fast, before they are read.
-            constexpr int kMostFrames = 100000;
-            clip.frames = 1;
-            while (clip.frames < kMostFrames && input.seek_subimage(static_cast<int>(clip.frames), 0))
-            {
-                if (clip.framesPerSecond <= 0.0)
-                    clip.framesPerSecond = FramesPerSecond(input.spec());
-                ++clip.frames;
-            }
-            input.geterror();
-            input.seek_subimage(0, 0);
-            if (clip.framesPerSecond <= 0.0)
-                clip.framesPerSecond = 10.0;
-        }
-        if (clip.frames <= 1 || !(clip.framesPerSecond > 0.0) || !std::isfinite(clip.framesPerSecond))
-            clip = {};
-        return clip;
-    }
-
-    static double FramesPerSecond(const OIIO::ImageSpec& spec)
-    {
-        int rational[2] = {0, 1};
-        if (spec.getattribute("FramesPerSecond", OIIO::TypeRational, rational) && rational[1] != 0)
-            return double(rational[0]) / rational[1];
-        return spec.get_float_attribute("FramesPerSecond", 0.0f);
-    }
-
-    std::mutex mutex_;
-    std::list<std::shared_ptr<Movie>> movies_;
-};
 
 Transfer EncodingOf(const OIIO::ImageSpec& spec)
 {
@@ -350,9 +264,11 @@ int ShiftFor(const OIIO::ImageSpec& spec, std::size_t texelSize, const Transfer&
     return shift;
 }
 
-template <class T>
-std::unique_ptr<Picture> Decode(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, const ChannelChoice& choice,
-    const TextureFileRequest& request, std::string& note)
+// Builds the picture of what `readRows` reads: it gets the channels that are wanted, by first and one behind the last
+// one, and what to call with the pixels of each row.
+template <class T, class ReadRows>
+std::unique_ptr<Picture> Build(const OIIO::ImageSpec& spec, const ChannelChoice& choice,
+    const TextureFileRequest& request, std::string& note, const ReadRows& readRows)
 {
     const Transfer transfer = EncodingOf(spec);
     const int shift = ShiftFor(spec, sizeof(T) * 4, transfer, request.memory);
@@ -371,8 +287,7 @@ std::unique_ptr<Picture> Decode(OIIO::ImageInput& input, const OIIO::ImageSpec& 
         }
     }
     Gatherer<T> gatherer(spec, shift, transfer);
-    ReadRows<T>(input, input.current_subimage(), spec, first, behind, request.file,
-        [&](int y, const T* pixels) { gatherer.AddRow(y, pixels, choice, first, behind - first); });
+    readRows(first, behind, [&](int y, const T* pixels) { gatherer.AddRow(y, pixels, choice, first, behind - first); });
 
     auto picture = std::make_unique<Picture>();
     picture->width = spec.width;
@@ -381,36 +296,66 @@ std::unique_ptr<Picture> Decode(OIIO::ImageInput& input, const OIIO::ImageSpec& 
     return picture;
 }
 
-// `still` is the head of the file where it is no movie. A movie has no layers: its parts are its pictures. And what it
-// unpacks to has little to do with its bytes.
-std::unique_ptr<Picture> DecodePart(OIIO::ImageInput& input, OIIO::ImageSpec spec, const FileHead* still,
-    const TextureFileRequest& request, std::string& note)
+std::unique_ptr<Picture> ReadStill(const TextureFileRequest& request, const FileHead& head, std::string& note)
 {
-    const ChannelChoice choice = still ? SeekLayer(input, spec, request.file, request.layer) : ChooseChannels(spec, "");
+    OIIO::ImageSpec spec;
+    const auto input = Open(request.file, head.format, spec);
+    const ChannelChoice choice = SeekLayer(*input, spec, request.file, request.layer);
     if (choice[0] < 0)
         FailReading(request.file, "has no channels");
     CheckSize(request.file, spec.width, spec.height);
-    if (still)
-        CheckBytes(request.file, std::max(spec.image_bytes(true), spec.tile_bytes(true)), *still);
+    CheckBytes(request.file, std::max(spec.image_bytes(true), spec.tile_bytes(true)), head);
     if (spec.depth > 1 || spec.deep || spec.nchannels > kMostChannels)
         FailReading(request.file, "is no flat picture");
+    const auto build = [&]<class T>(T) {
+        return Build<T>(spec, choice, request, note, [&](int first, int behind, const auto& use) {
+            ReadRows<T>(*input, input->current_subimage(), spec, first, behind, request.file, use);
+        });
+    };
     if (!request.asFloat && (spec.format == OIIO::TypeDesc::UINT8 || spec.format == OIIO::TypeDesc::INT8))
-        return Decode<std::uint8_t>(input, spec, choice, request, note);
+        return build(std::uint8_t());
     if (!request.asFloat && (spec.format == OIIO::TypeDesc::UINT16 || spec.format == OIIO::TypeDesc::INT16))
-        return Decode<std::uint16_t>(input, spec, choice, request, note);
-    return Decode<float>(input, spec, choice, request, note);
+        return build(std::uint16_t());
+    return build(float());
 }
 
-std::unique_ptr<Picture> ReadMovie(const TextureFileRequest& request, std::string_view format, std::string& note)
+// A row of whole numbers as numbers of another type, 0 and 1 staying what they are.
+template <class To, class From>
+const To* Converted(const From* row, std::size_t count, std::vector<To>& buffer)
 {
-    const auto movie = OpenMovies::Get().Open(request.file, format);
-    const std::lock_guard lock(movie->mutex);
-    const auto frame = static_cast<int>(std::clamp<Int>(request.frame, 0, std::max<Int>(movie->clip.frames - 1, 0)));
-    if (!movie->input->seek_subimage(frame, 0))
-        FailReading(request.file, movie->input->geterror());
-    auto picture = DecodePart(*movie->input, movie->input->spec(), nullptr, request, note);
-    picture->framesPerSecond = movie->clip.framesPerSecond;
-    picture->seconds = movie->clip.Seconds();
+    if constexpr (std::is_same_v<To, From>)
+        return row;
+    buffer.resize(count);
+    std::transform(row, row + count, buffer.begin(),
+        [](From value) { return static_cast<To>(value) / static_cast<To>(std::numeric_limits<From>::max()); });
+    return buffer.data();
+}
+
+// A movie has no layers. And what it unpacks to has little to do with its bytes.
+std::unique_ptr<Picture> ReadMovie(const TextureFileRequest& request, const FileHead& head, std::string& note)
+{
+    const std::shared_ptr<Movie> movie = Movie::Open(request.file, head);
+    auto picture = movie->Read(request.frame, [&](const MoviePicture& from) {
+        const OIIO::ImageSpec spec(from.width, from.height, from.channels,
+            from.bytesPerChannel == 1 ? OIIO::TypeDesc::UINT8 : OIIO::TypeDesc::UINT16);
+        const ChannelChoice choice = {0, 1, 2, from.channels == 4 ? 3 : -1};
+        const auto build = [&]<class From, class To>(From, To) {
+            return Build<To>(spec, choice, request, note, [&](int, int, const auto& use) {
+                std::vector<To> buffer;
+                for (int y = 0; y < from.height; ++y)
+                {
+                    const auto* const row =
+                        reinterpret_cast<const From*>(from.pixels + from.rowBytes * static_cast<std::size_t>(y));
+                    use(y, Converted(row, static_cast<std::size_t>(from.width * from.channels), buffer));
+                }
+            });
+        };
+        if (from.bytesPerChannel == 1)
+            return request.asFloat ? build(std::uint8_t(), float()) : build(std::uint8_t(), std::uint8_t());
+        return request.asFloat ? build(std::uint16_t(), float()) : build(std::uint16_t(), std::uint16_t());
+    });
+    picture->framesPerSecond = movie->GetClip().framesPerSecond;
+    picture->seconds = movie->GetClip().seconds;
     return picture;
 }
 
@@ -420,7 +365,7 @@ Clip ReadClip(const std::filesystem::path& file)
 {
     return WithFileName(file, [&] {
         const FileHead head = ReadHead(file);
-        return head.IsMovie() ? OpenMovies::Get().Open(file, head.format)->clip : Clip();
+        return head.isMovie ? Movie::Open(file, head)->GetClip() : Clip();
     });
 }
 
@@ -428,11 +373,7 @@ std::unique_ptr<Picture> ReadPicture(const TextureFileRequest& request, std::str
 {
     return WithFileName(request.file, [&] {
         const FileHead head = ReadHead(request.file);
-        if (head.IsMovie())
-            return ReadMovie(request, head.format, note);
-        OIIO::ImageSpec spec;
-        const auto input = Open(request.file, head.format, spec);
-        return DecodePart(*input, spec, &head, request, note);
+        return head.isMovie ? ReadMovie(request, head, note) : ReadStill(request, head, note);
     });
 }
 

@@ -3,21 +3,13 @@
 #pragma once
 
 #include "filehead.h"
+#include "movie.h"
 #include "pyramid.h"
 
 #include <string>
 
 namespace velto::host
 {
-
-// What a movie is besides its pictures.
-struct Clip
-{
-    Int frames = 0;
-    double framesPerSecond = 0.0;
-
-    double Seconds() const { return framesPerSecond > 0.0 ? double(frames) / framesPerSecond : 0.0; }
-};
 
 struct TextureFileRequest
 {

@@ -157,7 +157,7 @@ Result Resolve(const Url& url, const SearchPathsType* searchPaths, Url& resolved
 Result SelectFrame(
     const FrameCallback& callback, const SearchPathsType* searchPaths, const Clip& clip, Url& url, TimeValue& time)
 {
-    const TimeValue length{clip.Seconds()};
+    const TimeValue length{clip.seconds};
     const TimeValue givenTime = time;
     const Url given = url;
     VELTO_TRY(callback.function(callback.user, length, &url, &time));
@@ -177,12 +177,6 @@ Result SelectFrame(
         return {};
     }
     return Resolve(Url(url), searchPaths, url);
-}
-
-Int FrameAt(double seconds, double framesPerSecond)
-{
-    const double frame = seconds * framesPerSecond + 0.001;
-    return frame >= 0.0 && frame < 1e9 ? static_cast<Int>(frame) : 0;
 }
 
 Result UnreadableFile(std::string_view text)
@@ -219,7 +213,7 @@ Result LoadTexture(const UrlObject* given, const SearchPathsType* searchPaths, B
         request.file = Path(url);
         if (layers)
             request.layer = Bytes(layers->name);
-        request.frame = FrameAt(time.seconds, clip.framesPerSecond);
+        request.frame = clip.FrameAt(time.seconds);
         request.asFloat = force32Bit;
         request.memory = textureMemory;
         PictureCache::Get().Trim(textureMemory);

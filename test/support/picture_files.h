@@ -131,12 +131,13 @@ public:
         return WriteBytes(name, bytes + std::string("\x03\x01\x11\0\x02\x11\0\x03\x11\0\xff\xda", 12));
     }
 
-    // Pictures of one pixel on a square screen.
-    std::string WriteGif(const std::string& name, std::size_t side, int count = 1) const
+    // Pictures of one pixel on a square screen, each shown for so many hundredths of a second.
+    std::string WriteGif(const std::string& name, std::size_t side, const std::vector<std::size_t>& delays = {10}) const
     {
         std::string bytes = "GIF89a" + Bytes({side, side}, 2) + std::string("\x80\0\0\0\0\0\xff\xff\xff", 9);
-        for (; count > 0; --count)
-            bytes += std::string(",\0\0\0\0\x01\0\x01\0\0\x02\x02\x44\x01\0", 15);
+        for (const std::size_t delay : delays)
+            bytes += std::string("!\xf9\x04\0", 4) + Bytes({delay}, 2) + std::string("\0\0", 2) +
+                     std::string(",\0\0\0\0\x01\0\x01\0\0\x02\x02\x44\x01\0", 15);
         return WriteBytes(name, bytes + ";");
     }
 
