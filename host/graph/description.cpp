@@ -157,10 +157,10 @@ Result GetDictionary(const DescriptionObject* description, DictionaryObject** di
 }
 
 // Makes a node type of a description, with its faults at their places.
-class TypeReader
+class DescriptionReader
 {
 public:
-    TypeReader(const Json& json, Diagnostics& diagnostics) : json_(json), diagnostics_(diagnostics) {}
+    DescriptionReader(const Json& json, Diagnostics& diagnostics) : json_(json), diagnostics_(diagnostics) {}
 
     std::shared_ptr<NodeType> Read()
     {
@@ -502,7 +502,7 @@ Result ProcessDescription(
     return Guarded([&]() -> Result {
         const DescriptionFile& file = *static_cast<const HostDescription*>(description)->file;
         Diagnostics diagnostics;
-        std::shared_ptr<NodeType> type = TypeReader(file.json, diagnostics).Read();
+        std::shared_ptr<NodeType> type = DescriptionReader(file.json, diagnostics).Read();
         if (std::any_of(Types().begin(), Types().end(),
                 [&](const Made& known) { return known.type->id == type->id && known.file != file.path; }))
             diagnostics.Fault("id", "another description has this id");
