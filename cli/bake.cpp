@@ -153,7 +153,7 @@ bool ReadOptions(const BakeArguments& arguments, const Streams& streams, host::B
     }
     options.framesPerSecond = arguments.framesPerSecond;
     options.threads = arguments.threads;
-    options.supersample = arguments.supersample;
+    options.view.supersample = arguments.supersample;
     return Choose("--depth", arguments.depth,
                {{"", PixelDepth::Default}, {"uint8", PixelDepth::UInt8}, {"uint16", PixelDepth::UInt16},
                    {"half", PixelDepth::Half}, {"float", PixelDepth::Float}},

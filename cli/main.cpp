@@ -64,7 +64,7 @@ void AddBake(CLI::App& app, BakeArguments& a)
         ->check(CLI::Range(1e-6, 1e6))
         ->capture_default_str();
     bake->add_option("--threads", a.threads, "threads; default: all")->check(CLI::Range(1, 1024));
-    bake->add_option("--supersample", a.supersample, "N x N samples a pixel")
+    bake->add_option("--supersample", a.supersample, "N x N samples a pixel, each filtered for its share of it")
         ->check(CLI::Range(1, 64))
         ->capture_default_str();
     bake->add_option("--crop", a.crop, "evaluates and writes only this window of the picture")->type_name("X,Y,WxH");

@@ -135,7 +135,8 @@ private:
         VELTO_TRY(outputs_.Wait());
         statistics_.writeSeconds += outputs_.Seconds();
         statistics_.samples += static_cast<UInt>(window_.width) * static_cast<UInt>(window_.height) *
-                               static_cast<UInt>(options_.supersample) * static_cast<UInt>(options_.supersample);
+                               static_cast<UInt>(options_.view.supersample) *
+                               static_cast<UInt>(options_.view.supersample);
         for (const Worker& worker : workers_)
         {
             for (std::size_t i = 0; i < worker.counts.size(); ++i)
@@ -225,7 +226,7 @@ private:
 
     Result SamplePixel(Instance& instance, int bandRow, int x, int y)
     {
-        const int n = options_.supersample;
+        const int n = options_.view.supersample;
         std::vector<BakeOutputs::Target>& targets = outputs_.Targets();
         double sums[kMaxTargets][4] = {};
         for (int j = 0; j < n; ++j)
@@ -273,7 +274,7 @@ private:
             return;
         const UInt pixels = static_cast<UInt>(rowsDone) * static_cast<UInt>(window_.width);
         options_.progress({static_cast<double>(rowsDone) / window_.height,
-            pixels * static_cast<UInt>(options_.supersample) * static_cast<UInt>(options_.supersample),
+            pixels * static_cast<UInt>(options_.view.supersample) * static_cast<UInt>(options_.view.supersample),
             SecondsSince(start)});
     }
 

@@ -23,8 +23,7 @@ struct BakeProgress
 struct BakeOptions
 {
     BakeView view;
-    BakeWindow window; // of the picture; empty: all of it
-    int supersample = 1;
+    BakeWindow window;    // of the picture; empty: all of it
     double seconds = 0.0; // the time of the frame
     double framesPerSecond = 25.0;
     int threads = 0; // 0: as many as there are

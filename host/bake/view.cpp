@@ -13,9 +13,9 @@ namespace
 void FillPlane(const BakeView& view, double x, double y, ShadingContext& context)
 {
     const Vector uvw{x / view.width, y / view.height, 0.0};
-    // The neighbours are one pixel away.
-    const Vector nextU{(x + 1.0) / view.width, uvw.y, 0.0};
-    const Vector nextV{uvw.x, (y + 1.0) / view.height, 0.0};
+    const double step = 1.0 / view.supersample;
+    const Vector nextU{(x + step) / view.width, uvw.y, 0.0};
+    const Vector nextV{uvw.x, (y + step) / view.height, 0.0};
     context.uvw = uvw;
     context.uvwPlusDeltaU = nextU;
     context.uvwPlusDeltaV = nextV;
@@ -63,8 +63,9 @@ bool FillSphere(const BakeView& view, double x, double y, ShadingContext& contex
         OnSphere(view, x - dx, y - dy, next);
         return next;
     };
-    const Vector nextU = neighbour(1.0, 0.0);
-    const Vector nextV = neighbour(0.0, 1.0);
+    const double step = 1.0 / view.supersample;
+    const Vector nextU = neighbour(step, 0.0);
+    const Vector nextV = neighbour(0.0, step);
     context.uvw = SphereUv(position);
     context.uvwPlusDeltaU = SphereUv(nextU);
     context.uvwPlusDeltaV = SphereUv(nextV);

@@ -17,6 +17,7 @@ struct BakeView
     int width = 1024; // of the whole picture
     int height = 1024;
     BakeShape shape = BakeShape::Plane;
+    int supersample = 1; // samples along a pixel's side; a sample's neighbours are one sample away
 };
 
 // The context of a sample at a place of the picture, in pixels from its upper left corner; false where the shape is

@@ -147,7 +147,7 @@ TEST_F(BakeThreads, GiveTheSameBytesAsOne)
             "interpolation": "nearest"}}},
         "outputs": {"color": "cache.result"}})";
     BakeOptions options = Size(301, 257);
-    options.supersample = 2;
+    options.view.supersample = 2;
     for (const std::string& text : {std::string(kLazy), raster})
     {
         std::string one;
@@ -312,7 +312,7 @@ TEST_F(BakeTest, SupersamplesAreTheMeanOfAPixel)
 {
     // A node that counts its samples: 3 x 3 in each of two pixels.
     BakeOptions options = Size(2, 1);
-    options.supersample = 3;
+    options.view.supersample = 3;
     options.encoding.depth = host::PixelDepth::Float;
     host::Graph graph;
     ASSERT_TRUE(Load(kRamp, graph));
@@ -322,6 +322,38 @@ TEST_F(BakeTest, SupersamplesAreTheMeanOfAPixel)
     EXPECT_FLOAT_EQ(0.25f, image.values[0]);
     EXPECT_FLOAT_EQ(0.75f, image.values[1]);
     EXPECT_EQ(18u, statistics.samples);
+}
+
+// Patterns filter each sample for its share of a pixel, so that many samples make a pixel neither softer nor harder
+// than its mean is.
+TEST_F(BakeTest, SupersamplesConvergeToTheMeanOfAPixel)
+{
+    const std::string document = R"({"version": 1, "nodes": {
+        "place": {"type": "placement2d", "inputs": {"localRotation": 0.4, "localRepetitions": [3, 3]}},
+        "board": {"type": "checkerboard", "inputs": {"contextLocal": {"from": "place.result"},
+            "color1": [0, 0, 0, 1], "color2": [1, 1, 1, 1]}}}, "outputs": {"color": "board.result"}})";
+    constexpr int kSize = 24;
+    constexpr int kFine = 24; // points along a pixel's side
+    BakeOptions options = Size(kSize * kFine, kSize * kFine);
+    options.encoding.depth = host::PixelDepth::Float;
+    for (const host::BakeShape shape : {host::BakeShape::Plane, host::BakeShape::Sphere})
+    {
+        options.view = {kSize * kFine, kSize * kFine, shape, 1};
+        ASSERT_TRUE(Bake(document, File("fine.exr"), options).IsOk());
+        options.view = {kSize, kSize, shape, 8};
+        ASSERT_TRUE(Bake(document, File("coarse.exr"), options).IsOk());
+        const PixelImage fine = Read(File("fine.exr"));
+        const PixelImage coarse = Read(File("coarse.exr"));
+        double squares = 0.0;
+        for (int i = 0; i < kSize * kSize; ++i)
+        {
+            double mean = 0.0;
+            for (int k = 0; k < kFine * kFine; ++k)
+                mean += fine.At(i % kSize * kFine + k % kFine, i / kSize * kFine + k / kFine)[0];
+            squares += std::pow(coarse.At(i % kSize, i / kSize)[0] - mean / (kFine * kFine), 2);
+        }
+        EXPECT_LT(std::sqrt(squares) / kSize, 0.02) << static_cast<int>(shape);
+    }
 }
 
 struct FormatRow
