@@ -76,72 +76,129 @@ std::vector<Coverage> CoverRow(int from, int to)
     return row;
 }
 
-// Reads and writes texels as numbers that can be averaged.
+// Gives the rows of a level as numbers that can be averaged, and takes those of coarser ones. Colours that count by
+// their alpha are multiplied by it. What is all but transparent counts next to nothing, so that colours are left where
+// there is nothing else.
 template <class T>
-class Averaging
+class RowForm
 {
 public:
-    Averaging(const Pyramid<T>& pyramid, bool ofColors)
-        : transfer_(ofColors ? pyramid.Encoding() : Transfer()), table_(nullptr), plain_(nullptr)
+    RowForm(const Pyramid<T>& pyramid, LevelKind kind)
+        : pyramid_(pyramid), transfer_(kind.isLinear ? pyramid.Encoding() : Transfer()), kind_(kind)
     {
-        if constexpr (std::is_integral_v<T>)
+    }
+
+    void Read(const TexelLevel<T>& level, int y, std::vector<float>& row) const
+    {
+        row.resize(static_cast<std::size_t>(level.width) * 4);
+        float* to = row.data();
+        for (int x = 0; x < level.width; ++x, to += 4)
         {
-            table_ = pyramid.Decoded(ofColors);
-            plain_ = pyramid.Decoded(false);
+            const T* const texel = level.At(x, y);
+            to[3] = static_cast<float>(texel[3] / kTopOf<T>);
+            if (kind_.isByAlpha)
+                to[3] = std::max(to[3], kLeast);
+            for (int i = 0; i < 3; ++i)
+                to[i] = kind_.isByAlpha ? Value(texel[i]) * to[3] : Value(texel[i]);
         }
     }
 
-    float Read(T stored, int channel) const
+    void Write(const std::vector<float>& row, int y, TexelLevel<T>& level) const
     {
-        if constexpr (std::is_integral_v<T>)
-            return static_cast<float>(channel == 3 ? plain_[stored] : table_[stored]);
-        else
-            return channel == 3 ? stored : static_cast<float>(transfer_.ToLinear(stored));
-    }
-    T Write(float value, int channel) const
-    {
-        const double encoded = channel == 3 ? value : transfer_.FromLinear(value);
-        if constexpr (std::is_integral_v<T>)
-            return static_cast<T>(std::clamp(encoded, 0.0, 1.0) * kTopOf<T> + 0.5);
-        else
-            return static_cast<T>(encoded);
+        const float* from = row.data();
+        for (int x = 0; x < level.width; ++x, from += 4)
+        {
+            T* const texel = level.At(x, y);
+            const bool up = ((x ^ y) & 1) != 0;
+            for (int i = 0; i < 3; ++i)
+                texel[i] = Stored<T>(transfer_.FromLinear(kind_.isByAlpha ? from[i] / from[3] : from[i]), up);
+            texel[3] = Stored<T>(kind_.isByAlpha && from[3] < 2.0f * kLeast ? 0.0f : from[3], up);
+        }
     }
 
 private:
+    static constexpr float kLeast = 1e-12f;
+
+    float Value(T stored) const
+    {
+        if constexpr (std::is_integral_v<T>)
+            return static_cast<float>(pyramid_.Decoded(kind_.isLinear)[stored]);
+        else
+            return static_cast<float>(transfer_.ToLinear(stored));
+    }
+
+    const Pyramid<T>& pyramid_;
     Transfer transfer_;
-    const double* table_;
-    const double* plain_;
+    LevelKind kind_;
 };
 
+// Makes the rows of all coarser levels as those of the finest pass by. Levels are made of what was before it was
+// rounded to be kept, and no more than a row of each is held in this form.
 template <class T>
-TexelLevel<T> Halve(const TexelLevel<T>& finer, const Averaging<T>& averaging)
+class Coarsening
 {
-    TexelLevel<T> level(std::max(finer.width / 2, 1), std::max(finer.height / 2, 1));
-    const std::vector<Coverage> columns = CoverRow(finer.width, level.width);
-    const std::vector<Coverage> rows = CoverRow(finer.height, level.height);
-    for (int y = 0; y < level.height; ++y)
+public:
+    Coarsening(const RowForm<T>& form, std::vector<TexelLevel<T>>& levels, int width, int height)
+        : form_(form), levels_(levels)
     {
-        const Coverage& row = rows[static_cast<std::size_t>(y)];
-        for (int x = 0; x < level.width; ++x)
+        for (const TexelLevel<T>& level : levels)
         {
-            const Coverage& column = columns[static_cast<std::size_t>(x)];
-            float sum[4] = {};
-            for (std::size_t j = 0; j < row.shares.size(); ++j)
-            {
-                for (std::size_t i = 0; i < column.shares.size(); ++i)
-                {
-                    const T* const texel =
-                        finer.At(column.first + static_cast<int>(i), row.first + static_cast<int>(j));
-                    for (int channel = 0; channel < 4; ++channel)
-                        sum[channel] += averaging.Read(texel[channel], channel) * (column.shares[i] * row.shares[j]);
-                }
-            }
-            for (int channel = 0; channel < 4; ++channel)
-                level.At(x, y)[channel] = averaging.Write(sum[channel], channel);
+            steps_.push_back({CoverRow(width, level.width), CoverRow(height, level.height),
+                std::vector<float>(static_cast<std::size_t>(level.width) * 4)});
+            width = level.width;
+            height = level.height;
         }
     }
-    return level;
-}
+
+    // Row `y` of the level before step number `number`.
+    void Add(std::size_t number, int y, const std::vector<float>& row)
+    {
+        if (number == steps_.size())
+            return;
+        Step& step = steps_[number];
+        // A row in the middle of an odd number belongs to two.
+        while (step.made < levels_[number].height && y >= step.rows[static_cast<std::size_t>(step.made)].first)
+        {
+            const Coverage& cover = step.rows[static_cast<std::size_t>(step.made)];
+            const auto at = static_cast<std::size_t>(y - cover.first);
+            AddNarrowed(step, row, cover.shares[at]);
+            if (at + 1 < cover.shares.size())
+                return;
+            form_.Write(step.sums, step.made, levels_[number]);
+            Add(number + 1, step.made, step.sums);
+            std::fill(step.sums.begin(), step.sums.end(), 0.0f);
+            ++step.made;
+        }
+    }
+
+private:
+    struct Step
+    {
+        std::vector<Coverage> columns;
+        std::vector<Coverage> rows;
+        std::vector<float> sums;
+        int made = 0; // rows
+    };
+
+    static void AddNarrowed(Step& step, const std::vector<float>& row, float share)
+    {
+        float* to = step.sums.data();
+        for (const Coverage& column : step.columns)
+        {
+            const float* from = row.data() + static_cast<std::size_t>(column.first) * 4;
+            for (const float part : column.shares)
+            {
+                for (int i = 0; i < 4; ++i)
+                    to[i] += *from++ * (part * share);
+            }
+            to += 4;
+        }
+    }
+
+    const RowForm<T>& form_;
+    std::vector<TexelLevel<T>>& levels_;
+    std::vector<Step> steps_;
+};
 
 } // namespace
 
@@ -150,6 +207,11 @@ Pyramid<T>::Pyramid(TexelLevel<T> finest, const Transfer& transfer) : finest_(st
 {
     for (int side = std::max(finest_.width, finest_.height); side > 1; side /= 2)
         ++count_;
+    for (int y = 0; y < finest_.height && isOpaque_; ++y)
+    {
+        for (int x = 0; x < finest_.width; ++x)
+            isOpaque_ &= finest_.At(x, y)[3] == static_cast<T>(kTopOf<T>);
+    }
     if constexpr (std::is_integral_v<T>)
     {
         plain_ = DecodingTable<T>({});
@@ -158,29 +220,34 @@ Pyramid<T>::Pyramid(TexelLevel<T> finest, const Transfer& transfer) : finest_(st
 }
 
 template <class T>
-void Pyramid<T>::Make(Chain& chain, bool ofColors) const
+void Pyramid<T>::Make(Chain& chain, LevelKind kind) const
 {
-    const Averaging<T> averaging(*this, ofColors);
     std::vector<TexelLevel<T>> levels;
     levels.reserve(static_cast<std::size_t>(count_ - 1));
-    const TexelLevel<T>* finer = &finest_;
     for (int level = 1; level < count_; ++level)
+        levels.emplace_back(std::max(finest_.width >> level, 1), std::max(finest_.height >> level, 1));
+    const RowForm<T> form(*this, kind);
+    Coarsening<T> coarsening(form, levels, finest_.width, finest_.height);
+    std::vector<float> row;
+    for (int y = 0; y < finest_.height; ++y)
     {
-        levels.push_back(Halve(*finer, averaging));
-        finer = &levels.back();
+        form.Read(finest_, y, row);
+        coarsening.Add(0, y, row);
     }
     chain.levels = std::move(levels);
 }
 
 template <class T>
-const TexelLevel<T>& Pyramid<T>::Level(int level, bool ofColors) const
+const TexelLevel<T>& Pyramid<T>::Level(int level, LevelKind kind) const
 {
     if (level <= 0)
         return finest_;
-    Chain& chain = chains_[ofColors && transfer_.curve != Transfer::Curve::Linear ? 1 : 0];
+    kind.isLinear = kind.isLinear && transfer_.curve != Transfer::Curve::Linear;
+    kind.isByAlpha = kind.isByAlpha && !isOpaque_;
+    Chain& chain = chains_[(kind.isLinear ? 1 : 0) + (kind.isByAlpha ? 2 : 0)];
     try
     {
-        std::call_once(chain.made, [&] { Make(chain, ofColors); });
+        std::call_once(chain.made, [&] { Make(chain, kind); });
     }
     catch (const std::bad_alloc&)
     {
@@ -193,9 +260,9 @@ template class Pyramid<std::uint8_t>;
 template class Pyramid<std::uint16_t>;
 template class Pyramid<float>;
 
-UInt BytesOfAllLevels(UInt finest, const Transfer& transfer)
+UInt BytesOfAllLevels(UInt finest, const Transfer& transfer, bool isOpaque)
 {
-    const UInt chains = transfer.curve == Transfer::Curve::Linear ? 1 : 2;
+    const UInt chains = (transfer.curve == Transfer::Curve::Linear ? 1 : 2) * (isOpaque ? 1 : 2);
     return finest + finest / 3 * chains;
 }
 
@@ -206,7 +273,7 @@ velto::UInt velto::Picture::Bytes() const
     return std::visit(
         [](const auto& pyramid) {
             const auto& texels = pyramid->Finest().texels;
-            return host::BytesOfAllLevels(texels.size() * sizeof(texels[0]), pyramid->Encoding());
+            return host::BytesOfAllLevels(texels.size() * sizeof(texels[0]), pyramid->Encoding(), pyramid->IsOpaque());
         },
         texels);
 }

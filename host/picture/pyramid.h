@@ -5,6 +5,7 @@
 
 #include "velto/types.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <limits>
@@ -67,8 +68,30 @@ struct TexelLevel
     T* At(int x, int y) { return texels.data() + Place(x, y); }
 };
 
+// The stored number nearest to a value; of two that are as near, the upper one where `up` is set. Neighbours that take
+// turns in it keep the mean of what they are made of.
+template <class T>
+T Stored(double value, bool up)
+{
+    if constexpr (!std::is_integral_v<T>)
+        return static_cast<T>(value);
+    else
+    {
+        constexpr double kTie = 1e-4;
+        const double scaled = std::clamp(value, 0.0, 1.0) * kTopOf<T>;
+        return static_cast<T>(scaled + (up ? 0.5 + kTie : 0.5 - kTie));
+    }
+}
+
+// What the coarser levels of a picture are means of.
+struct LevelKind
+{
+    bool isLinear = false;  // linear light, or the numbers as they are encoded
+    bool isByAlpha = false; // each colour counts by its alpha
+};
+
 // The levels of a picture from the finest that is held, each half of the one before it down to a single texel. Those
-// behind the first are made when they are first asked for: of colours in linear light, and of the plain numbers.
+// after the first are made when they are first asked for.
 template <class T>
 class Pyramid
 {
@@ -77,7 +100,8 @@ public:
 
     int Count() const { return count_; }
     const TexelLevel<T>& Finest() const { return finest_; }
-    const TexelLevel<T>& Level(int level, bool ofColors) const;
+    const TexelLevel<T>& Level(int level, LevelKind kind) const;
+    bool IsOpaque() const { return isOpaque_; }
 
     const Transfer& Encoding() const { return transfer_; }
     // What a stored number stands for, linear or plain; of integer texels only.
@@ -89,19 +113,20 @@ private:
         std::once_flag made;
         std::vector<TexelLevel<T>> levels; // from the second on
     };
-    void Make(Chain& chain, bool ofColors) const;
+    void Make(Chain& chain, LevelKind kind) const;
 
     TexelLevel<T> finest_;
     Transfer transfer_;
     int count_ = 1;
+    bool isOpaque_ = true;
     std::shared_ptr<const std::vector<double>> plain_;
     std::shared_ptr<const std::vector<double>> linear_;
-    mutable std::array<Chain, 2> chains_;
+    mutable std::array<Chain, 4> chains_;
 };
 
-// The most that a picture comes to whose finest level takes so much. A chain of coarser levels is a third of it, and
-// where colours are encoded there may be two.
-UInt BytesOfAllLevels(UInt finest, const Transfer& transfer);
+// The most that a picture comes to whose finest level takes so much. A chain of coarser levels is a third of it; there
+// may be two where colours are encoded, and twice as many where there is alpha.
+UInt BytesOfAllLevels(UInt finest, const Transfer& transfer, bool isOpaque);
 
 extern template class Pyramid<std::uint8_t>;
 extern template class Pyramid<std::uint16_t>;

@@ -52,7 +52,7 @@ std::unique_ptr<OIIO::ImageInput> Open(
     return input;
 }
 
-Transfer EncodingOf(const OIIO::ImageSpec& spec)
+Transfer EncodingOf(const OIIO::ImageSpec& spec, std::string_view format)
 {
     std::string space = spec.get_string_attribute("oiio:ColorSpace");
     std::transform(space.begin(), space.end(), space.begin(), [](unsigned char c) { return std::tolower(c); });
@@ -65,6 +65,9 @@ Transfer EncodingOf(const OIIO::ImageSpec& spec)
     if (space.starts_with("gamma"))
     {
         const double gamma = spec.get_float_attribute("oiio:Gamma", std::strtof(space.c_str() + 5, nullptr));
+        // What a png says in this way of an sRGB picture is all that old readers understand.
+        if (format == "png" && std::abs(gamma - 2.2) < 0.01)
+            return {Transfer::Curve::Srgb};
         if (gamma > 0.1 && gamma < 10.0)
             return gamma == 1.0 ? Transfer{} : Transfer{Transfer::Curve::Power, gamma};
     }
@@ -162,49 +165,95 @@ void ReadRows(OIIO::ImageInput& input, int part, const OIIO::ImageSpec& spec, in
     }
 }
 
-// Gathers the texels of the finest level that is held, each the mean of a square of pixels in linear light.
+// Where the pixels of a file lie in its picture. What is outside of it is left out, what is missing is transparent.
+struct Layout
+{
+    int width; // of the picture, before it is turned
+    int height;
+    int left; // of the pixels, from the picture's corner
+    int top;
+    int columns; // of pixels
+    int rows;
+    int orientation; // by the numbers of TIFF and Exif, 1 to 8
+
+    Layout(const OIIO::ImageSpec& spec, std::string_view format)
+        : width(spec.width), height(spec.height), left(0), top(0), columns(spec.width), rows(spec.height),
+          orientation(spec.get_int_attribute("Orientation", 1))
+    {
+        if (format == "openexr")
+        {
+            width = spec.full_width;
+            height = spec.full_height;
+            left = spec.x - spec.full_x;
+            top = spec.y - spec.full_y;
+        }
+        if (orientation < 1 || orientation > 8)
+            orientation = 1;
+    }
+
+    bool IsTurned() const { return orientation > 4; } // by a right angle
+    bool HasGaps() const { return left > 0 || top > 0 || left + columns < width || top + rows < height; }
+};
+
+// Gathers the texels of the finest level that is held, each the mean of a square of pixels in linear light, where each
+// counts by its alpha.
 template <class T>
 class Gatherer
 {
 public:
-    Gatherer(const OIIO::ImageSpec& spec, int shift, const Transfer& transfer)
-        : width_(spec.width), height_(spec.height), shift_(shift), transfer_(transfer),
-          level_(((spec.width - 1) >> shift) + 1, ((spec.height - 1) >> shift) + 1)
+    Gatherer(const Layout& layout, int shift, const Transfer& transfer)
+        : layout_(layout), shift_(shift), transfer_(transfer), width_(((layout.width - 1) >> shift) + 1),
+          height_(((layout.height - 1) >> shift) + 1),
+          level_(layout.IsTurned() ? height_ : width_, layout.IsTurned() ? width_ : height_),
+          first_(std::max(0, -layout.left)), after_(std::min(layout.columns, layout.width - layout.left))
     {
         if (shift > 0)
-            sums_.resize(std::size_t(level_.width) * 4);
+            sums_.resize(std::size_t(width_) * 4);
     }
 
     // `pixels` holds the channels from number `first` on, `stride` of them a pixel.
-    void AddRow(int y, const T* pixels, const ChannelChoice& choice, int first, int stride)
+    void AddRow(int row, const T* pixels, const ChannelChoice& choice, int first, int stride)
     {
+        const int y = row + layout_.top;
+        if (y < 0 || y >= layout_.height || first_ >= after_)
+            return;
+        pixels += std::size_t(first_) * std::size_t(stride);
         if (shift_ == 0)
         {
-            for (int x = 0; x < width_; ++x, pixels += stride)
+            for (int x = first_; x < after_; ++x, pixels += stride)
             {
-                T* out = level_.At(x, y);
+                T* out = Texel(x + layout_.left, y);
                 for (const int channel : choice)
                     *out++ = channel < 0 ? kOpaque : pixels[channel - first];
             }
             return;
         }
-        for (int x = 0; x < width_; ++x, pixels += stride)
+        if (y >> shift_ != square_)
+            FinishSquares();
+        square_ = y >> shift_;
+        for (int x = first_; x < after_; ++x, pixels += stride)
         {
-            double* const sum = sums_.data() + std::size_t(x >> shift_) * 4;
-            for (std::size_t i = 0; i < 4; ++i)
-            {
-                const double value = (choice[i] < 0 ? kOpaque : pixels[choice[i] - first]) / double(kOpaque);
-                sum[i] += i == 3 ? value : ToLinear(value);
-            }
+            double* const sum = sums_.data() + std::size_t((x + layout_.left) >> shift_) * 4;
+            const auto value = [&](std::size_t i) {
+                return (choice[i] < 0 ? kOpaque : pixels[choice[i] - first]) / double(kOpaque);
+            };
+            const double alpha = std::max(value(3), kLeastAlpha);
+            for (std::size_t i = 0; i < 3; ++i)
+                sum[i] += ToLinear(value(i)) * alpha;
+            sum[3] += alpha;
         }
-        if (y == height_ - 1 || ((y + 1) >> shift_) != y >> shift_)
-            FinishRow(y);
     }
 
-    TexelLevel<T> Take() { return std::move(level_); }
+    TexelLevel<T> Take()
+    {
+        if (shift_ > 0)
+            FinishSquares();
+        return std::move(level_);
+    }
 
 private:
     static constexpr T kOpaque = std::is_integral_v<T> ? std::numeric_limits<T>::max() : T(1);
+    static constexpr double kLeastAlpha = 1e-12; // leaves its colour to what is all transparent
 
     double ToLinear(double value)
     {
@@ -218,46 +267,71 @@ private:
         return lastLinear_;
     }
 
-    void FinishRow(int y)
+    // By the place in the file.
+    T* Texel(int x, int y)
     {
-        const int row = y >> shift_;
-        const int rows = y + 1 - (row << shift_);
-        for (int x = 0; x < level_.width; ++x)
+        const int mirroredX = width_ - 1 - x;
+        const int mirroredY = height_ - 1 - y;
+        switch (layout_.orientation)
         {
-            const int columns = std::min(width_ - (x << shift_), 1 << shift_);
-            T* out = level_.At(x, row);
-            for (std::size_t i = 0; i < 4; ++i)
-            {
-                double& sum = sums_[std::size_t(x) * 4 + i];
-                const double mean = sum / (double(rows) * columns);
-                const double encoded = i == 3 ? mean : transfer_.FromLinear(mean);
-                if constexpr (std::is_integral_v<T>)
-                    *out++ = static_cast<T>(std::clamp(encoded, 0.0, 1.0) * double(kOpaque) + 0.5);
-                else
-                    *out++ = static_cast<T>(encoded);
-                sum = 0.0;
-            }
+        case 2:
+            return level_.At(mirroredX, y);
+        case 3:
+            return level_.At(mirroredX, mirroredY);
+        case 4:
+            return level_.At(x, mirroredY);
+        case 5:
+            return level_.At(y, x);
+        case 6:
+            return level_.At(mirroredY, x);
+        case 7:
+            return level_.At(mirroredY, mirroredX);
+        case 8:
+            return level_.At(y, mirroredX);
+        default:
+            return level_.At(x, y);
         }
     }
 
-    int width_;
-    int height_;
+    void FinishSquares()
+    {
+        const int rows = std::min(layout_.height - (square_ << shift_), 1 << shift_);
+        for (int x = 0; x < width_; ++x)
+        {
+            const int columns = std::min(layout_.width - (x << shift_), 1 << shift_);
+            double* const sum = sums_.data() + std::size_t(x) * 4;
+            T* const out = Texel(x, square_);
+            const bool up = ((x ^ square_) & 1) != 0;
+            for (std::size_t i = 0; i < 3 && sum[3] > 0.0; ++i)
+                out[i] = Stored<T>(transfer_.FromLinear(sum[i] / sum[3]), up);
+            const double alpha = sum[3] / (double(rows) * columns);
+            out[3] = Stored<T>(alpha < 2.0 * kLeastAlpha ? 0.0 : alpha, up);
+            std::fill_n(sum, 4, 0.0);
+        }
+    }
+
+    Layout layout_;
     int shift_;
     Transfer transfer_;
+    int width_; // of the level, before it is turned
+    int height_;
     TexelLevel<T> level_;
+    int first_; // column of pixels that is in the picture
+    int after_; // the last one
     std::vector<double> sums_;
+    int square_ = 0; // row of squares that is being summed
     double lastValue_ = 0.0;
     double lastLinear_ = 0.0;
 };
 
 // How often a picture is halved to fit.
-int ShiftFor(const OIIO::ImageSpec& spec, std::size_t texelSize, const Transfer& transfer, UInt memory)
+int ShiftFor(const Layout& layout, std::size_t texelSize, const Transfer& transfer, bool isOpaque, UInt memory)
 {
     int shift = 0;
     const auto bytes = [&] {
-        const UInt width = UInt((spec.width - 1) >> shift) + 1;
-        const UInt height = UInt((spec.height - 1) >> shift) + 1;
-        return BytesOfAllLevels(width * height * texelSize, transfer);
+        const UInt width = UInt((layout.width - 1) >> shift) + 1;
+        const UInt height = UInt((layout.height - 1) >> shift) + 1;
+        return BytesOfAllLevels(width * height * texelSize, transfer, isOpaque);
     };
     while (bytes() > memory && shift < 15)
         ++shift;
@@ -267,11 +341,13 @@ int ShiftFor(const OIIO::ImageSpec& spec, std::size_t texelSize, const Transfer&
 // Builds the picture of what `readRows` reads: it gets the channels that are wanted, by first and one behind the last
 // one, and what to call with the pixels of each row.
 template <class T, class ReadRows>
-std::unique_ptr<Picture> Build(const OIIO::ImageSpec& spec, const ChannelChoice& choice,
+std::unique_ptr<Picture> Build(const OIIO::ImageSpec& spec, std::string_view format, const ChannelChoice& choice,
     const TextureFileRequest& request, std::string& note, const ReadRows& readRows)
 {
-    const Transfer transfer = EncodingOf(spec);
-    const int shift = ShiftFor(spec, sizeof(T) * 4, transfer, request.memory);
+    const Transfer transfer = EncodingOf(spec, format);
+    const Layout layout(spec, format);
+    const bool isOpaque = choice[3] < 0 && !layout.HasGaps();
+    const int shift = ShiftFor(layout, sizeof(T) * 4, transfer, isOpaque, request.memory);
     if (shift > 0)
         note = fmt::format("{}: is too large for the memory of textures, shown with one pixel for each {} x {}.",
             request.file.string(), 1 << shift, 1 << shift);
@@ -286,12 +362,12 @@ std::unique_ptr<Picture> Build(const OIIO::ImageSpec& spec, const ChannelChoice&
             behind = std::max(behind, channel + 1);
         }
     }
-    Gatherer<T> gatherer(spec, shift, transfer);
+    Gatherer<T> gatherer(layout, shift, transfer);
     readRows(first, behind, [&](int y, const T* pixels) { gatherer.AddRow(y, pixels, choice, first, behind - first); });
 
     auto picture = std::make_unique<Picture>();
-    picture->width = spec.width;
-    picture->height = spec.height;
+    picture->width = layout.IsTurned() ? layout.height : layout.width;
+    picture->height = layout.IsTurned() ? layout.width : layout.height;
     picture->texels = std::make_unique<Pyramid<T>>(gatherer.Take(), transfer);
     return picture;
 }
@@ -304,11 +380,13 @@ std::unique_ptr<Picture> ReadStill(const TextureFileRequest& request, const File
     if (choice[0] < 0)
         FailReading(request.file, "has no channels");
     CheckSize(request.file, spec.width, spec.height);
+    const Layout layout(spec, head.format);
+    CheckSize(request.file, layout.width, layout.height);
     CheckBytes(request.file, std::max(spec.image_bytes(true), spec.tile_bytes(true)), head);
     if (spec.depth > 1 || spec.deep || spec.nchannels > kMostChannels)
         FailReading(request.file, "is no flat picture");
     const auto build = [&]<class T>(T) {
-        return Build<T>(spec, choice, request, note, [&](int first, int behind, const auto& use) {
+        return Build<T>(spec, head.format, choice, request, note, [&](int first, int behind, const auto& use) {
             ReadRows<T>(*input, input->current_subimage(), spec, first, behind, request.file, use);
         });
     };
@@ -340,7 +418,7 @@ std::unique_ptr<Picture> ReadMovie(const TextureFileRequest& request, const File
             from.bytesPerChannel == 1 ? OIIO::TypeDesc::UINT8 : OIIO::TypeDesc::UINT16);
         const ChannelChoice choice = {0, 1, 2, from.channels == 4 ? 3 : -1};
         const auto build = [&]<class From, class To>(From, To) {
-            return Build<To>(spec, choice, request, note, [&](int, int, const auto& use) {
+            return Build<To>(spec, head.format, choice, request, note, [&](int, int, const auto& use) {
                 std::vector<To> buffer;
                 for (int y = 0; y < from.height; ++y)
                 {

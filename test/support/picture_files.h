@@ -103,6 +103,15 @@ public:
         return Path(name);
     }
 
+    std::string WriteSpec(const std::string& name, const OIIO::ImageSpec& spec, const std::vector<float>& pixels) const
+    {
+        const auto output = OIIO::ImageOutput::create(name);
+        EXPECT_TRUE(output && output->open(Path(name), spec) &&
+                    output->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && output->close())
+            << name;
+        return Path(name);
+    }
+
     std::string WriteBytes(const std::string& name, const std::string& bytes) const
     {
         std::ofstream(Path(name), std::ios::binary) << bytes;
@@ -229,11 +238,7 @@ private:
         spec["DateTime"] = kDate;
         if (!colorSpace.empty())
             spec["oiio:ColorSpace"] = colorSpace;
-        const auto output = OIIO::ImageOutput::create(name);
-        EXPECT_TRUE(output && output->open(Path(name), spec) &&
-                    output->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && output->close())
-            << name;
-        return Path(name);
+        return WriteSpec(name, spec, pixels);
     }
 
     static constexpr const char* kDate = "2001:02:03 04:05:06"; // or it would be that of the test

@@ -39,6 +39,9 @@ Picture Grey(int width, int height, const std::vector<double>& values, const Tra
     return picture;
 }
 
+constexpr Int32 kBlending[] = {texture_filter::kLinear, texture_filter::kMip, texture_filter::kRip,
+    texture_filter::kSat, texture_filter::kBicubic};
+
 double At(const Picture& picture, double u, double v, Int32 interpolation, std::uint8_t tileMode = 0,
     bool acrossTiles = true, double width = 0.0, double height = 0.0)
 {
@@ -140,9 +143,105 @@ TEST_F(TextureTest, FootprintsTakeTheMean)
 
 TEST_F(TextureTest, CatmullRomPassesThroughTexels)
 {
-    const Picture ramp = Grey(8, 1, {0, 1, 2, 3, 4, 5, 6, 7});
+    const Picture ramp = Grey(8, 1, {-4, -3, -2, -1, 0, 1, 2, 3});
     for (const double x : {2.0, 3.25, 4.5})
-        EXPECT_NEAR(x, At(ramp, (x + 0.5) / 8.0, 0.5, texture_filter::kBicubic, 1), 1e-6);
+        EXPECT_NEAR(x - 4.0, At(ramp, (x + 0.5) / 8.0, 0.5, texture_filter::kBicubic, 1), 1e-6);
+}
+
+// Coordinates and footprints are rounded as they are divided by the size.
+TEST_F(TextureTest, AtOneTexelASampleAPictureIsItself)
+{
+    std::vector<double> noise;
+    for (int i = 0; i < 600; ++i)
+        noise.push_back(static_cast<float>(std::fmod(i * 0.7548776662466927, 1.0)));
+    for (int size = 1; size <= 600; ++size)
+    {
+        const Picture picture = Grey(size, 1, noise);
+        for (int x = 0; x < size; ++x)
+        {
+            const double u = (x + 0.5) / size;
+            for (const Int32 filter : kBlending)
+                ASSERT_EQ(noise[static_cast<std::size_t>(x)],
+                    At(picture, u, 0.5, filter, 2, true, (x + 1.5) / size - u, 1.0 + 1e-15))
+                    << size << ", " << x << ", " << filter;
+        }
+    }
+}
+
+TEST_F(TextureTest, LongFootprintsTakeTheMean)
+{
+    constexpr int kSide = 128;
+    std::vector<double> noise;
+    for (int i = 0; i < kSide * kSide; ++i)
+        noise.push_back(std::fmod(i * i * 0.7548776662466927, 1.0));
+    const Picture picture = Grey(kSide, kSide, noise);
+    for (int i = 0; i < 200; ++i)
+    {
+        const int rows = 1 + i % 8;
+        const int columns = 16 * rows;
+        double mean = 0.0;
+        for (int y = 0; y < rows; ++y)
+        {
+            for (int x = 0; x < columns; ++x)
+                mean += noise[static_cast<std::size_t>((y + i / 4) % kSide * kSide + (x + i) % kSide)] / columns / rows;
+        }
+        EXPECT_NEAR(mean,
+            At(picture, (i + columns * 0.5) / kSide, (i / 4 + rows * 0.5) / kSide, texture_filter::kSat, 2, true,
+                double(columns) / kSide, double(rows) / kSide),
+            0.005)
+            << i;
+    }
+}
+
+// Every texel of theirs lies half way between two steps.
+TEST_F(TextureTest, LevelsOfBytesAreRoundedBothWays)
+{
+    constexpr int kSide = 32;
+    TexelLevel<std::uint8_t> steps(kSide, kSide);
+    for (int i = 0; i < kSide * kSide; ++i)
+        std::fill_n(steps.At(i % kSide, i / kSide), 4, static_cast<std::uint8_t>(100 + i % 2));
+    const Pyramid<std::uint8_t> pyramid(std::move(steps), {});
+    for (const int level : {1, 3})
+    {
+        const TexelLevel<std::uint8_t>& coarser = pyramid.Level(level, {});
+        double sum = 0.0;
+        for (int i = 0; i < coarser.width * coarser.height; ++i)
+            sum += *coarser.At(i % coarser.width, i / coarser.width);
+        EXPECT_EQ(100.5, sum / (coarser.width * coarser.height));
+    }
+}
+
+// What is cut out is black: none of it is seen.
+template <class T>
+void ExpectWhite(T top)
+{
+    constexpr int kSide = 37;
+    TexelLevel<T> level(kSide, kSide);
+    for (int i = 0; i < kSide * kSide; ++i)
+        std::fill_n(level.At(i % kSide, i / kSide), 4, i * i % 7 < 3 ? top : T(0));
+    Picture picture;
+    picture.texels = std::make_unique<Pyramid<T>>(std::move(level), Transfer{Transfer::Curve::Srgb});
+    SampleRequest request;
+    for (int i = 0; i < 300; ++i)
+    {
+        request.u = i * 0.7548776662466927;
+        request.v = i * 0.5698402909980532;
+        request.width = 0.01 * (i % 50);
+        request.height = 0.01 * (i % 17);
+        for (const Int32 filter : kBlending)
+        {
+            request.interpolation = filter;
+            const ColorA color = host::SamplePicture(picture, request);
+            if (color.a > 0.0)
+                EXPECT_NEAR(1.0, color.g, 1e-6) << i << ", " << filter;
+        }
+    }
+}
+
+TEST_F(TextureTest, NothingIsSeenOfWhatIsCutOut)
+{
+    ExpectWhite<std::uint8_t>(255);
+    ExpectWhite<float>(1.0f);
 }
 
 TEST_F(TextureTest, OddSidesKeepTheirMean)
@@ -213,6 +312,59 @@ TEST_F(TextureTest, FormatsAndTheirEncoding)
     // What the file says of itself goes before its depth.
     EXPECT_EQ("0.5020 0.5020 0.5020 1.0000",
         ColorOf(folder.Write("linear.png", PictureDepth::UInt8, {128 / 255.0f}, "Linear")));
+    // The only way in which old files of this format say that they are sRGB.
+    EXPECT_EQ("0.2159 0.2159 0.2159 1.0000",
+        ColorOf(folder.Write("gamma.png", PictureDepth::UInt8, {128 / 255.0f}, "Gamma2.2")));
+}
+
+TEST_F(TextureTest, PicturesAreTurnedAsTheirFilesSay)
+{
+    struct Row
+    {
+        const char* file;
+        int orientation;
+        const char* shown;
+    };
+    const Row rows[] = {{"1.tif", 1, "123 456"}, {"2.tif", 2, "321 654"}, {"3.tif", 3, "654 321"},
+        {"4.tif", 4, "456 123"}, {"5.tif", 5, "14 25 36"}, {"6.tif", 6, "41 52 63"}, {"7.tif", 7, "63 52 41"},
+        {"8.tif", 8, "36 25 14"}, {"6.jpg", 6, "41 52 63"}};
+    for (const Row& row : rows)
+    {
+        OIIO::ImageSpec spec(3, 2, 1, OIIO::TypeDesc::UINT8);
+        spec["Orientation"] = row.orientation;
+        spec["Compression"] = "jpeg:100";
+        const std::string file = folder.WriteSpec(row.file, spec, {0.1f, 0.2f, 0.3f, 0.4f, 0.5f, 0.6f});
+        const int width = row.orientation > 4 ? 2 : 3;
+        std::string shown;
+        for (int i = 0; i < 6; ++i)
+        {
+            if (i > 0 && i % width == 0)
+                shown += ' ';
+            const std::string color =
+                ColorOf(file, "", (i % width + 0.5) / width, (i / width + 0.5) / (6 / width)); // NOLINT
+            shown +=
+                std::to_string(std::lround(10.0 * host::Transfer{Transfer::Curve::Srgb}.FromLinear(std::stod(color))));
+        }
+        EXPECT_EQ(row.shown, shown) << row.file;
+    }
+}
+
+// What lies outside is dropped, what is missing is transparent; also where the picture is held coarser.
+TEST_F(TextureTest, TheDisplayWindowIsThePicture)
+{
+    OIIO::ImageSpec spec(4, 4, 3, OIIO::TypeDesc::FLOAT);
+    spec.x = spec.y = -2;
+    spec.full_x = spec.full_y = 0;
+    spec.full_width = 8;
+    spec.full_height = 4;
+    const std::string file = folder.WriteSpec("window.exr", spec, std::vector<float>(48, 0.5f));
+    for (const UInt memory : {UInt(1) << 20, UInt(700)})
+    {
+        host::SetTextureMemory(memory);
+        EXPECT_EQ("0.5000 0.5000 0.5000 1.0000", ColorOf(file, "", 0.2, 0.4));
+        EXPECT_EQ("0.0000 0.0000 0.0000 0.0000", ColorOf(file, "", 0.3, 0.4));
+        EXPECT_EQ("0.0000 0.0000 0.0000 0.0000", ColorOf(file, "", 0.2, 0.6));
+    }
 }
 
 TEST_F(TextureTest, Layers)
