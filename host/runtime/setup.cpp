@@ -1,0 +1,290 @@
+#include "setup.h"
+
+#include "failure.h"
+
+#include "host/corenode/convert.h"
+#include "host/system/guard.h"
+#include "velto/bakedimagedata.h"
+
+#include <chrono>
+
+namespace velto::host
+{
+
+namespace
+{
+
+std::atomic<UInt> setupSerial = 0;
+
+// The frame that this thread used last for a setup's function. The serial number tells whether it still is.
+struct ThreadFrame
+{
+    UInt serial = 0;
+    Instance* instance = nullptr;
+    bool isBusy = false;
+};
+
+thread_local ThreadFrame threadFrame;
+
+} // namespace
+
+Setup::Setup(std::shared_ptr<const Program> program)
+    : program_(std::move(program)), storage_(program_->setup), serial_(++setupSerial)
+{
+    offsets_.resize(Max<UInt32>(program_->maxPorts, 2));
+    for (std::size_t i = 0; i < offsets_.size(); ++i)
+        offsets_[i] = static_cast<UInt32>(sizeof(FrameHead) + i * sizeof(Slot));
+}
+
+Setup::~Setup() = default;
+
+Result Setup::Create(std::shared_ptr<const Program> program, std::unique_ptr<Setup>& setup)
+{
+    return Guarded([&]() -> Result {
+        std::unique_ptr<Setup> made(new Setup(std::move(program)));
+        VELTO_TRY(made->storage_.Construct());
+        LinkBody(made->body_, made->program_->setupBody, made->offsets_.data(), made->storage_, nullptr, nullptr,
+            made.get(), &InvokeFunction);
+        made->errors_.resize(made->body_.calls.size());
+        made->seconds_.resize(made->body_.calls.size());
+        setup = std::move(made);
+        return {};
+    });
+}
+
+Result Setup::Run()
+{
+    Result first;
+    DropFrames();
+    hasFailed_ = false;
+    failedNode = -1;
+    runner_ = &threadMark;
+    for (std::size_t i = 0; i < body_.calls.size(); ++i)
+    {
+        const Call& call = body_.calls[i];
+        errors_[i] = {};
+        for (const UInt32 needed : program_->setupDependencies[i])
+        {
+            if (errors_[needed].IsError())
+                errors_[i] = errors_[needed];
+        }
+        if (errors_[i].IsError())
+            continue;
+        running_ = i;
+        const auto start = std::chrono::steady_clock::now();
+        call.compute(&errors_[i], call.record, &call.binding);
+        seconds_[i] += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (counts_)
+            ++(*counts_)[call.node];
+        if (lacksFrame_.exchange(false))
+        {
+            for (const ResetPlan& output : program_->setupOutputs[i])
+                ResetValue(output, storage_.At(output.offset));
+            errors_[i] = OutOfMemory();
+        }
+        if (errors_[i].IsError())
+        {
+            if (!hasFailed_)
+            {
+                first = errors_[i];
+                failedNode = call.node;
+            }
+            hasFailed_ = true;
+        }
+    }
+    DropFrames();
+    return first;
+}
+
+Result Setup::ErrorOf(const BodyPlan& body) const
+{
+    for (const UInt32 call : body.setupCalls)
+    {
+        if (errors_[call].IsError())
+        {
+            NoteFailure(body_.calls[call].node, errors_[call]);
+            return errors_[call];
+        }
+    }
+    return {};
+}
+
+Result Setup::Set(std::string_view origin, const Data& value)
+{
+    bool isKnown = false;
+    for (const SettablePlan& settable : program_->settables)
+    {
+        if (settable.origin != origin)
+            continue;
+        isKnown = true;
+        // One input of the document may be a constant of several nodes, of differing types.
+        Data converted;
+        VELTO_TRY(ConvertValue(value, settable.type, converted));
+        VELTO_TRY(AssignValue(*settable.type, storage_.At(settable.offset), converted.Value()));
+    }
+    VELTO_CHECK_ARGUMENT(isKnown);
+    return {};
+}
+
+const DataType* Setup::TypeOfConstant(std::string_view origin) const
+{
+    for (const SettablePlan& settable : program_->settables)
+    {
+        if (settable.origin == origin)
+            return settable.type;
+    }
+    return nullptr;
+}
+
+void Setup::CollectCounts()
+{
+    for (PooledFrame& frame : pool_)
+    {
+        for (std::size_t i = 0; i < frame.counts.size(); ++i)
+        {
+            if (counts_)
+                (*counts_)[i] += frame.counts[i];
+            frame.counts[i] = 0;
+        }
+    }
+}
+
+void Setup::DropFrames()
+{
+    CollectCounts();
+    idle_.clear();
+    pool_.clear();
+    serial_ = ++setupSerial; // of what threads hold on to nothing is left
+}
+
+bool Setup::FindRaster(std::size_t call, SetupRaster& raster) const
+{
+    using pattern::twod::BakedImageDataRef;
+    for (const ResetPlan& output : program_->setupOutputs[call])
+    {
+        if (output.type->id != DataTypeTraits<BakedImageDataRef>::kId)
+            continue;
+        const auto& image = *reinterpret_cast<const BakedImageDataRef*>(storage_.At(output.offset));
+        if (!image)
+            continue;
+        raster = {program_->nodeNames[body_.calls[call].node], image->width, image->height,
+            static_cast<UInt>(image->pixels.Capacity()) * sizeof(ColorA), seconds_[call]};
+        return true;
+    }
+    return false;
+}
+
+std::vector<SetupRaster> Setup::Rasters() const
+{
+    std::vector<SetupRaster> rasters;
+    SetupRaster raster;
+    for (std::size_t i = 0; i < body_.calls.size(); ++i)
+    {
+        if (FindRaster(i, raster))
+            rasters.push_back(raster);
+    }
+    return rasters;
+}
+
+void Setup::ReportProgress()
+{
+    constexpr UInt kInvocationsBetween = 256;
+    if (runner_ != &threadMark || ++invocations_ % kInvocationsBetween != 0)
+        return;
+    Guarded([this]() -> Result {
+        if (SetupRaster raster; FindRaster(running_, raster))
+            progress_(raster);
+        return {};
+    }).Ignore();
+}
+
+Instance* Setup::TakeFrame()
+{
+    {
+        const std::lock_guard lock(poolMutex_);
+        if (!idle_.empty())
+        {
+            Instance* const instance = idle_.back();
+            idle_.pop_back();
+            instance->owner_ = &threadMark;
+            return instance;
+        }
+    }
+    Instance* instance = nullptr;
+    const Result taken = Guarded([&]() -> Result {
+        std::unique_ptr<Instance> made;
+        VELTO_TRY(Instance::Create(*this, made));
+        made->SetIndependentSamples();
+        made->owner_ = &threadMark;
+        const std::lock_guard lock(poolMutex_);
+        idle_.reserve(pool_.size() + 1);
+        PooledFrame frame{nullptr, EvaluationCounts(counts_ ? counts_->size() : 0)};
+        PooledFrame& kept = pool_.emplace_back(std::move(frame));
+        if (counts_)
+            made->CountInto(&kept.counts);
+        instance = made.get();
+        kept.instance = std::move(made);
+        return {};
+    });
+    return taken.IsOk() ? instance : nullptr;
+}
+
+inline Result Setup::RunFrame(
+    Instance& instance, UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame)
+{
+    if (instance.needsPriming_[body]) [[unlikely]]
+        instance.Prime(body, *context);
+    Result ran = instance.RunFunction(body, value, context);
+    if (instance.lacksFrame_.load(std::memory_order_relaxed)) [[unlikely]]
+    {
+        lacksFrame = true;
+        ran = instance.FailForFrame();
+    }
+    return ran;
+}
+
+// The first free frame of a setup stays with the thread; one that is taken while that is busy goes back.
+Result Setup::InvokeInNewFrame(UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame)
+{
+    Instance* const instance = TakeFrame();
+    if (!instance)
+    {
+        lacksFrame = true;
+        return OutOfMemory();
+    }
+    ThreadFrame& mine = threadFrame;
+    const bool keeps = mine.serial != serial_;
+    if (keeps)
+        mine = {serial_, instance, true};
+    Result ran = RunFrame(*instance, body, value, context, lacksFrame);
+    if (keeps)
+        mine.isBusy = false;
+    else
+    {
+        const std::lock_guard lock(poolMutex_);
+        idle_.push_back(instance);
+    }
+    return ran;
+}
+
+Result Setup::InvokePooled(UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame)
+{
+    ThreadFrame& mine = threadFrame;
+    if (mine.serial != serial_ || mine.isBusy) [[unlikely]]
+        return InvokeInNewFrame(body, value, context, lacksFrame);
+    mine.isBusy = true;
+    Result ran = RunFrame(*mine.instance, body, value, context, lacksFrame);
+    mine.isBusy = false;
+    return ran;
+}
+
+Result Setup::InvokeFunction(const FunctionInterface* self, void* value, const ShadingContext* context, Data*)
+{
+    const auto& function = *static_cast<const BodyFunction*>(self);
+    auto& setup = *static_cast<Setup*>(function.owner);
+    if (setup.progress_) [[unlikely]]
+        setup.ReportProgress();
+    return setup.InvokePooled(function.body, value, context, setup.lacksFrame_);
+}
+
+} // namespace velto::host
