@@ -1,6 +1,7 @@
 #include "bake.h"
 
 #include "output.h"
+#include "tiles.h"
 
 #include "host/system/guard.h"
 #include "host/system/message.h"
@@ -21,8 +22,6 @@ namespace velto::host
 
 namespace
 {
-
-constexpr int kTileSide = 64;
 
 using Clock = std::chrono::steady_clock;
 
@@ -49,12 +48,6 @@ private:
     std::mutex mutex_;
     std::atomic<bool> isSet_ = false;
     Result error_;
-};
-
-struct Worker
-{
-    std::unique_ptr<Instance> instance;
-    EvaluationCounts counts;
 };
 
 class Baker
@@ -137,10 +130,10 @@ private:
         statistics_.samples += static_cast<UInt>(window_.width) * static_cast<UInt>(window_.height) *
                                static_cast<UInt>(options_.view.supersample) *
                                static_cast<UInt>(options_.view.supersample);
-        for (const Worker& worker : workers_)
+        for (const std::unique_ptr<TileSampler>& worker : workers_)
         {
-            for (std::size_t i = 0; i < worker.counts.size(); ++i)
-                statistics_.evaluations[i] += worker.counts[i];
+            for (std::size_t i = 0; worker && i < worker->Counts().size(); ++i)
+                statistics_.evaluations[i] += worker->Counts()[i];
         }
         graph_.setup->CollectCounts();
         return {};
@@ -177,93 +170,50 @@ private:
         tilesDone_.load(std::memory_order_acquire);
     }
 
-    void SampleTile(int bandRow, const tbb::blocked_range2d<int>& tile)
+    void SampleTile(int bandRow, const tbb::blocked_range2d<int>& part)
     {
         if (error_.IsSet() || IsStopped())
             return;
-        Worker& worker = workers_.local();
-        if (!worker.instance)
+        std::unique_ptr<TileSampler>& worker = workers_.local();
+        if (!worker)
         {
             if (Result made = MakeWorker(worker); made.IsError())
                 return error_.Take(std::move(made));
         }
-        for (int y = tile.rows().begin(); y < tile.rows().end(); ++y)
-        {
-            for (int x = tile.cols().begin(); x < tile.cols().end(); ++x)
-            {
-                if (Result sampled = SamplePixel(*worker.instance, bandRow, x, y); sampled.IsError())
-                    return error_.Take(DescribeFailure(sampled, window_.x + x, window_.y + bandRow + y));
-            }
-        }
-    }
-
-    Result MakeWorker(Worker& worker)
-    {
-        std::unique_ptr<Instance> instance;
-        VELTO_TRY(Instance::Create(*graph_.setup, instance));
-        instance->SetIndependentSamples();
-        PrepareContext(instance->Context());
-        worker.counts.resize(graph_.program->nodeNames.size(), 0);
-        instance->CountInto(&worker.counts);
-        // Every thread's state starts from the picture's first sample, whichever tile the thread gets, or from its
-        // middle, where a sphere's corner shows nothing.
-        ShadingContext first = instance->Context();
-        if (!FillContext(options_.view, 0.5, 0.5, first))
-            FillContext(options_.view, 0.5 * options_.view.width, 0.5 * options_.view.height, first);
-        instance->StartStateFrom(first);
-        worker.instance = std::move(instance);
-        return {};
-    }
-
-    void PrepareContext(ShadingContext& context) const
-    {
-        context = {};
-        context.time.seconds = options_.seconds;
-        context.frameRate = options_.framesPerSecond;
-        context.searchPaths = graph_.searchPaths.get();
-        context.renderMessages = graph_.messages.get();
-    }
-
-    Result SamplePixel(Instance& instance, int bandRow, int x, int y)
-    {
-        const int n = options_.view.supersample;
+        const Tile tile{window_.x + part.cols().begin(), window_.y + bandRow + part.rows().begin(),
+            part.cols().end() - part.cols().begin(), part.rows().end() - part.rows().begin()};
+        const auto pitch = static_cast<std::size_t>(window_.width);
+        const std::size_t pixel =
+            static_cast<std::size_t>(part.rows().begin()) * pitch + static_cast<std::size_t>(part.cols().begin());
         std::vector<BakeOutputs::Target>& targets = outputs_.Targets();
-        double sums[kMaxTargets][4] = {};
-        for (int j = 0; j < n; ++j)
-        {
-            for (int i = 0; i < n; ++i)
-            {
-                const double px = window_.x + x + (i + 0.5) / n;
-                const double py = window_.y + bandRow + y + (j + 0.5) / n;
-                if (!FillContext(options_.view, px, py, instance.Context()))
-                    continue; // transparent
-                VELTO_TRY(instance.Evaluate());
-                for (std::size_t t = 0; t < targets.size(); ++t)
-                    targets[t].channels->add(instance.Output(targets[t].output), sums[t]);
-            }
-        }
-        const double share = 1.0 / (n * n);
+        float* to[kMaxTargets];
         for (std::size_t t = 0; t < targets.size(); ++t)
-        {
-            BakeOutputs::Target& target = targets[t];
-            const int count = target.channels->count;
-            const std::size_t pixel =
-                static_cast<std::size_t>(y) * static_cast<std::size_t>(window_.width) + static_cast<std::size_t>(x);
-            float* const to = &target.band[pixel * static_cast<std::size_t>(count)];
-            for (int c = 0; c < count; ++c)
-                to[c] = static_cast<float>(n == 1 ? sums[t][c] : sums[t][c] * share);
-        }
-        return {};
+            to[t] = &targets[t].band[pixel * static_cast<std::size_t>(targets[t].channels)];
+        TileFailure failure;
+        if (Result sampled = worker->Sample(tile, {to, targets.size()}, pitch, failure); sampled.IsError())
+            error_.Take(DescribeFailure(sampled, failure));
     }
 
-    Result DescribeFailure(const Result& failure, int x, int y) const
+    Result MakeWorker(std::unique_ptr<TileSampler>& worker)
     {
-        const std::string* const node = Instance::FailedNode(*graph_.program);
+        ShadingContext shared;
+        shared.time.seconds = options_.seconds;
+        shared.frameRate = options_.framesPerSecond;
+        shared.searchPaths = graph_.searchPaths.get();
+        shared.renderMessages = graph_.messages.get();
+        std::vector<std::size_t> outputs;
+        for (const BakeOutputs::Target& target : outputs_.Targets())
+            outputs.push_back(target.output);
+        return TileSampler::Create(*graph_.setup, shared, options_.view, std::move(outputs), worker);
+    }
+
+    static Result DescribeFailure(const Result& error, const TileFailure& failure)
+    {
         Id kind;
-        if (Id::Create(failure.Kind(), kind).IsError())
-            return failure;
-        return MakeError(
-            kind, fmt::format("nodes.{}: {} (at pixel {}, {})", node ? *node : "?", failure.Message(), x, y));
+        if (Id::Create(error.Kind(), kind).IsError())
+            return error;
+        return MakeError(kind, fmt::format("nodes.{}: {} (at pixel {}, {})", failure.node ? *failure.node : "?",
+                                   error.Message(), failure.x, failure.y));
     }
 
     bool IsStopped() const { return options_.stop && options_.stop->load(std::memory_order_relaxed); }
@@ -287,7 +237,7 @@ private:
     BakeStatistics& statistics_;
     BakeWindow window_;
     BakeOutputs outputs_;
-    tbb::enumerable_thread_specific<Worker> workers_;
+    tbb::enumerable_thread_specific<std::unique_ptr<TileSampler>> workers_;
     FirstError error_;
     std::atomic<UInt> tilesDone_ = 0;
 };
@@ -296,7 +246,7 @@ private:
 
 bool IsPicture(const DataType* type)
 {
-    return FindChannels(type) != nullptr;
+    return ChannelsOf(type) > 0;
 }
 
 Result Bake(

@@ -1,5 +1,7 @@
 #include "output.h"
 
+#include "tiles.h"
+
 #include "host/graph/values.h"
 #include "host/system/guard.h"
 
@@ -16,13 +18,12 @@ Result BakeOutputs::Open(const Program& program, const std::vector<BakeTarget>& 
     for (const BakeTarget& source : targets)
     {
         const OutputPlan& output = program.outputs[source.output];
-        const Channels* const channels = FindChannels(output.type);
-        if (!channels)
+        const int channels = ChannelsOf(output.type);
+        if (channels == 0)
             return MakeError(error::kIllegalArgument,
                 fmt::format("the output {} is a {}, which is no picture", output.name, TypeName(output.type)));
-        Target target{channels, source.output, {}, {}, {}};
-        VELTO_TRY(
-            PictureWriter::Open(source.file, window.width, window.height, channels->count, encoding, target.writer));
+        Target target{source.output, channels, {}, {}, {}};
+        VELTO_TRY(PictureWriter::Open(source.file, window.width, window.height, channels, encoding, target.writer));
         targets_.push_back(std::move(target));
     }
     width_ = window.width;
@@ -34,7 +35,7 @@ void BakeOutputs::Allocate(int bandRows)
     for (Target& target : targets_)
     {
         const std::size_t size = static_cast<std::size_t>(bandRows) * static_cast<std::size_t>(width_) *
-                                 static_cast<std::size_t>(target.channels->count);
+                                 static_cast<std::size_t>(target.channels);
         target.band.resize(size);
         target.written.resize(size);
     }

@@ -1,7 +1,6 @@
 // What becomes of a band of floats once it is sampled: it goes to its file while the next band is filled.
 #pragma once
 
-#include "channels.h"
 #include "target.h"
 
 #include "host/runtime/program.h"
@@ -26,8 +25,8 @@ public:
 
     struct Target
     {
-        const Channels* channels;
         std::size_t output; // of the program
+        int channels;
         std::unique_ptr<PictureWriter> writer;
         std::vector<float> band; // to be filled, rows of the window
         std::vector<float> written;
