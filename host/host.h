@@ -7,10 +7,9 @@
 //     velto::host::Diagnostics diagnostics;
 //     if (velto::host::LoadGraph(text, module, {}, diagnostics, graph)) ...
 //     graph.setup->Run();
-//     std::unique_ptr<velto::host::Instance> instance; // one a thread
-//     velto::host::Instance::Create(*graph.setup, instance);
-//     instance->Context().uvw = {u, v, 0};
-//     instance->Evaluate();
+//     std::unique_ptr<velto::host::Sampler> sampler; // from arrays to arrays, see runtime/sampler.h
+//     velto::host::Sampler::Create(*graph.setup, shared, sampler);
+//     sampler->Sample(count, fields, values);
 #pragma once
 
 #include "host/bake/bake.h"
@@ -18,4 +17,5 @@
 #include "host/bake/samples.h"
 #include "host/loader/module.h"
 #include "host/runtime/graph.h"
+#include "host/runtime/sampler.h"
 #include "host/text/url.h"

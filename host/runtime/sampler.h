@@ -1,7 +1,7 @@
 // Many samples in one call: from arrays of context fields to arrays of values.
 //
 //     std::unique_ptr<Sampler> sampler;
-//     Sampler::Create(*graph.setup, SharedContext(graph), sampler);        // after `Setup::Run`
+//     Sampler::Create(*graph.setup, shared, sampler);                      // after `Setup::Run`
 //     const FieldArray fields[] = {{*FindContextField("uvw"), uvw, 3 * sizeof(double)}};
 //     const ValueArray values[] = {{0, colors, 4 * sizeof(double)}};
 //     sampler->Sample(count, fields, values);                              // from any thread
@@ -113,6 +113,8 @@ private:
 class Sampler
 {
 public:
+    // Fields for which a call gives no array are as in `shared`, from which also what nodes keep starts. The setup
+    // outlives the sampler; what `shared` leads to (search paths, messages) does too.
     static Result Create(Setup& setup, const ShadingContext& shared, std::unique_ptr<Sampler>& made);
 
     // [any thread] As `ThreadSampler::Sample`.
