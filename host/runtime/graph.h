@@ -1,7 +1,7 @@
 // From a document to a graph that can be sampled.
 #pragma once
 
-#include "setup.h"
+#include "instance.h"
 
 #include "host/graph/document.h"
 #include "host/system/message.h"

@@ -1,5 +1,6 @@
+#include "instance.h"
+
 #include "failure.h"
-#include "setup.h"
 
 #include "host/system/guard.h"
 #include "host/system/output.h"

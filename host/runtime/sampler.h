@@ -7,7 +7,7 @@
 //     sampler->Sample(count, fields, values);                              // from any thread
 #pragma once
 
-#include "setup.h"
+#include "instance.h"
 
 #include <span>
 

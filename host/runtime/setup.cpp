@@ -1,6 +1,5 @@
-#include "setup.h"
-
 #include "failure.h"
+#include "instance.h"
 
 #include "host/corenode/convert.h"
 #include "host/system/guard.h"
