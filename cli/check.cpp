@@ -9,7 +9,12 @@ int Check(const CheckArguments& arguments, const Streams& streams)
     if (!LoadModule(arguments.module, streams, module))
         return kFailed;
     host::Graph graph;
-    return LoadGraph(arguments.graph, {}, module, streams, graph) ? kSuccess : kWrongInput;
+    if (!LoadGraph(arguments.graph, {}, module, streams, graph))
+        return kWrongInput;
+    host::Diagnostics diagnostics;
+    host::LookForPictures(graph, diagnostics);
+    PrintDiagnostics(streams, arguments.graph.file, diagnostics);
+    return kSuccess;
 }
 
 } // namespace velto::cli

@@ -14,6 +14,7 @@
 
 #include "host/bake/bake.h"
 #include "host/bake/changes.h"
+#include "host/bake/pictures.h"
 #include "host/bake/samples.h"
 #include "host/loader/module.h"
 #include "host/runtime/graph.h"

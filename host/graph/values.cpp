@@ -361,7 +361,14 @@ const std::vector<Codec>& Codecs()
             [](const void* value) { return Json(Int(static_cast<const RenderMode*>(value)->value)); }},
         {TypeOf<String>(), "String", &ReadTextAs<String, &MakeString>,
             [](const void* value) { return Json(Bytes(*static_cast<const String*>(value))); }},
-        {TypeOf<Url>(), "Url", &ReadTextAs<Url, &MakeUrl>,
+        {TypeOf<Url>(), "Url",
+            [](const Json& json, const std::string& place, Diagnostics& diagnostics, Data& value) {
+                if (!ReadText(json, place, diagnostics))
+                    return false;
+                Url url;
+                ThrowIfError(MakeUrlAt(json.AsString(), place, url));
+                return Keep(url, value);
+            },
             [](const void* value) { return Json(Path(*static_cast<const Url*>(value))); }},
         {TypeOf<LayerSet>(), "LayerSet", &ReadTextAs<LayerSet, &MakeLayerSet>,
             [](const void* value) {

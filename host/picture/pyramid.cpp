@@ -268,7 +268,10 @@ UInt BytesOfAllLevels(UInt finest, const Transfer& transfer, bool isOpaque)
 
 } // namespace velto::host
 
-velto::UInt velto::Picture::Bytes() const
+namespace velto
+{
+
+UInt Picture::Bytes() const
 {
     return std::visit(
         [](const auto& pyramid) {
@@ -277,3 +280,16 @@ velto::UInt velto::Picture::Bytes() const
         },
         texels);
 }
+
+UInt Picture::WholeBytes() const
+{
+    return std::visit(
+        [this](const auto& pyramid) {
+            const UInt texelBytes = 4 * sizeof(pyramid->Finest().texels[0]);
+            return host::BytesOfAllLevels(static_cast<UInt>(width) * static_cast<UInt>(height) * texelBytes,
+                pyramid->Encoding(), pyramid->IsOpaque());
+        },
+        texels);
+}
+
+} // namespace velto

@@ -149,7 +149,8 @@ struct Picture
         std::unique_ptr<host::Pyramid<float>>>
         texels;
 
-    UInt Bytes() const; // of all levels, whether they are made yet or not
+    UInt Bytes() const;      // of all levels, whether they are made yet or not
+    UInt WholeBytes() const; // the same, had the finest level the size of the picture
 };
 
 } // namespace velto

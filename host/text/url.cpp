@@ -12,8 +12,9 @@ namespace
 
 struct HostUrl : UrlObject
 {
-    explicit HostUrl(std::string text) : path(std::move(text)) {}
+    explicit HostUrl(std::string text, std::string from = {}) : path(std::move(text)), place(std::move(from)) {}
     std::string path;
+    std::string place; // in a document
 };
 
 std::string& TheResourceDirectory()
@@ -27,9 +28,9 @@ std::string_view View(const UrlObject* url)
     return url ? std::string_view(static_cast<const HostUrl*>(url)->path) : std::string_view();
 }
 
-Result Give(std::string path, UrlObject** url)
+Result Give(std::string path, UrlObject** url, std::string place = {})
 {
-    HostUrl* const made = NewObject<HostUrl>(std::move(path));
+    HostUrl* const made = NewObject<HostUrl>(std::move(path), std::move(place));
     if (!made)
         return OutOfMemory();
     *url = made;
@@ -63,6 +64,16 @@ Result Append(UrlObject** url, const char* component, UInt length)
 Result MakeUrl(std::string_view path, Url& url)
 {
     return UrlService().Create(path.data(), path.size(), url.Receive());
+}
+
+Result MakeUrlAt(std::string_view path, std::string_view place, Url& url)
+{
+    return Guarded([&] { return Give(std::string(path), url.Receive(), std::string(place)); });
+}
+
+std::string_view PlaceOf(const UrlObject* url)
+{
+    return url ? std::string_view(static_cast<const HostUrl*>(url)->place) : std::string_view();
 }
 
 void SetResourceDirectory(const std::filesystem::path& directory)

@@ -10,6 +10,10 @@ namespace velto::host
 
 Result MakeUrl(std::string_view path, Url& url);
 
+// Of a document, which names it at `place`: what is said of its file can tell where it is given.
+Result MakeUrlAt(std::string_view path, std::string_view place, Url& url);
+std::string_view PlaceOf(const UrlObject* url); // empty where it comes from elsewhere
+
 // The directory above all resource directories, which modules ask for. Set before a module is loaded.
 void SetResourceDirectory(const std::filesystem::path& directory);
 std::filesystem::path ResourceDirectory();

@@ -7,6 +7,8 @@
 #include "host/text/string.h"
 #include "host/text/url.h"
 
+#include "velto/imagesequence_cache.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -184,42 +186,96 @@ Result UnreadableFile(std::string_view text)
     return MakeError("net.velto.error.unreadablefile", text);
 }
 
-Result LoadTexture(const UrlObject* given, const SearchPathsType* searchPaths, Bool force32Bit,
+// Says first which input of a document names the file.
+std::string WithPlace(const Url& given, std::string_view text)
+{
+    const std::string_view place = PlaceOf(given.Get());
+    return place.empty() ? std::string(text) : std::string(place) + ": " + std::string(text);
+}
+
+// What is shown of a place that is given.
+struct Selection
+{
+    Url url;
+    Clip clip; // of the file that is given
+    TimeValue time;
+};
+
+Result Select(const Url& given, const SearchPathsType* searchPaths, const TimeValue& time,
+    const FrameCallback* callback, Selection& selection)
+{
+    VELTO_TRY(Resolve(given, searchPaths, selection.url));
+    if (Path(selection.url).empty())
+        return UnreadableFile("There is no file given.");
+    // A file that is not there may be one of a sequence whose other files are.
+    if (const std::filesystem::path file(Path(selection.url)); IsFile(file))
+    {
+        try
+        {
+            selection.clip = ReadClip(file);
+        }
+        catch (const TextureFileError&)
+        {
+            // The file that is shown in the end may be another one.
+        }
+    }
+    selection.time = time;
+    return callback ? SelectFrame(*callback, searchPaths, selection.clip, selection.url, selection.time) : Result();
+}
+
+// The name of a file that is not there, its number written as wide as in the name that is given.
+std::string NameAsGiven(std::string_view given, std::string name)
+{
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    std::size_t begin = static_cast<std::size_t>(
+        std::mismatch(name.begin(), name.end(), given.begin(), given.end()).first - name.begin());
+    while (begin > 0 && isDigit(name[begin - 1]))
+        --begin;
+    const auto digits = [&](std::string_view text) {
+        return static_cast<std::size_t>(
+                   std::find_if_not(text.begin() + static_cast<std::ptrdiff_t>(begin), text.end(), isDigit) -
+                   text.begin()) -
+               begin;
+    };
+    const std::size_t wanted = begin < given.size() && given[begin] == '0' ? digits(given) : 0;
+    if (const std::size_t has = digits(name); has > 0 && has < wanted)
+        name.insert(begin, wanted - has, '0');
+    return name;
+}
+
+// Names the input, and says where a relative name was looked for.
+Result MissingFile(const Url& given, const Url& shown, const SearchPathsType* searchPaths)
+{
+    std::string text = WithPlace(given, NameAsGiven(Path(given), std::string(Path(shown)))) + ": no such file";
+    if (!std::filesystem::path(Path(given)).is_absolute())
+    {
+        text += " in the working directory";
+        for (Int i = 0; searchPaths && i < searchPaths->Count(); ++i)
+            text += (i + 1 < searchPaths->Count() ? ", " : " and ") + std::string(Path((*searchPaths)[i]));
+    }
+    return UnreadableFile(text + ".");
+}
+
+Result LoadTexture(const UrlObject* url, const SearchPathsType* searchPaths, Bool force32Bit,
     const LayerSetObject* layers, const TimeValue& givenTime, const FrameCallback* callback, Texture** texture)
 {
     return Guarded([&]() -> Result {
-        Url url;
-        VELTO_TRY(Resolve(Url::Share(const_cast<UrlObject*>(given)), searchPaths, url));
-        if (Path(url).empty())
-            return UnreadableFile("There is no file given.");
-        // A file that is not there may be one of a sequence whose other files are.
-        Clip clip;
-        if (const std::filesystem::path file(Path(url)); IsFile(file))
-        {
-            try
-            {
-                clip = ReadClip(file);
-            }
-            catch (const TextureFileError&)
-            {
-                // The file that is shown in the end may be another one.
-            }
-        }
-        TimeValue time = givenTime;
-        if (callback)
-            VELTO_TRY(SelectFrame(*callback, searchPaths, clip, url, time));
-
+        const Url given = Url::Share(const_cast<UrlObject*>(url));
+        Selection selection;
+        VELTO_TRY(Select(given, searchPaths, givenTime, callback, selection));
         TextureFileRequest request;
-        request.file = Path(url);
+        request.file = Path(selection.url);
+        if (!IsFile(request.file))
+            return MissingFile(given, selection.url, searchPaths);
         if (layers)
             request.layer = Bytes(layers->name);
-        request.frame = clip.FrameAt(time.seconds);
+        request.frame = selection.clip.FrameAt(selection.time.seconds);
         request.asFloat = force32Bit;
         request.memory = textureMemory;
         PictureCache::Get().Trim(textureMemory);
         const std::shared_ptr<const Reading> reading = PictureCache::Get().Read(request);
         if (!reading->picture)
-            return UnreadableFile(reading->failure);
+            return UnreadableFile(WithPlace(given, reading->failure));
         HostTexture* const made = NewObject<HostTexture>();
         if (!made)
             return OutOfMemory();
@@ -227,6 +283,17 @@ Result LoadTexture(const UrlObject* given, const SearchPathsType* searchPaths, B
         *texture = made;
         return {};
     });
+}
+
+// Shows that frame of a sequence, whenever it is; without one the file that is given.
+FrameCallback FrameOf(const std::optional<Int>& frame)
+{
+    const auto show = [](const void* user, TimeValue, Url* url, TimeValue*) {
+        const auto& asked = *static_cast<const std::optional<Int>*>(user);
+        Bool found = false;
+        return asked ? SetSequenceFrame(*url, *asked, &found) : Result();
+    };
+    return {show, &frame};
 }
 
 template <class T, class Base>
@@ -284,6 +351,59 @@ void SetTextureMemory(UInt bytes)
 void DropIdleTextures()
 {
     PictureCache::Get().Trim(0);
+}
+
+Result LookIntoHeader(const Url& url, const SearchPathsType* searchPaths, Int frame, bool& isThere)
+{
+    return Guarded([&]() -> Result {
+        Selection selection;
+        const std::optional<Int> asked = frame;
+        const FrameCallback callback = FrameOf(asked);
+        VELTO_TRY(Select(url, searchPaths, {}, &callback, selection));
+        isThere = IsFile(Path(selection.url));
+        if (!isThere)
+            return MissingFile(url, selection.url, searchPaths);
+        try
+        {
+            ReadClip(Path(selection.url));
+        }
+        catch (const TextureFileError& failure)
+        {
+            return UnreadableFile(WithPlace(url, failure.what()));
+        }
+        return {};
+    });
+}
+
+Result LookIntoPicture(
+    const Url& url, const SearchPathsType* searchPaths, std::optional<Int> frame, PictureFacts& facts)
+{
+    return Guarded([&]() -> Result {
+        Selection selection;
+        const FrameCallback callback = FrameOf(frame);
+        VELTO_TRY(Select(url, searchPaths, {}, &callback, selection));
+        facts.file = Path(selection.url);
+        facts.isMovie = selection.clip.frames > 0;
+        if (!IsFile(facts.file))
+            return MissingFile(url, selection.url, searchPaths);
+        try
+        {
+            constexpr UInt kGlance = 1 << 20; // bytes that are kept of it
+            std::string ignored;
+            TextureFileRequest request;
+            request.file = facts.file;
+            request.memory = kGlance;
+            const auto picture = ReadPicture(request, ignored);
+            facts.width = picture->width;
+            facts.height = picture->height;
+            facts.bytes = std::min(picture->WholeBytes(), textureMemory.load());
+        }
+        catch (const TextureFileError& failure)
+        {
+            return UnreadableFile(WithPlace(url, failure.what()));
+        }
+        return {};
+    });
 }
 
 Result MakeLayerSet(std::string_view name, LayerSet& layers)

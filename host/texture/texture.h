@@ -3,6 +3,8 @@
 
 #include "velto/texture.h"
 
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace velto::host
@@ -14,6 +16,24 @@ void SetTextureMemory(UInt bytes);
 
 // Drops the pictures that nobody shows.
 void DropIdleTextures();
+
+// What there is to know of a picture before it is shown.
+struct PictureFacts
+{
+    std::string file;
+    bool isMovie = false;
+    Int32 width = 0;
+    Int32 height = 0;
+    UInt bytes = 0; // that it takes at most
+};
+
+// Reads the picture that `url` names, or the file of that frame of a sequence. The error's text is the one that showing
+// it would give.
+Result LookIntoPicture(
+    const Url& url, const SearchPathsType* searchPaths, std::optional<Int> frame, PictureFacts& facts);
+
+// The same by no more than the file's header. `isThere` tells whether there is a file.
+Result LookIntoHeader(const Url& url, const SearchPathsType* searchPaths, Int frame, bool& isThere);
 
 // What a `LayerSet` port holds: the name of a layer.
 Result MakeLayerSet(std::string_view name, LayerSet& layers);

@@ -5,6 +5,7 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iterator>
 
@@ -22,13 +23,18 @@ protected:
     // What the command says about an image node with these inputs, baked as frames 0 to 3 of five a second.
     std::string Bake(const std::string& inputs) const
     {
+        return Run(inputs, "bake image.json -o out.#.tif --size 4 --frames 0-3 --fps 5 --depth float "
+                           "--colorspace linear");
+    }
+
+    std::string Run(const std::string& inputs, const std::string& arguments) const
+    {
         folder.WriteBytes(
             "image.json", fmt::format(R"({{"version": 1, "nodes": {{"image": {{"type": "image", "inputs": {{
             {}, "playbackMode": "loop", "interpolation": "none", "mode": "raw"}}}}}}, "outputs": {{"o": "image.result"}}}})",
                               inputs));
-        const std::string command = fmt::format("cd {} && {}/velto bake image.json -o out.#.tif --size 4 --frames 0-3 "
-                                                "--fps 5 --depth float --colorspace linear 2>err.txt",
-            folder.Path(""), VELTO_BUILD_DIR);
+        const std::string command =
+            fmt::format("cd {} && {}/velto {} 2>err.txt", folder.Path(""), VELTO_BUILD_DIR, arguments);
         EXPECT_EQ(0, std::system(command.c_str()));
         std::ifstream said(folder.Path("err.txt"));
         return {std::istreambuf_iterator<char>(said), {}};
@@ -68,6 +74,33 @@ TEST_F(BakeAnimationTest, SequencesAndMoviesRun)
     const std::string said = Bake(R"("url": "none.png")");
     EXPECT_EQ(said.find("none.png: no such file"), said.rfind("none.png"));
     EXPECT_NE(std::string::npos, said.find("none.png: no such file"));
+}
+
+// Both name the input and the file that is looked for.
+TEST_F(BakeAnimationTest, CheckLooksForPictures)
+{
+    for (const int number : {8, 9, 11})
+        folder.Write(fmt::format("picture{:02}.tif", number), PictureDepth::Float, {0.5f, 0.5f, 0.5f});
+    folder.WriteBytes("picture09.tif", "no picture");
+    const std::string where =
+        "no such file in the working directory and " + std::filesystem::path(folder.Path("x")).parent_path().string();
+    struct Row
+    {
+        std::string inputs;
+        std::vector<std::string> warnings;
+    };
+    const Row rows[] = {{R"("url": "picture08.tif")", {}}, {R"("url": "none.png")", {"none.png: " + where + "."}},
+        {R"("url": "picture09.tif")", {"picture09.tif: is of no format"}},
+        {R"("url": "picture01.tif", "frameStart": 6, "frameEnd": 12, "frameRate": 5)",
+            {"picture09.tif: is of no format", "picture06.tif: " + where + ". 4 frames are missing: 6-7, 10, 12."}}};
+    for (const Row& row : rows)
+    {
+        const std::string said = Run(row.inputs, "check image.json");
+        EXPECT_EQ(row.warnings.size(), static_cast<std::size_t>(std::count(said.begin(), said.end(), '\n'))) << said;
+        for (const std::string& warning : row.warnings)
+            EXPECT_NE(std::string::npos, said.find("image.json: nodes.image.inputs.url: " + warning)) << said;
+    }
+    EXPECT_NE(std::string::npos, Bake(rows[3].inputs).find("nodes.image.inputs.url: picture06.tif: " + where));
 }
 
 } // namespace velto::test

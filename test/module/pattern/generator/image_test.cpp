@@ -186,7 +186,7 @@ TEST_F(ImageTest, FailuresKeepTheRenderGoing)
     const Json* const messages = Entry(results).Find("messages");
     ASSERT_TRUE(messages);
     ASSERT_EQ(1u, messages->Elements().size());
-    EXPECT_EQ(file + ": no such file.", messages->Elements()[0].AsString());
+    EXPECT_EQ("nodes.image.inputs.url: " + file + ": no such file.", messages->Elements()[0].AsString());
     EXPECT_FALSE(Entry(results, 1).Find("messages"));
 
     const Json none = EvalJson(Document(""));
