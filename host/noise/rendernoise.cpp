@@ -69,12 +69,22 @@ void NoiseObjectOf::Setup(UInt32 seed, Float lacunarity, Float gain, Float newEx
 
 } // namespace
 
+// The mean of a shape, which differs between space and the plane. The tests measure all that stand here.
+struct Mean
+{
+    Float32 space;
+    Float32 plane;
+};
+
+constexpr Mean kMeanSlope = {0.2201f, 0.234f}; // of one octave's distance from 0
+
 // One question to a noise object.
 class NoiseSampler
 {
 public:
-    NoiseSampler(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point, Float32 octaves, Float32 filterWidth)
-        : noise_(noise), flat_(isFlat), point_(Usable(point)), filterWidth_(filterWidth)
+    NoiseSampler(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point, Float32 octaves, Bool absolute,
+        Float32 filterWidth)
+        : noise_(noise), flat_(isFlat), absolute_(absolute), point_(Usable(point)), filterWidth_(filterWidth)
     {
         // Comparisons with NaN are false: such a number of octaves is 0.
         const Float32 wanted = octaves > 0.0f ? Min(octaves, static_cast<Float32>(kMaxOctaves)) : 0.0f;
@@ -105,13 +115,44 @@ public:
         return filterWidth_ == 0.0f ? lively_ : lively_ * Keep(filterWidth_ * frequency);
     }
 
-    // For shapes that bend the sum of the octaves: a value that fades to `mean` with the coarsest octave.
-    Float32 Settled(Float32 value, Float32 mean) const { return mean + keep_[0] * (value - mean); }
+    // For shapes that bend the sum of the octaves, whose mean is another where the sum is weaker: the octaves that the
+    // filter leaves take the place of the others. The value then fades to `mean` by the share that is left.
+    template <class Shape>
+    Float32 Settled(Mean mean, Shape shape) const
+    {
+        if (filterWidth_ == 0.0f && lively_ == 1.0f)
+            return shape(*this);
+        NoiseSampler left = *this;
+        Float32 all = 0.0f;
+        Float32 rest = 0.0f;
+        for (int i = 0; i < count_; ++i)
+        {
+            left.weight_[i] *= keep_[i];
+            left.keep_[i] = 1.0f;
+            all += weight_[i] * weight_[i];
+            rest += left.weight_[i] * left.weight_[i];
+        }
+        const Float32 middle = Of(mean);
+        return rest > 0.0f ? middle + std::sqrt(rest / all) * (shape(left) - middle) : middle;
+    }
+
+    // A sum of octaves times `scale`. Without its sign it keeps the distance from 0 of what the filter took away.
+    Float32 Signed(Float32 sum, Float32 scale) const
+    {
+        if (!absolute_)
+            return sum;
+        Float32 lost = 0.0f;
+        for (int i = 0; i < count_; ++i)
+            lost += weight_[i] * weight_[i] * (1.0f - keep_[i] * keep_[i]);
+        const Float32 distance = scale * Of(kMeanSlope);
+        return lost > 0.0f ? std::sqrt(sum * sum + distance * distance * lost) : sum;
+    }
 
     // The octaves at a point, each faded to `mean` by the filter after `shape`, weighted and divided by the weights.
     template <class Shape>
-    Float32 Sum(const NoisePoint& at, Float32 mean, Shape shape) const
+    Float32 Sum(const NoisePoint& at, Mean means, Shape shape) const
     {
+        const Float32 mean = Of(means);
         if (count_ == 1) // its weight is 1
             return mean + keep_[0] * (shape(Gradient(noise_.octaves, at)) - mean);
         alignas(32) Float32 g[kMaxOctaves];
@@ -134,19 +175,15 @@ public:
         alignas(32) Float32 g[kMaxOctaves];
         Gradients(noise_.octaves, count_, at, g);
         Float32 sum = 0.0f;
-        Float32 squares = 0.0f;
         for (int i = 0; i < count_; ++i)
-        {
             sum += weight_[i] * keep_[i] * g[i];
-            squares += weight_[i] * weight_[i];
-        }
-        return sum / std::sqrt(squares);
+        return sum / WeightLength();
     }
 
     // About 0 to 1, creased at 0.
     Float32 Turbulence(const NoisePoint& at) const
     {
-        return 1.9f * Sum(at, 0.22f, [](Float32 g) { return std::abs(g); });
+        return 1.9f * Sum(at, kMeanSlope, [](Float32 g) { return std::abs(g); });
     }
 
     // Octave by octave from coarse to fine: `next` takes the value so far, the octave, its weight and its filter.
@@ -169,6 +206,17 @@ public:
         return sum;
     }
 
+    // The length of all weights as a vector.
+    Float32 WeightLength() const
+    {
+        Float32 squares = 0.0f;
+        for (int i = 0; i < count_; ++i)
+            squares += weight_[i] * weight_[i];
+        return std::sqrt(squares);
+    }
+
+    Float32 Of(Mean mean) const { return flat_ ? mean.plane : mean.space; }
+
     // A point moved along a field of its own.
     NoisePoint Bent(const NoisePoint& at, Float32 amount, Float32 frequency) const
     {
@@ -179,8 +227,9 @@ public:
 
     // Octaves of the two nearest points of a scattered lattice.
     template <class Shape>
-    Float32 SumCells(const NoisePoint& at, Float32 mean, Shape shape) const
+    Float32 SumCells(const NoisePoint& at, Mean means, Shape shape) const
     {
+        const Float32 mean = Of(means);
         Float32 sum = 0.0f;
         Float32 norm = 0.0f;
         for (int i = 0; i < count_; ++i)
@@ -194,8 +243,9 @@ public:
 
     // Octaves of a lattice of boxes: `shape` takes the place in the box, -1 to 1 an axis, and a number of the box's.
     template <class Shape>
-    Float32 SumBoxes(const NoisePoint& at, Float32 mean, Shape shape) const
+    Float32 SumBoxes(const NoisePoint& at, Mean means, Shape shape) const
     {
+        const Float32 mean = Of(means);
         Float32 sum = 0.0f;
         Float32 norm = 0.0f;
         for (int i = 0; i < count_; ++i)
@@ -266,6 +316,7 @@ private:
 
     const NoiseObjectOf& noise_;
     bool flat_;
+    bool absolute_;
     NoisePoint point_;
     Float32 filterWidth_;
     int count_;
@@ -281,7 +332,7 @@ namespace
 
 Float32 BlisteredTurbulence(const NoiseSampler& s)
 {
-    const Float32 blister = s.SumCells(s.Point(), 0.215f, [](const NearestPoints& n) {
+    const Float32 blister = s.SumCells(s.Point(), {0.215f, 0.36f}, [](const NearestPoints& n) {
         const Float32 dome = Max(1.0f - n.f1 * n.f1 * 2.5f, 0.0f);
         return dome * dome;
     });
@@ -290,7 +341,7 @@ Float32 BlisteredTurbulence(const NoiseSampler& s)
 
 Float32 Box(const NoiseSampler& s)
 {
-    return s.SumBoxes(s.Point(), 0.5f, [](Float32, Float32, Float32, Float32 box) { return box; });
+    return s.SumBoxes(s.Point(), {0.5f, 0.5f}, [](Float32, Float32, Float32, Float32 box) { return box; });
 }
 
 // A product of octaves instead of a sum: calm where the coarse ones are low, rough where they are high.
@@ -305,7 +356,7 @@ Float32 Buya(const NoiseSampler& s)
 // Cushions in the boxes of a lattice, no two of a brightness.
 Float32 Cell(const NoiseSampler& s)
 {
-    return s.SumBoxes(s.Point(), 0.385f, [](Float32 x, Float32 y, Float32 z, Float32 box) {
+    return s.SumBoxes(s.Point(), {0.385f, 0.452f}, [](Float32 x, Float32 y, Float32 z, Float32 box) {
         const Float32 wall = Max(Max(std::abs(x), std::abs(y)), std::abs(z));
         const Float32 square = wall * wall;
         return (1.0f - square * square) * (0.35f + 0.65f * box);
@@ -315,20 +366,20 @@ Float32 Cell(const NoiseSampler& s)
 Float32 CellVoronoi(const NoiseSampler& s)
 {
     return s.SumCells(
-        s.Point(), 0.5f, [](const NearestPoints& n) { return UnitFloat(MixBits(static_cast<UInt32>(n.id1))); });
+        s.Point(), {0.5f, 0.5f}, [](const NearestPoints& n) { return UnitFloat(MixBits(static_cast<UInt32>(n.id1))); });
 }
 
 // Winding folds with narrow grooves, as of a brain.
 Float32 Cranal(const NoiseSampler& s)
 {
-    return s.SumCells(s.Bent(s.Bent(s.Point(), 0.5f, 1.3f), 0.25f, 3.1f), 0.563f,
+    return s.SumCells(s.Bent(s.Bent(s.Point(), 0.5f, 1.3f), 0.25f, 3.1f), {0.563f, 0.686f},
         [](const NearestPoints& n) { return SmoothStep(0.0f, 0.3f, n.f2 - n.f1); });
 }
 
 // A plane with dents.
 Float32 Dents(const NoiseSampler& s)
 {
-    const Float32 depth = s.Sum(s.Point(), 0.0138f, [](Float32 g) {
+    const Float32 depth = s.Sum(s.Point(), {0.0138f, 0.0165f}, [](Float32 g) {
         const Float32 low = Max(-g, 0.0f);
         return low * low * low;
     });
@@ -342,19 +393,22 @@ Float32 DisplacedTurbulence(const NoiseSampler& s)
 
 Float32 DisplacedVoronoi(const NoiseSampler& s)
 {
-    return s.SumCells(s.Bent(s.Point(), 0.6f, 1.7f), 0.482f, [](const NearestPoints& n) { return n.f1 * 0.95f; });
+    return s.SumCells(
+        s.Bent(s.Point(), 0.6f, 1.7f), {0.482f, 0.394f}, [](const NearestPoints& n) { return n.f1 * 0.95f; });
 }
 
 // Glowing filaments.
 Float32 Electric(const NoiseSampler& s)
 {
-    const Float32 f = s.Fractal(s.Bent(s.Point(), 0.35f, 1.0f));
-    return s.Settled(0.006f / (0.006f + f * f), 0.28f);
+    return s.Settled({0.28f, 0.254f}, [](const NoiseSampler& left) {
+        const Float32 f = left.Fractal(left.Bent(left.Point(), 0.35f, 1.0f));
+        return 0.006f / (0.006f + f * f);
+    });
 }
 
 Float32 Fbm(const NoiseSampler& s)
 {
-    return 1.1f * s.Fractal(s.Point());
+    return s.Signed(1.1f * s.Fractal(s.Point()), 1.1f / s.WeightLength());
 }
 
 // Soft clouds drawn out by a slow wind.
@@ -367,7 +421,7 @@ Float32 Gaseous(const NoiseSampler& s)
 // Round blobs that melt into each other.
 Float32 Hama(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.488f, [](const NearestPoints& n) {
+    return s.SumCells(s.Point(), {0.488f, 0.56f}, [](const NearestPoints& n) {
         const auto blob = [](Float32 f) {
             const Float32 fall = Max(1.0f - f * f, 0.0f);
             return fall * fall * fall;
@@ -388,23 +442,26 @@ Float32 Luka(const NoiseSampler& s)
 // Bands of equal height, back and forth.
 Float32 Mod(const NoiseSampler& s)
 {
-    return s.Settled(Triangle(2.5f * s.Fractal(s.Point()) + 0.25f), 0.5f);
+    return s.Settled(
+        {0.5f, 0.5f}, [](const NoiseSampler& left) { return Triangle(2.5f * left.Fractal(left.Point()) + 0.25f); });
 }
 
 // Dark veins between plates that crumble at their rims.
 Float32 Naki(const NoiseSampler& s)
 {
-    const Float32 turbulence = s.Turbulence(s.Point());
-    const Float32 gap =
-        s.SumCells(s.Bent(s.Point(), 0.3f, 2.3f), 0.3f, [](const NearestPoints& n) { return n.f2 - n.f1; });
-    return s.Settled(SmoothStep(0.05f, 0.6f, 1.3f * gap + 0.35f * (turbulence - 0.4f)), 0.39f);
+    return s.Settled({0.387f, 0.535f}, [](const NoiseSampler& left) {
+        const Float32 turbulence = left.Turbulence(left.Point());
+        const Float32 gap = left.SumCells(
+            left.Bent(left.Point(), 0.3f, 2.3f), {0.3f, 0.4f}, [](const NearestPoints& n) { return n.f2 - n.f1; });
+        return SmoothStep(0.05f, 0.6f, 1.3f * gap + 0.35f * (turbulence - 0.4f));
+    });
 }
 
 // Bumps with a grained shell.
 Float32 Nutous(const NoiseSampler& s)
 {
     const Float32 bump =
-        s.SumCells(s.Point(), 0.714f, [](const NearestPoints& n) { return Max(1.0f - n.f1 * n.f1, 0.0f); });
+        s.SumCells(s.Point(), {0.714f, 0.793f}, [](const NearestPoints& n) { return Max(1.0f - n.f1 * n.f1, 0.0f); });
     return bump * (1.1f - 0.7f * s.Turbulence(s.Bent(s.Point(), 1.0f, 1.0f)));
 }
 
@@ -417,20 +474,20 @@ Float32 Ober(const NoiseSampler& s)
 
 Float32 Perlin(const NoiseSampler& s)
 {
-    return s.Sum(s.Point(), 0.0f, [](Float32 g) { return g; });
+    return s.Signed(s.Sum(s.Point(), {}, [](Float32 g) { return g; }), 1.0f / s.WeightSum());
 }
 
 // Spots.
 Float32 Pezo(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.262f,
+    return s.SumCells(s.Point(), {0.262f, 0.454f},
         [](const NearestPoints& n) { return 1.0f - SmoothStep(0.32f, 0.42f, n.f1) * (0.75f + 0.25f * Clamp01(n.f2)); });
 }
 
 // Craters with rims.
 Float32 Poxo(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.592f, [](const NearestPoints& n) {
+    return s.SumCells(s.Point(), {0.592f, 0.505f}, [](const NearestPoints& n) {
         const Float32 r = n.f1 * 2.2f;
         const Float32 inside = Max(1.0f - r * r, 0.0f);
         const Float32 off = (r - 1.0f) * 3.0f;
@@ -442,10 +499,11 @@ Float32 Poxo(const NoiseSampler& s)
 // Sharp crests; each octave is rough only where the one before is high.
 Float32 RidgedMultifractal(const NoiseSampler& s)
 {
+    const Float32 mean = s.Of({0.612f, 0.59f});
     Float32 share = 1.0f;
-    const Float32 sum = s.Fold(s.Point(), 0.0f, [&share](Float32 value, Float32 g, Float32 weight, Float32 keep) {
+    const Float32 sum = s.Fold(s.Point(), 0.0f, [&share, mean](Float32 value, Float32 g, Float32 weight, Float32 keep) {
         Float32 ridge = 1.0f - std::abs(g);
-        ridge = 0.62f + keep * (ridge * ridge - 0.62f);
+        ridge = mean + keep * (ridge * ridge - mean);
         ridge *= share;
         share = Clamp01(ridge * 1.4f);
         return value + weight * ridge;
@@ -456,7 +514,7 @@ Float32 RidgedMultifractal(const NoiseSampler& s)
 // Scales: each dark at its middle and of a brightness of its own at its edge.
 Float32 Sema(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.383f, [](const NearestPoints& n) {
+    return s.SumCells(s.Point(), {0.383f, 0.3f}, [](const NearestPoints& n) {
         return n.f1 * n.f1 * (0.3f + 1.4f * UnitFloat(MixBits(static_cast<UInt32>(n.id1)))) + 0.1f;
     });
 }
@@ -464,10 +522,12 @@ Float32 Sema(const NoiseSampler& s)
 // Grains where two fields are high together.
 Float32 Stupl(const NoiseSampler& s)
 {
-    const NoisePoint& p = s.Point();
-    const Float32 a = s.Fractal(p);
-    const Float32 b = s.Fractal({p.y * 1.6f + 19.1f, p.x * 1.6f - 7.7f, p.z * 1.6f, p.time});
-    return s.Settled(SmoothStep(-0.02f, 0.1f, a * b), 0.243f);
+    return s.Settled({0.243f, 0.262f}, [](const NoiseSampler& left) {
+        const NoisePoint& p = left.Point();
+        const Float32 a = left.Fractal(p);
+        const Float32 b = left.Fractal({p.y * 1.6f + 19.1f, p.x * 1.6f - 7.7f, p.z * 1.6f, p.time});
+        return SmoothStep(-0.02f, 0.1f, a * b);
+    });
 }
 
 Float32 Turbulence(const NoiseSampler& s)
@@ -478,22 +538,23 @@ Float32 Turbulence(const NoiseSampler& s)
 // Noise at a place that noise displaces ("variable lattice").
 Float32 Vl(const NoiseSampler& s)
 {
-    return 1.2f * s.Sum(s.Bent(s.Point(), 1.4f, 1.2f), 0.0f, [](Float32 g) { return g; });
+    const Float32 sum = s.Sum(s.Bent(s.Point(), 1.4f, 1.2f), {}, [](Float32 g) { return g; });
+    return s.Signed(1.2f * sum, 1.2f / s.WeightSum());
 }
 
 Float32 Voronoi1(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.507f, [](const NearestPoints& n) { return n.f1; });
+    return s.SumCells(s.Point(), {0.507f, 0.413f}, [](const NearestPoints& n) { return n.f1; });
 }
 
 Float32 Voronoi2(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.291f, [](const NearestPoints& n) { return (n.f2 - n.f1) * 1.4f; });
+    return s.SumCells(s.Point(), {0.291f, 0.399f}, [](const NearestPoints& n) { return (n.f2 - n.f1) * 1.4f; });
 }
 
 Float32 Voronoi3(const NoiseSampler& s)
 {
-    return s.SumCells(s.Point(), 0.528f, [](const NearestPoints& n) { return n.f2 * n.f2; });
+    return s.SumCells(s.Point(), {0.528f, 0.51f}, [](const NearestPoints& n) { return n.f2 * n.f2; });
 }
 
 // Waves along x that turbulence sets out of step.
@@ -565,7 +626,7 @@ Float32 Sample(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point,
 {
     const NoiseClass& noiseClass = *noise.noiseClass;
     const Float32 value =
-        noiseClass.value(NoiseSampler(noise, isFlat, point, octaves, filterWidth * noiseClass.fineness));
+        noiseClass.value(NoiseSampler(noise, isFlat, point, octaves, absolute, filterWidth * noiseClass.fineness));
     const bool isNegative = noiseClass.isSigned && value < 0.0f;
     Float32 size = Clamp01(isNegative ? -value : value);
     if (noise.exponent != 1.0)
