@@ -61,17 +61,33 @@ Result CreatePort(MicroNodeGroup* self, UInt key, const char* name, Int32 flags,
     });
 }
 
-Result PrivateGetMicroNode(MicroNodeGroup* self, UInt key, PortMicroNode** node)
+Result FindByKey(MicroNodeGroup* group, UInt key, GroupPort*& found)
 {
-    for (GroupPort& port : Host(self).ports)
+    for (GroupPort& port : Host(group).ports)
     {
         if (port.key == key && key != kKeyBit)
         {
-            *node = &port.micronode;
+            found = &port;
             return {};
         }
     }
     return MakeError(error::kUnresolved, "There is no port of this key.");
+}
+
+Result PrivateGetMicroNode(MicroNodeGroup* group, UInt key, PortMicroNode** node)
+{
+    GroupPort* port = nullptr;
+    VELTO_TRY(FindByKey(group, key, port));
+    *node = &port->micronode;
+    return {};
+}
+
+Result SetMayStayUnwritten(MicroNodeGroup* group, UInt key)
+{
+    GroupPort* port = nullptr;
+    VELTO_TRY(FindByKey(group, key, port));
+    port->mayStayUnwritten = true;
+    return {};
 }
 
 Result AddMicroNode(MicroNodeGroup* self, MicroNode* record)
@@ -245,6 +261,7 @@ const CoreNodesLibInterface& CoreNodesLibService()
                 return {};
             });
         }},
+        .SetMayStayUnwritten = {&SetMayStayUnwritten},
     };
     return service;
 }

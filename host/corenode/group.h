@@ -31,9 +31,9 @@ struct GroupPort
     Ref<const DataType> type;
     Int index = -1; // access index; -1: a wildcard
     PortMicroNode micronode{};
+    bool mayStayUnwritten = false; // by a successful call
 
-    Int32 Mark() const { return micronode.flags & port_mark::kMask; }
-    bool MayStayUnwritten() const { return (micronode.flags & port_mark::kMayStayUnwritten) != 0; }
+    Int32 Mark() const { return micronode.flags; }
 };
 
 struct HostGroup : MicroNodeGroup

@@ -584,7 +584,7 @@ Result RegisterDescriptionProcessor()
 {
     static DescriptionProcessorObject processor;
     processor.process = &ProcessDescription;
-    processor.references = 1 << 30; // nobody ends it
+    processor.references = kImmortal;
     return RegistryService().InsertEntry(registry::kDescriptionProcessors, "net.velto.node.processor.template", [] {
         Data data;
         data.Set(DescriptionProcessor::Share(&processor)).Ignore();

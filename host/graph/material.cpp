@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <numbers>
 
 namespace velto::host
 {
@@ -44,7 +45,7 @@ const std::vector<Shown>& ShownParameters()
         {"reflectionstrength", "Reflection strength", 1.0, 0.0, 1.0},
         {"roughness", "Roughness", 0.3, 0.0, 1.0},
         {"anisotropy", "Anisotropy", 0.0, 0.0, 1.0},
-        {"orientation", "Orientation", 0.0, 0.0, 6.283185307179586},
+        {"orientation", "Orientation", 0.0, 0.0, 2.0 * std::numbers::pi},
         {"samplesubdiv", "Sample subdivisions", Int(4), Int(0), Int(16)},
         {"normal", "Normal", vector(0.0, 0.0, 1.0), {}, {}},
         {"normalstrength", "Normal strength", 1.0, 0.0, 1.0},
@@ -56,13 +57,6 @@ const std::vector<Shown>& ShownParameters()
         {"opaquefresnel", "Opaque Fresnel", false, {}, {}},
     };
     return all;
-}
-
-Result AddPort(const MutablePort& parent, std::string_view name, MutablePort& added)
-{
-    Id id;
-    VELTO_TRY(Id::Create(name, id));
-    return parent.AddPort(id, added);
 }
 
 Result SetType(const MutablePort& port, const DataType* type)

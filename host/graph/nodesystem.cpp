@@ -3,6 +3,7 @@
 #include "values.h"
 
 #include "host/registry/datatypes.h"
+#include "host/registry/registry.h"
 #include "host/system/guard.h"
 
 #include <fmt/format.h>
@@ -111,10 +112,8 @@ Result Connect(NodeSystemObject* system, Int from, Int to, WireMode mode)
     });
 }
 
-Result Create(const Id& nodeSystemClass, NodeSystemObject** system)
+Result Create(const NodeSystemClassObject*, NodeSystemObject** system)
 {
-    if (!(nodeSystemClass == Id("net.velto.node.nodesystemclass")))
-        return MakeError(error::kUnresolved, "There is no such class of node systems.");
     NodeSystem made = MakeNodeSystem();
     if (!made)
         return OutOfMemory();
@@ -258,10 +257,24 @@ const NodeGraphInterface& NodeGraphService()
     return service;
 }
 
+Result AddPort(const MutablePort& parent, std::string_view name, MutablePort& added)
+{
+    Id id;
+    VELTO_TRY(Id::Create(name, id));
+    return parent.AddPort(id, added);
+}
+
+Result PublishNodeSystemClass()
+{
+    static NodeSystemClassObject nodeSystemClass{{kImmortal, nullptr}, &Create};
+    Data data;
+    VELTO_TRY(data.Set(NodeSystemClass::Share(&nodeSystemClass)));
+    return RegistryService().InsertEntry(registry::kNodeSystemClasses, "net.velto.node.nodesystemclass", data);
+}
+
 const NodesLibInterface& NodesLibService()
 {
     static constexpr NodesLibInterface service{
-        .CreateNodeSystem = {&Create},
         .WrapTemplate = {+[](NodeSystemObject* system, const Id&, Data* nodeTemplate) -> Result {
             VELTO_CHECK_ARGUMENT(system);
             ++Host(system).commits;

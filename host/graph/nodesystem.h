@@ -54,6 +54,12 @@ const Data* FindAttribute(const HostNodeSystem& system, Int port, const Id& attr
 // The root's ports, attributes and wires.
 Json DescribeNodeSystem(const HostNodeSystem& system);
 
+// The child of that name, added if there is none.
+Result AddPort(const MutablePort& parent, std::string_view name, MutablePort& added);
+
+// Publishes what modules make graphs with.
+Result PublishNodeSystemClass();
+
 const NodeGraphInterface& NodeGraphService();
 const NodesLibInterface& NodesLibService();
 const NodePathInterface& NodePathService();

@@ -1,8 +1,5 @@
 #include "nodetype.h"
 
-#include "host/registry/datatypes.h"
-#include "velto/porttypes.h"
-
 namespace velto::host
 {
 
@@ -27,25 +24,6 @@ std::vector<std::string> NodeType::PortNames(bool input) const
             names.push_back(port.name);
     }
     return names;
-}
-
-const DataType* FunctionResultType(const DataType* type)
-{
-    struct Pair
-    {
-        const DataType* function;
-        const DataType* result;
-    };
-    static const Pair pairs[] = {{TypeOf<ColorAFunction>(), TypeOf<ColorA>()},
-        {TypeOf<ColorFunction>(), TypeOf<Color>()}, {TypeOf<FloatFunction>(), TypeOf<Float>()},
-        {TypeOf<Vector2dFunction>(), TypeOf<Vector2d>()}, {TypeOf<BoolFunction>(), TypeOf<Bool>()},
-        {TypeOf<InternedIdFunction>(), TypeOf<InternedId>()}};
-    for (const Pair& pair : pairs)
-    {
-        if (pair.function == type)
-            return pair.result;
-    }
-    return nullptr;
 }
 
 } // namespace velto::host

@@ -97,7 +97,4 @@ private:
     std::map<std::string, std::size_t, std::less<>> places_[2]; // of outputs and of inputs, by name
 };
 
-// Whether a type's values are functions of the context, and what they yield (else null).
-const DataType* FunctionResultType(const DataType* type);
-
 } // namespace velto::host

@@ -18,13 +18,6 @@ namespace
 constexpr std::string_view kLocalContextPort = "contextLocal"; // as nodes name it
 constexpr std::string_view kLocalContextId = "contextlocal";   // as graph roots name it
 
-Result AddPort(const MutablePort& parent, std::string_view name, MutablePort& added)
-{
-    Id id;
-    VELTO_TRY(Id::Create(name, id));
-    return parent.AddPort(id, added);
-}
-
 // A port that takes a function has the type of what the function yields, and is marked.
 Result Describe(const NodePort& source, const MutablePort& port)
 {
@@ -111,6 +104,14 @@ void TakeOver(const HostNodeSystem& system, const std::vector<Int>& numbers, Nod
     }
 }
 
+// What the root's outputs say of the whole node.
+std::string Text(const HostNodeSystem& system, const Id& attribute, std::string_view otherwise)
+{
+    const Data* const value = FindAttribute(system, HostNodeSystem::kOutputs, attribute);
+    const Id* const text = value ? value->As<Id>() : nullptr;
+    return std::string(text ? text->View() : otherwise);
+}
+
 // A type whose outputs hand inputs on: each forwarding wire becomes a node that programs look through.
 std::shared_ptr<NodeType> TypeOfTemplate(const std::string& id, const HostNodeSystem& system)
 {
@@ -118,9 +119,9 @@ std::shared_ptr<NodeType> TypeOfTemplate(const std::string& id, const HostNodeSy
     type->isDescribed = true;
     type->id = id;
     type->name = id.substr(id.rfind('.') + 1);
-    type->label = "Passthrough";
-    type->category = "Maths";
-    type->help = "Hands a colour on unchanged: a named junction of wires.";
+    type->label = Text(system, port_attribute::kLabel, type->name);
+    type->category = Text(system, port_attribute::kCategory, "Utility");
+    type->help = Text(system, port_attribute::kHelp, "");
     for (const GraphWire& wire : system.wires)
     {
         if (wire.mode != wire_mode::kForward)

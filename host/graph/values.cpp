@@ -292,7 +292,11 @@ bool ReadPaths(const Json& json, const std::string& place, Diagnostics& diagnost
         ThrowIfError(MakeUrl(element.AsString(), url));
         ThrowIfError(paths.Append(std::move(url)));
     }
-    return Keep(paths, value);
+    const DataType* type = nullptr;
+    ThrowIfError(DataTypeService().GetDataTypeForData(DataTypeTraits<SearchPathsType>::kId, &type));
+    const Ref<const DataType> held = Ref<const DataType>::Adopt(type);
+    ThrowIfError(value.Set(type, &paths));
+    return true;
 }
 
 Json WritePaths(const void* value)
@@ -375,16 +379,10 @@ const std::vector<Codec>& Codecs()
                 const auto& layers = *static_cast<const LayerSet*>(value);
                 return Json(layers ? Bytes(layers->name) : std::string_view());
             }},
-        {TypeOf<SearchPathsType>(), "SearchPathsType", &ReadPaths, &WritePaths},
+        {nullptr, "SearchPathsType", &ReadPaths, &WritePaths},
         {TypeOf<DataDictionary>(), "DataDictionary", &ReadDictionary, &WriteDictionary},
         {TypeOf<ShadingContext>(), "ShadingContext", nullptr,
             [](const void* value) { return WriteContext(*static_cast<const ShadingContext*>(value)); }},
-        {TypeOf<ColorAFunction>(), "ColorAFunction", nullptr, nullptr},
-        {TypeOf<ColorFunction>(), "ColorFunction", nullptr, nullptr},
-        {TypeOf<FloatFunction>(), "FloatFunction", nullptr, nullptr},
-        {TypeOf<Vector2dFunction>(), "Vector2dFunction", nullptr, nullptr},
-        {TypeOf<BoolFunction>(), "BoolFunction", nullptr, nullptr},
-        {TypeOf<InternedIdFunction>(), "InternedIdFunction", nullptr, nullptr},
         {TypeOf<Data>(), "Data", nullptr, nullptr},
     };
     return codecs;
@@ -394,7 +392,7 @@ const Codec* FindCodec(const DataType* type)
 {
     for (const Codec& codec : Codecs())
     {
-        if (codec.type == type)
+        if (codec.type ? codec.type == type : IsSearchPathsType(type))
             return &codec;
     }
     return nullptr;
@@ -410,6 +408,11 @@ bool IsWritable(const DataType* type)
 
 std::string TypeName(const DataType* type)
 {
+    for (const FunctionType& function : FunctionTypes())
+    {
+        if (function.type == type)
+            return std::string(function.name);
+    }
     const Codec* const codec = FindCodec(type);
     return std::string(codec ? codec->name : type->id.View());
 }

@@ -21,17 +21,6 @@ namespace velto::host
 namespace
 {
 
-constexpr std::string_view kFrameworks[] = {
-    "net.velto.core.framework",
-    "net.velto.corenodes.framework",
-    "net.velto.image.framework",
-    "net.velto.math.framework",
-    "net.velto.velto.framework",
-    "net.velto.misc.framework",
-    "net.velto.nodes.framework",
-    "net.velto.render.framework",
-};
-
 // What the host writes into the link of a record that it has dealt with.
 char walkedMark = 0;
 
@@ -40,18 +29,29 @@ Result Refuse(const Id& kind, std::string_view text)
     return MakeError(kind, text);
 }
 
-// A named thing that has an address for good.
 void* Initialize(const Id* registry, const Id* name)
 {
-    if (*registry == registry::kInternedIds)
-    {
-        static std::unordered_map<std::string, InternedId> interned;
-        static std::mutex mutex;
-        const std::lock_guard lock(mutex);
-        return &(interned[std::string(name->View())] = Intern(name->View()));
-    }
     const Data* const found = FindEntry(registry->View(), name->View());
     return found ? const_cast<void*>(found->Value()) : nullptr;
+}
+
+// Objects of the host have the functions that the module expects, in its order.
+Result CheckVirtualInterface(const VirtualInterfaceRecord& record)
+{
+    const VirtualInterface* const offered = FindVirtualInterface(record.interfaceId.View());
+    if (!offered)
+        return Refuse(error::kUnresolved,
+            fmt::format("The module calls objects of {}, which this host does not have.", record.interfaceId.View()));
+    const char* wanted = record.methodNames;
+    const char* name = offered->methodNames;
+    for (UInt32 i = 0; i < record.methodCount; ++i, wanted += std::strlen(wanted) + 1, name += std::strlen(name) + 1)
+    {
+        if (i >= offered->methodCount || std::strcmp(wanted, name) != 0)
+            return Refuse(
+                error::kUnresolved, fmt::format("The module calls {} of objects of {}, which this host's do not have.",
+                                        wanted, record.interfaceId.View()));
+    }
+    return {};
 }
 
 } // namespace
@@ -105,8 +105,7 @@ Result Module::BindFrameworks()
     {
         for (UInt32 i = 0; i < record->requiredCount; ++i)
         {
-            if (std::find(std::begin(kFrameworks), std::end(kFrameworks), record->required[i].View()) ==
-                std::end(kFrameworks))
+            if (std::find(std::begin(kFrameworks), std::end(kFrameworks), record->required[i]) == std::end(kFrameworks))
                 return Refuse(error::kUnresolved, fmt::format("{} requires {}, which this host does not have.",
                                                       record->id.View(), record->required[i].View()));
         }
@@ -116,6 +115,8 @@ Result Module::BindFrameworks()
             {
                 if (inner->kind == RecordKind::InterfaceBinding)
                     VELTO_TRY(BindInterface(*static_cast<InterfaceBindingRecord*>(inner)));
+                if (inner->kind == RecordKind::VirtualInterface)
+                    VELTO_TRY(CheckVirtualInterface(*static_cast<VirtualInterfaceRecord*>(inner)));
             }
         }
     }
@@ -176,16 +177,10 @@ Result Module::WalkUnit(TranslationUnitRecord& unit)
     walking_.push_back(&unit);
     for (const DependencyRecord* dependency = unit.dependencies; dependency; dependency = dependency->next)
     {
-        TranslationUnitRecord* needed = nullptr;
-        if (dependency->target)
-            needed = static_cast<TranslationUnitRecord*>(dependency->target->owner);
-        else
-        {
-            needed = FindLabel(dependency->name.View().substr(1));
-            if (!needed)
-                return Refuse(error::kUnresolved, fmt::format("{} depends on the label {}, which no unit has.",
-                                                      unit.id.View(), dependency->name.View()));
-        }
+        if (!dependency->target)
+            return Refuse(error::kUnresolved,
+                fmt::format("{} depends on the label {}, which no unit has.", unit.id.View(), dependency->name.View()));
+        auto* const needed = static_cast<TranslationUnitRecord*>(dependency->target->owner);
         if (needed && needed != &unit)
             VELTO_TRY(WalkUnit(*needed));
     }
@@ -223,8 +218,7 @@ Result Module::WalkRecord(Record& record)
     {
         // Undone also when it fails half-way: its free function knows what there is to free.
         done_.push_back(&record);
-        if (const auto& step = static_cast<StepRecord&>(record); step.initialize)
-            VELTO_TRY(step.initialize());
+        VELTO_TRY(static_cast<StepRecord&>(record).initialize());
         break;
     }
     default:
@@ -234,31 +228,12 @@ Result Module::WalkRecord(Record& record)
     return {};
 }
 
-TranslationUnitRecord* Module::FindLabel(std::string_view label) const
-{
-    for (ModuleRecord* module = export_->moduleRecords; module; module = module->nextModule)
-    {
-        for (Record* unit = module->units; unit; unit = unit->next)
-        {
-            for (Record* record = static_cast<TranslationUnitRecord*>(unit)->first; record; record = record->next)
-            {
-                if (record->kind == RecordKind::Label && record->id.View() == label)
-                    return static_cast<TranslationUnitRecord*>(record->owner);
-            }
-        }
-    }
-    return nullptr;
-}
-
 void Module::Unload()
 {
     for (auto record = done_.rbegin(); record != done_.rend(); ++record)
     {
         if ((*record)->kind == RecordKind::Step)
-        {
-            if (const auto* step = static_cast<StepRecord*>(*record); step->free)
-                step->free();
-        }
+            static_cast<StepRecord*>(*record)->free();
         else
         {
             auto* const declaration = static_cast<DeclarationRecord*>(*record);

@@ -1,7 +1,7 @@
 // A loaded module: opened, bound, walked and published; all of it undone in reverse when the last holder goes.
 #pragma once
 
-#include "velto/record.h"
+#include "velto/unit.h"
 
 #include <filesystem>
 #include <memory>
@@ -33,7 +33,6 @@ private:
     Result WalkUnits();
     Result WalkUnit(TranslationUnitRecord& unit);
     Result WalkRecord(Record& record);
-    TranslationUnitRecord* FindLabel(std::string_view label) const;
     void Unload();
 
     std::filesystem::path file_;

@@ -43,6 +43,7 @@ bool PublishEntries()
     PublishBlendClasses();
     PublishNoiseClasses();
     RegisterDescriptionProcessor().Ignore(); // fails only without memory
+    PublishNodeSystemClass().Ignore();
     return true;
 }
 
@@ -83,6 +84,21 @@ std::span<const Service> Services()
     static const bool published = PublishEntries();
     static_cast<void>(published);
     return services;
+}
+
+const VirtualInterface* FindVirtualInterface(std::string_view id)
+{
+    static constexpr VirtualInterface interfaces[] = {
+        {kObjectInterfaceId.View(), kMethodNames<ObjectMethods>.data(), kSlotCount<ObjectMethods>},
+        {FunctionInterface::kId.View(), kMethodNames<FunctionMethods>.data(), kSlotCount<FunctionMethods>},
+        {RenderNoiseInterface::kId.View(), kMethodNames<RenderNoiseMethods>.data(), kSlotCount<RenderNoiseMethods>},
+    };
+    for (const VirtualInterface& candidate : interfaces)
+    {
+        if (candidate.id == id)
+            return &candidate;
+    }
+    return nullptr;
 }
 
 const Service* FindService(std::string_view id)

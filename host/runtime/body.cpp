@@ -134,7 +134,7 @@ void LinkBody(RunnableBody& body, const BodyPlan& plan, const UInt32* offsets, c
     {
         const FunctionPlan& source = plan.functions[i];
         BodyFunction& function = body.functions[i];
-        function.references = 1 << 30; // ends with the body
+        function.references = kImmortal; // ends with the body
         function.isConstant = &IsConstantFunction;
         function.type = source.type;
         function.owner = owner;

@@ -22,11 +22,6 @@ UInt32 StorePlan::Add(const DataType* type, Data initial)
     return offset;
 }
 
-bool IsFunctionType(const DataType* type)
-{
-    return type->id.View().starts_with(kFunctionType);
-}
-
 Result Program::Compile(const CoreGraph& graph, const CompileOptions& options, std::shared_ptr<const Program>& program)
 {
     return Guarded([&]() -> Result {

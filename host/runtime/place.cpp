@@ -16,19 +16,6 @@ namespace velto::host
 namespace
 {
 
-// The type that a function-valued port's function yields.
-const DataType* YieldedType(const DataType* function)
-{
-    static const DataType* const yields[] = {
-        TypeOf<ColorA>(), TypeOf<Color>(), TypeOf<Float>(), TypeOf<Vector2d>(), TypeOf<Bool>(), TypeOf<InternedId>()};
-    for (const DataType* const type : yields)
-    {
-        if (function->id.View() == fmt::format("{}{}>", kFunctionType, type->id.View()))
-            return type;
-    }
-    return nullptr;
-}
-
 class Placer
 {
 public:
@@ -176,7 +163,7 @@ private:
             {
                 const GraphInput& input = settled_.nodes[current].inputs[static_cast<std::size_t>(i)];
                 if (!settled_.nodes[current].Port(i).input || input.kind != GraphInput::Kind::Link ||
-                    IsFunctionType(settled_.nodes[current].Port(i).type.Get()))
+                    FunctionResultType(settled_.nodes[current].Port(i).type.Get()))
                     continue;
                 OutputOf link = input.link;
                 if (settled_.Resolve(link) || IsPlaced(body, link.node))
@@ -237,13 +224,13 @@ private:
                     outputs.push_back(output);
                 else if (port.Mark() != 0)
                     program_.bodies[body.index].kept.push_back(output);
-                if (port.MayStayUnwritten() && !isFixed)
+                if (port.mayStayUnwritten && !isFixed)
                     resets.push_back(output);
                 continue;
             }
             const GraphInput& input = node.inputs[static_cast<std::size_t>(i)];
             slot.flags = input.source && input.source->connected ? 0 : slot_flags::kNotConnected;
-            if (IsFunctionType(port.type.Get()))
+            if (FunctionResultType(port.type.Get()))
                 VELTO_TRY(PlaceFunction(node, i, isFixed, slot.value, functions));
             else
                 VELTO_TRY(PlaceInput(body, node, i, isFixed, slot.value, needs));
@@ -283,7 +270,7 @@ private:
         Data initial;
         if (type == TypeOf<RenderMode>())
             VELTO_TRY(initial.Set(options_.renderMode));
-        else if (options_.searchPaths && type == TypeOf<SearchPathsType>())
+        else if (options_.searchPaths && IsSearchPathsType(type))
             VELTO_TRY(initial.Set(type, options_.searchPaths));
         else
             VELTO_TRY(MakeZero(type, initial));
@@ -377,7 +364,7 @@ private:
         const GraphNode& node, Int i, bool isFixed, Address& address, std::vector<FunctionPlan>& functions)
     {
         const DataType* const type = node.Port(i).type.Get();
-        const DataType* const yields = YieldedType(type);
+        const DataType* const yields = FunctionResultType(type);
         if (!yields)
             return Fault(node, fmt::format("functions of type {} are not known here", type->id.View()));
         const GraphInput& input = node.inputs[static_cast<std::size_t>(i)];

@@ -16,11 +16,6 @@ namespace velto::host
 
 class Module;
 
-// Before the type that a function-valued port's function yields.
-inline constexpr std::string_view kFunctionType = "net.velto.parametrictype.function<";
-
-bool IsFunctionType(const DataType* type);
-
 enum class Store : std::uint8_t
 {
     Nowhere,

@@ -180,7 +180,7 @@ private:
     {
         const GroupPort& port = node.Port(i);
         const GraphInput& input = node.inputs[static_cast<std::size_t>(i)];
-        if (!port.input || IsFunctionType(port.type.Get()))
+        if (!port.input || FunctionResultType(port.type.Get()))
             return true;
         if (input.kind == GraphInput::Kind::Link)
             return settled_.IsFixedSource(input.link);

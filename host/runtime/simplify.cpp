@@ -1,6 +1,7 @@
 // Replaces nodes by simpler ones, or by one of their inputs.
 #include "settle.h"
 
+#include "host/registry/datatypes.h"
 #include "velto/function.h"
 
 namespace velto::host
@@ -20,7 +21,7 @@ struct ProbeFunction : FunctionInterface
         isConstant = [](const FunctionInterface* self) -> Bool {
             return static_cast<const ProbeFunction*>(self)->answersConstantly;
         };
-        references = 1 << 30; // nobody ends it
+        references = kImmortal;
     }
     bool answersConstantly;
 };
@@ -74,7 +75,7 @@ Result SimplifyNode(const SettledGraph& graph, const CompileOptions& options, Gr
             if (!node.Port(i).input || input.kind == GraphInput::Kind::Default)
                 continue;
             const bool isVariable = input.source && options.variable.contains(input.source->origin);
-            if (IsFunctionType(node.Port(i).type.Get()))
+            if (FunctionResultType(node.Port(i).type.Get()))
             {
                 if (!input.source || !input.source->connected)
                     continue; // its node may do other than take the default

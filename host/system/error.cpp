@@ -14,7 +14,7 @@ namespace
 {
 
 // The error that stands in where there is no memory for one. Outlives every reference.
-ErrorObject outOfMemory{{1 << 30, nullptr}, "net.velto.error.outofmemory", "Out of memory.", {}};
+ErrorObject outOfMemory{{kImmortal, nullptr}, "net.velto.error.outofmemory", "Out of memory.", {}};
 
 // One block: the object, then its texts.
 ErrorObject* CreateError(const char* kind, UInt kindLength, const char* message, UInt messageLength,

@@ -23,6 +23,7 @@ struct ConfigurationInterface
     // value must live until the module is unloaded.
     VELTO_METHOD(ConfigurationRegister, Result(const ConfigurationEntry* entry));
 };
+VELTO_USED_BY_INCLUDERS("velto/configuration.h", ConfigurationInterface);
 
 // The module's values, entered during static construction.
 struct ConfigurationTable

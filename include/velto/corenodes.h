@@ -67,8 +67,6 @@ namespace port_mark
 {
 inline constexpr Int32 kOncePerSetup = 8;
 inline constexpr Int32 kState = 40;
-inline constexpr Int32 kMask = 0xFF;
-inline constexpr Int32 kMayStayUnwritten = 0x100; // a successful call need not write it
 } // namespace port_mark
 
 namespace port_flags
@@ -144,6 +142,7 @@ struct MicroNodeGroupInterface
     // Checks that every port has an access index and freezes the group.
     VELTO_METHOD(PrivateFinalize, Result(MicroNodeGroup* group));
 };
+VELTO_USED_BY_INCLUDERS("velto/corenodes.h", MicroNodeGroupInterface);
 
 struct MicroNodeInterface
 {
@@ -159,6 +158,7 @@ struct MicroNodeInterface
     VELTO_METHOD(
         PrivateExportPortAccess, Result(AccessBuilder* builder, Int first, const char* family, UInt32 accessFlags));
 };
+VELTO_USED_BY_INCLUDERS("velto/corenodes.h", MicroNodeInterface);
 
 inline constexpr UInt32 kExportAccessFlags = 0x7FFE7FFF;
 
@@ -170,6 +170,7 @@ struct CoreNodeInstanceBaseInterface
     // [one thread; building] `hasSideEffect`: the node does more than write its outputs, so every sample runs it.
     VELTO_METHOD(InitFactory, Result(MicroNodeGroup* group, Bool hasSideEffect));
 };
+VELTO_USED_BY_INCLUDERS("velto/corenodes.h", CoreNodeInstanceBaseInterface);
 
 struct CoreNodesLibInterface
 {
@@ -181,7 +182,11 @@ struct CoreNodesLibInterface
     // [one thread; building] The optimizer of a table of rows of four: access index of an input, the constant that it
     // must have, the input that then stands for the node, -1.
     VELTO_METHOD(CreateOptimizer, Result(MicroNodeGroup* group, const Int32* rows, Int32 rowCount));
+    // [one thread; building] A successful call need not write the output that was declared with `key`; unresolved when
+    // there is none.
+    VELTO_METHOD(SetMayStayUnwritten, Result(MicroNodeGroup* group, UInt key));
 };
+VELTO_USED_BY_INCLUDERS("velto/corenodes.h", CoreNodesLibInterface);
 
 struct FactoryObject : Object
 {
@@ -202,6 +207,7 @@ struct FactoryInterface
     VELTO_METHOD(PrivateCreateCached, Result(DictionaryObject* attributes, GroupBuilder builder, const void* context,
                                           Int32 cacheSize, FactoryObject** factory));
 };
+VELTO_USED_BY_INCLUDERS("velto/corenodes.h", FactoryInterface);
 
 inline constexpr Id kNodeIdKey{"net.velto.corenode.nodeid"};
 

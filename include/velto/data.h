@@ -133,6 +133,7 @@ struct DataDictionaryInterface
     // [any thread, none of them writing] Borrows the value under `key`; null when there is none or no dictionary.
     VELTO_METHOD(GetData, const Data*(const DictionaryObject* dictionary, const DictionaryKey& key));
 };
+VELTO_USED_BY_INCLUDERS("velto/data.h", DataDictionaryInterface);
 
 template <class T>
 Result SetData(const DataDictionary& dictionary, const DictionaryKey& key, const T& value)

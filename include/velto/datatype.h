@@ -41,6 +41,7 @@ struct DataTypeLibInterface
     // A type of the caller's own, whose functions must outlive it.
     VELTO_METHOD(Create, Result(const Id& id, const DataTypeOperations* operations, const DataType** type));
 };
+VELTO_USED_BY_INCLUDERS("velto/datatype.h", DataTypeLibInterface);
 
 // How a C++ type becomes a `DataType`. Specialised for every type that a port may have.
 template <class T>
@@ -81,8 +82,15 @@ struct DataTypeRecord
     Result (*getter)(const DataType** type) = nullptr;
 };
 
-// The chain of this library's data type records, for its host to drop at unload.
-inline constinit DataTypeRecord* dataTypeRecords = nullptr;
+// The head of this library's chain of data type records: in its module's record, once there is one.
+inline constinit DataTypeRecord* ownDataTypes = nullptr;
+inline constinit DataTypeRecord** dataTypes = &ownDataTypes;
+
+inline void MoveDataTypes(DataTypeRecord*& head)
+{
+    head = *dataTypes;
+    dataTypes = &head;
+}
 
 // [any thread; setup] The record's type, worked out by the first who asks.
 inline Result ResolveDataType(DataTypeRecord& record, const DataType*& type)
@@ -116,8 +124,8 @@ struct DataTypeRecordOf : DataTypeRecord
     DataTypeRecordOf()
     {
         getter = &DataTypeTraits<T>::Get;
-        next = dataTypeRecords;
-        dataTypeRecords = this;
+        next = *dataTypes;
+        *dataTypes = this;
     }
     ~DataTypeRecordOf()
     {

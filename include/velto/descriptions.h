@@ -25,6 +25,7 @@ struct DescriptionDefinitionDatabaseInterface
     // is unresolved.
     VELTO_METHOD(GetRegisteredDescriptions, Result(const Id& database, const Id& language, BaseArray<Id>* ids));
 };
+VELTO_USED_BY_INCLUDERS("velto/descriptions.h", DescriptionDefinitionDatabaseInterface);
 
 struct DescriptionDatabaseInterface
 {
@@ -37,6 +38,7 @@ struct DescriptionDatabaseInterface
     // [any thread] The dictionary of the description's head; the caller owns the reference.
     VELTO_METHOD(GetDictionary, Result(const DescriptionObject* description, DictionaryObject** dictionary));
 };
+VELTO_USED_BY_INCLUDERS("velto/descriptions.h", DescriptionDatabaseInterface);
 
 // What a processor hands out for a description: two words that its owner destroys.
 struct ProcessedDescription

@@ -9,11 +9,20 @@ namespace velto
 
 struct FunctionInterface : Object
 {
+    static constexpr Id kId{"net.velto.interface.function"};
+
     // [any thread; sampling] Writes the function's value under `context`, which is borrowed for the call. `cache` is a
     // state port of the caller's, or null. On error `value` is as it was.
     Result (*invoke)(const FunctionInterface* self, void* value, const ShadingContext* context, Data* cache) = nullptr;
     // [building] Whether every context gives the same value.
     Bool (*isConstant)(const FunctionInterface* self) = nullptr;
+};
+
+// The functions of such an object by name.
+struct FunctionMethods
+{
+    VELTO_VIRTUAL_METHOD(FunctionInterface, invoke);
+    VELTO_VIRTUAL_METHOD(FunctionInterface, isConstant);
 };
 
 // The value of a function-valued port: a function that yields a `T`, or none.

@@ -30,7 +30,7 @@ inline constexpr WireMode kForward = 0x1010;                    // a value is ha
 
 namespace port_attribute
 {
-inline constexpr Id kPortFlags{"portflags"}; // Int
+inline constexpr Id kPortFlags{"portflags"}; // byte
 inline constexpr Id kFixedType{"fixedtype"}; // data type
 inline constexpr Id kFunctionResult{"functionresult"};
 inline constexpr Id kContextMember{"contextmember"};
@@ -40,6 +40,10 @@ inline constexpr Id kInternalHidden{"net.velto.node.attribute.internalhidden"};
 inline constexpr Id kDefaultValue{"net.velto.description.data.base.defaultvalue"};
 inline constexpr Id kInheritPorts{"inheritports"};
 inline constexpr Id kSynthesizePorts{"synthesizeports"};
+// Of the list of outputs, ids: what people see of a node that is a template.
+inline constexpr Id kLabel{"net.velto.description.data.base.label"};
+inline constexpr Id kCategory{"net.velto.description.data.base.category"};
+inline constexpr Id kHelp{"net.velto.description.data.base.help"};
 } // namespace port_attribute
 
 // All: [one thread at a time to a node system] the first error is returned, and what was done before stays.
@@ -65,17 +69,25 @@ struct NodeGraphInterface
     // Applies the changes since the last time.
     VELTO_METHOD(Commit, Result(NodeSystemObject* system, Int32 flags));
 };
+VELTO_USED_BY_INCLUDERS("velto/graph.h", NodeGraphInterface);
+
+// What makes graphs.
+struct NodeSystemClassObject : Object
+{
+    // [any thread; building] A new graph with a root; the caller owns the reference.
+    Result (*create)(const NodeSystemClassObject* self, NodeSystemObject** system) = nullptr;
+};
+using NodeSystemClass = Ref<const NodeSystemClassObject>;
 
 struct NodesLibInterface
 {
     static constexpr Id kId{"net.velto.node.interface.nodeslib"};
     static constexpr Id kFramework{"net.velto.nodes.framework"};
 
-    // A new graph of a class, `net.velto.node.nodesystemclass`; unresolved for any other.
-    VELTO_METHOD(CreateNodeSystem, Result(const Id& nodeSystemClass, NodeSystemObject** system));
     // Ends the changes and makes a template of the graph.
     VELTO_METHOD(WrapTemplate, Result(NodeSystemObject* system, const Id& id, Data* nodeTemplate));
 };
+VELTO_USED_BY_INCLUDERS("velto/graph.h", NodesLibInterface);
 
 struct NodePathInterface
 {
@@ -85,6 +97,7 @@ struct NodePathInterface
     // A path of one name.
     VELTO_METHOD(Create, Result(const char* name, UInt length, NodePathObject** path));
 };
+VELTO_USED_BY_INCLUDERS("velto/graph.h", NodePathInterface);
 
 // A port of a graph that is being built. An empty one belongs to none.
 class MutablePort
@@ -120,14 +133,13 @@ public:
     template <class Visit>
     Result GetChildren(Visit&& visit) const
     {
-        const NodeSystemObject* const nodeSystem = system_.Get();
-        VELTO_CHECK_ARGUMENT(nodeSystem);
+        VELTO_CHECK_ARGUMENT_AS(system_, "nodeSystem");
         Int count = 0;
-        VELTO_TRY(Graph().GetChildCount(nodeSystem, port_, &count));
+        VELTO_TRY(Graph().GetChildCount(system_.Get(), port_, &count));
         for (Int i = 0; i < count; ++i)
         {
             Int child = -1;
-            VELTO_TRY(Graph().GetChild(nodeSystem, port_, i, &child));
+            VELTO_TRY(Graph().GetChild(system_.Get(), port_, i, &child));
             VELTO_TRY(visit(MutablePort(system_, child)));
         }
         return {};
@@ -156,23 +168,17 @@ public:
     }
 
     // Wires this port to `target`, of the same graph.
-    Result Connect(const MutablePort& to, WireMode mode) const
+    Result Connect(const MutablePort& target, WireMode mode) const
     {
         VELTO_CHECK_STATE(this->GetNodeSystem());
-        const Target target{to};
-        VELTO_CHECK_ARGUMENT(target.GetValue().GetNodeSystem().GetPointer() == this->GetNodeSystem().GetPointer());
-        return Graph().Connect(system_.Get(), port_, to.port_, mode);
+        VELTO_CHECK_ARGUMENT_AS(target.system_ == system_,
+            "target.GetValue().GetNodeSystem().GetPointer() == this->GetNodeSystem().GetPointer()");
+        return Graph().Connect(system_.Get(), port_, target.port_, mode);
     }
 
     Int Number() const { return port_; }
 
 private:
-    struct Target
-    {
-        const MutablePort& port;
-        const MutablePort& GetValue() const { return port; }
-    };
-
     static const NodeGraphInterface& Graph() { return Bound<NodeGraphInterface>(); }
 
     NodeSystem system_;
@@ -184,16 +190,16 @@ class MutableRoot
 {
 public:
     MutableRoot() = default;
-    explicit MutableRoot(NodeSystem system) : _system(std::move(system)) {}
+    explicit MutableRoot(NodeSystem system) : system_(std::move(system)) {}
 
-    const NodeSystem& GetNodeSystem() const { return _system; }
+    const NodeSystem& GetNodeSystem() const { return system_; }
     Result GetInputs(MutablePort& inputs) const { return GetList(true, inputs); }
     Result GetOutputs(MutablePort& outputs) const { return GetList(false, outputs); }
 
     Result Commit(Int32 flags) const
     {
-        VELTO_CHECK_STATE(_system);
-        return Bound<NodeGraphInterface>().Commit(_system.Get(), flags);
+        VELTO_CHECK_STATE_AS(system_, "_system");
+        return Bound<NodeGraphInterface>().Commit(system_.Get(), flags);
     }
 
 private:
@@ -201,12 +207,12 @@ private:
     {
         VELTO_CHECK_STATE(this->GetNodeSystem());
         Int port = -1;
-        VELTO_TRY(Bound<NodeGraphInterface>().GetList(_system.Get(), inputs, &port));
-        list = MutablePort(_system, port);
+        VELTO_TRY(Bound<NodeGraphInterface>().GetList(system_.Get(), inputs, &port));
+        list = MutablePort(system_, port);
         return {};
     }
 
-    NodeSystem _system;
+    NodeSystem system_;
 };
 
 // What a description finalizer is: a function that completes a described node's root.
@@ -229,5 +235,6 @@ using BuiltinNode = Ref<const BuiltinNodeObject>;
 
 VELTO_HOST_DATA_TYPE(velto::NodePath, "net.velto.graph.interface.nodepath");
 VELTO_HOST_DATA_TYPE(velto::NodeSystem, "net.velto.node.datatype.nodesystem");
+VELTO_HOST_DATA_TYPE(velto::NodeSystemClass, "net.velto.node.datatype.nodesystemclass");
 VELTO_HOST_DATA_TYPE(velto::DescriptionFinalizer, "net.velto.node.datatype.descriptionfinalizer");
 VELTO_HOST_DATA_TYPE(velto::BuiltinNode, "net.velto.node.datatype.builtinnode");

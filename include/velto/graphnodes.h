@@ -2,7 +2,7 @@
 #pragma once
 
 #include "velto/graph.h"
-#include "velto/record.h"
+#include "velto/unit.h"
 
 namespace velto
 {

@@ -85,6 +85,7 @@ struct ImagePixelBlendInterface
         Result(const BlendClass* blendClass, const Id& format, const PixelChannels& channels, const Id& sourceFormat,
             const PixelChannels& sourceChannels, Float opacity, BlendPixelHandler* handler));
 };
+VELTO_USED_BY_INCLUDERS("velto/imagepixelblend.h", ImagePixelBlendInterface);
 
 } // namespace velto
 

@@ -4,6 +4,7 @@
 // the field's declaration, so a slot is stated once, and a host with another signature is refused instead of called.
 #pragma once
 
+#include "velto/record.h"
 #include "velto/result.h"
 
 #include <array>
@@ -101,6 +102,18 @@ struct SignatureHash<R(A...)>
 
 } // namespace detail
 
+namespace detail
+{
+// With a reference for the caller.
+inline ErrorObject* UnresolvedError()
+{
+    static constinit ErrorObject unresolved{
+        {kImmortal, nullptr}, "net.velto.error.unresolved", "Method invocation of unresolvable interface", {}};
+    unresolved.references.fetch_add(1, std::memory_order_relaxed);
+    return &unresolved;
+}
+} // namespace detail
+
 template <FixedString Name, class Signature, UInt GivenHash = 0>
 struct Method;
 
@@ -122,16 +135,16 @@ struct Method<Name, R(A...), GivenHash>
     {
         std::fprintf(stderr, "Method invocation of unresolvable interface %s\nStop\n", Interface::kId.CString());
         if constexpr (std::is_same_v<R, Result>)
-        {
-            // Outlives every reference.
-            static ErrorObject unresolved{
-                {1 << 30, nullptr}, "net.velto.error.unresolved", "Method invocation of unresolvable interface", {}};
-            return Result::Share(&unresolved);
-        }
+            return Result::Adopt(detail::UnresolvedError());
+        else if constexpr (std::is_same_v<R, ErrorObject*>)
+            return detail::UnresolvedError(); // what cannot be told is an error all the same
         else if constexpr (!std::is_void_v<R>)
             return R{};
     }
 };
+
+// For an object's own function, the field `name` of `Object`.
+#define VELTO_VIRTUAL_METHOD(Object, name) ::velto::Method<#name, std::remove_pointer_t<decltype(Object::name)>> name
 
 #define VELTO_METHOD(name, ...) ::velto::Method<#name, __VA_ARGS__> name
 // For a slot whose hash is given from outside.
@@ -222,5 +235,13 @@ const Interface& Bound()
 {
     return slots<Interface>;
 }
+
+inline constexpr Id kObjectInterfaceId{"net.velto.interface.object"};
+
+// The functions of every object, by name.
+struct ObjectMethods
+{
+    VELTO_VIRTUAL_METHOD(Object, destroy);
+};
 
 } // namespace velto

@@ -14,6 +14,7 @@ struct ThreadServicesInterface
     // [any thread] How many threads the job queue keeps, at least 1.
     VELTO_METHOD(GetWorkerCount, Int32());
 };
+VELTO_USED_BY_INCLUDERS("velto/jobqueue.h", ThreadServicesInterface);
 
 // A group of jobs that belong together. `run` is called once for each job, on any thread, in any order.
 struct JobGroup
@@ -32,6 +33,7 @@ struct JobQueueInterface
     // helps, and takes up no work of other groups meanwhile.
     VELTO_METHOD(EnqueueAndWait, void(const JobGroup* group));
 };
+VELTO_USED_BY_INCLUDERS("velto/jobqueue.h", JobQueueInterface);
 
 inline constinit Bool g_enableParallelFor = true;
 

@@ -26,6 +26,7 @@ struct LoggerInterface
     // [any thread] The same for plain bytes and the default logger; never fails.
     VELTO_METHOD(WriteBytes, void(Int32 targets, const char* bytes, UInt count));
 };
+VELTO_USED_BY_INCLUDERS("velto/logger.h", LoggerInterface);
 
 inline constexpr Id kDefaultLogger{"net.velto.core.logger.default"};
 

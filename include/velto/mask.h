@@ -10,6 +10,7 @@ namespace velto
 class Mask
 {
 public:
+    static constexpr ParameterKind kKind = ParameterKind::Ports;
     static constexpr std::array<PortSpec, 5> kPorts = [] {
         const auto port = [](std::string_view name, Result (*type)(const DataType*&)) {
             return PortSpec{.name = name, .input = true, .rank = PortRank::Shared, .type = type};
@@ -18,7 +19,6 @@ public:
             port("maskgreen", &GetDataType<Bool>), port("maskblue", &GetDataType<Bool>),
             port("maskalpha", &GetDataType<Bool>)};
     }();
-    static constexpr UInt32 kWords = 0;
     static Mask Read(const PortReader& reader, Int index, UInt32) { return Mask(reader, index); }
 
     // Ports are read when they are applied, behind the node's own arithmetic, and so not carried through it.

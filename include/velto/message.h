@@ -16,5 +16,6 @@ struct RenderMessageInterface
     // [any thread; sampling] Hands `text` (borrowed) to the user. Illegal argument when `messages` is null.
     VELTO_METHOD(AddMessage, Result(RenderMessages* messages, const StringObject* text));
 };
+VELTO_USED_BY_INCLUDERS("velto/message.h", RenderMessageInterface);
 
 } // namespace velto

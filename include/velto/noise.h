@@ -28,5 +28,6 @@ struct NoiseInterface
     // [any thread] The framework's own object of seed 0, borrowed; null when it has none.
     VELTO_METHOD(GetDefault, const NoiseObject*());
 };
+VELTO_USED_BY_INCLUDERS("velto/noise.h", NoiseInterface);
 
 } // namespace velto

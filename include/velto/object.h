@@ -17,6 +17,9 @@ struct Object
     void (*destroy)(Object* self) = nullptr;
 };
 
+// The count of an object that outlives every reference to it.
+inline constexpr Int32 kImmortal = 1 << 30;
+
 // A shared reference. `T` derives from `Object`; a const `T` is shared all the same.
 template <class T>
 class Ref
@@ -55,7 +58,6 @@ public:
     }
 
     constexpr T* Get() const { return object_; }
-    constexpr T* GetPointer() const { return object_; }
     constexpr T* operator->() const { return object_; }
     constexpr T& operator*() const { return *object_; }
     constexpr explicit operator bool() const { return object_ != nullptr; }

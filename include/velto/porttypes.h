@@ -8,6 +8,7 @@ VELTO_HOST_DATA_TYPE(velto::Float, "float64");
 VELTO_HOST_DATA_TYPE(velto::Int, "int64");
 VELTO_HOST_DATA_TYPE(velto::Int32, "int32");
 VELTO_HOST_DATA_TYPE(velto::UInt32, "uint32");
+VELTO_HOST_DATA_TYPE(velto::UInt8, "uint8");
 VELTO_HOST_DATA_TYPE(velto::Bool, "bool");
 VELTO_HOST_DATA_TYPE(velto::Id, "id");
 VELTO_HOST_DATA_TYPE(velto::InternedId, "internedid");

@@ -19,6 +19,7 @@ struct RegistryInterface
     // [any thread] A copy of the value; unresolved when there is no such entry.
     VELTO_METHOD(FindEntryValue, Result(const Id& registry, const Id& entry, Data* value));
 };
+VELTO_USED_BY_INCLUDERS("velto/registry.h", RegistryInterface);
 
 namespace registry
 {
@@ -27,6 +28,7 @@ inline constexpr Id kDataTypes{"net.velto.registry.datatypes"};
 inline constexpr Id kInternedIds{"net.velto.registry.internedids"};
 inline constexpr Id kDescriptionFinalizers{"net.velto.node.registry.descriptionfinalizers"};
 inline constexpr Id kDescriptionProcessors{"net.velto.registry.descriptionprocessors"};
+inline constexpr Id kNodeSystemClasses{"net.velto.node.registry.nodesystemclasses"};
 inline constexpr Id kBuiltinNodes{"net.velto.node.registry.builtinnodes"};
 inline constexpr Id kBlendModeClasses{"net.velto.render.registry.blendmodeclasses"};
 inline constexpr Id kRenderNoiseClasses{"net.velto.render.registry.rendernoiseclasses"};

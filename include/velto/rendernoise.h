@@ -24,6 +24,14 @@ struct RenderNoiseInterface : Object
         Bool absolute, Float32 filterWidth) = nullptr;
 };
 
+// The functions of such an object by name.
+struct RenderNoiseMethods
+{
+    VELTO_VIRTUAL_METHOD(RenderNoiseInterface, init);
+    VELTO_VIRTUAL_METHOD(RenderNoiseInterface, noise);
+    VELTO_VIRTUAL_METHOD(RenderNoiseInterface, noise2d);
+};
+
 // What the registry of noise classes holds under the class's identifier.
 struct RenderNoiseClassObject : Object
 {

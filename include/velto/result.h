@@ -82,21 +82,19 @@ Result NullptrError(SourceLocation where = SourceLocation::Current());
     }                                                                                                                  \
     while (false)
 
-// A failed condition becomes an error that names the condition as written.
-#define VELTO_CHECK_STATE(condition)                                                                                   \
+// A failed condition becomes an error that names the condition as written, or as `text`.
+#define VELTO_CHECK_AS(kind, prefix, condition, text)                                                                  \
     do                                                                                                                 \
     {                                                                                                                  \
         if (!(condition)) [[unlikely]]                                                                                 \
-            return ::velto::MakeLocatedError(                                                                          \
-                ::velto::error::kIllegalState, "Illegal state: Condition " #condition " not fulfilled. ");             \
+            return ::velto::MakeLocatedError(kind, prefix ": Condition " text " not fulfilled. ");                     \
     }                                                                                                                  \
     while (false)
 
-#define VELTO_CHECK_ARGUMENT(condition)                                                                                \
-    do                                                                                                                 \
-    {                                                                                                                  \
-        if (!(condition)) [[unlikely]]                                                                                 \
-            return ::velto::MakeLocatedError(                                                                          \
-                ::velto::error::kIllegalArgument, "Illegal argument: Condition " #condition " not fulfilled. ");       \
-    }                                                                                                                  \
-    while (false)
+#define VELTO_CHECK_STATE_AS(condition, text)                                                                          \
+    VELTO_CHECK_AS(::velto::error::kIllegalState, "Illegal state", condition, text)
+#define VELTO_CHECK_STATE(condition) VELTO_CHECK_STATE_AS(condition, #condition)
+
+#define VELTO_CHECK_ARGUMENT_AS(condition, text)                                                                       \
+    VELTO_CHECK_AS(::velto::error::kIllegalArgument, "Illegal argument", condition, text)
+#define VELTO_CHECK_ARGUMENT(condition) VELTO_CHECK_ARGUMENT_AS(condition, #condition)

@@ -52,5 +52,6 @@ struct SplineMapperInterface
     // level, through one knot it is level everywhere, without knots it is y = x.
     VELTO_METHOD(GetPoint, Vector2d(const SplineMapper* mapper, Float x));
 };
+VELTO_USED_BY_INCLUDERS("velto/splinemapper.h", SplineMapperInterface);
 
 } // namespace velto

@@ -48,6 +48,7 @@ struct StringInterface
     // The one empty string.
     VELTO_METHOD(GetEmpty, StringObject*());
 };
+VELTO_USED_BY_INCLUDERS("velto/string.h", StringInterface);
 
 inline std::string_view Bytes(const String& string)
 {

@@ -22,6 +22,7 @@ struct SystemInterface
     // [any thread] Runs `destructor` on `memory`, then gives it back; null is nothing.
     VELTO_METHOD(FreeWithDestructorI, void(void* memory, void (*destructor)(void*)));
 };
+VELTO_USED_BY_INCLUDERS("velto/system.h", SystemInterface);
 
 struct ErrorInterface
 {
@@ -36,6 +37,7 @@ struct ErrorInterface
     // True: a debugger is attached.
     VELTO_METHOD(Stop, Bool(const char* text, const char* argument, UInt argumentLength, const SourceLocation* where));
 };
+VELTO_USED_BY_INCLUDERS("velto/system.h", ErrorInterface);
 
 inline void* Allocate(UInt size, SourceLocation where = SourceLocation::Current())
 {

@@ -57,6 +57,7 @@ struct TextureManagementInterface
         Result(const UrlObject* url, const SearchPathsType* searchPaths, Bool force32Bit, const LayerSetObject* layers,
             const TimeValue& time, const FrameCallback* callback, Texture** texture));
 };
+VELTO_USED_BY_INCLUDERS("velto/texture.h", TextureManagementInterface);
 
 struct TextureInterface
 {
@@ -66,6 +67,7 @@ struct TextureInterface
     // [any thread] A texture without a picture; the caller owns the reference.
     VELTO_METHOD(Alloc, Result(Texture** texture));
 };
+VELTO_USED_BY_INCLUDERS("velto/texture.h", TextureInterface);
 
 // Numbers of the sampler's arguments.
 namespace texture_filter
@@ -109,6 +111,7 @@ struct ThreadedTextureInterface
     VELTO_METHOD(GetDetails,
         Result(const ThreadedTexture* front, Int32* width, Int32* height, Float* framesPerSecond, TimeValue* length));
 };
+VELTO_USED_BY_INCLUDERS("velto/texture.h", ThreadedTextureInterface);
 
 } // namespace velto
 

@@ -13,6 +13,7 @@ using Int = std::int64_t;
 using UInt = std::uint64_t;
 using Int32 = std::int32_t;
 using UInt32 = std::uint32_t;
+using UInt8 = std::uint8_t;
 using Bool = bool;
 
 struct Vector2d

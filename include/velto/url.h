@@ -40,6 +40,7 @@ struct UrlInterface
     // Whether there is a file or a directory.
     VELTO_METHOD(Exists, Bool(const UrlObject* url));
 };
+VELTO_USED_BY_INCLUDERS("velto/url.h", UrlInterface);
 
 inline std::string_view Path(const Url& url)
 {

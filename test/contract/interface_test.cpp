@@ -76,6 +76,18 @@ TEST(UnboundSlot, ReportsItsInterface)
     EXPECT_EQ(0.0, number);
 }
 
+// Who cannot say what went wrong has failed all the same.
+TEST(UnboundSlot, OfErrorsIsAnError)
+{
+    const auto bound = slots<ErrorInterface>;
+    slots<ErrorInterface> = kUnboundSlots<ErrorInterface>;
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ("net.velto.error.unresolved", MakeError(error::kIllegalState, "text").Kind());
+    EXPECT_TRUE(OutOfMemory().IsError());
+    ::testing::internal::GetCapturedStderr();
+    slots<ErrorInterface> = bound;
+}
+
 TEST(Initializer, IsMissedBeforeAHostHasLoadedTheModule)
 {
     ModuleExport unloaded;

@@ -1,5 +1,6 @@
 // Nodes that show what the host does with nodes.
 #include "velto/jobqueue.h"
+#include "velto/module.h"
 #include "velto/node.h"
 
 namespace velto::test
@@ -68,6 +69,14 @@ VELTO_CORE_NODE("net.velto.test.flags", Flags);
 VELTO_CORE_NODE("net.velto.test.sum", Sum);
 VELTO_BATCH_NODE("net.velto.test.batch", Scale);
 VELTO_CORE_NODE("net.velto.test.print", Print, .hasSideEffect = true);
+
+// The directory of this module's file.
+static Result Home(Out<"result", Url> home)
+{
+    return GetApplicationUrl(UrlKind::ModuleDirectory, *home);
+}
+
+VELTO_CORE_NODE("net.velto.test.home", Home);
 
 // --- Ports that survive. ---
 
@@ -175,8 +184,7 @@ static Result SimplifyMultiply(const OptimizeRequest* request, Optimization* ans
     }
     else if (*factor == 2.0)
     {
-        VELTO_TRY(BuildMicroNodeGroup(
-            detail::NodeOf<Double, MicroNodeKind::Sample>::kTable, "Double", {}, nullptr, answer->group.Receive()));
+        VELTO_TRY(BuildMicroNodeGroup(TableOf<Double>(), "Double", {}, nullptr, answer->group.Receive()));
         answer->links[0] = {.replacement = 2, .original = 0};
         answer->links[1] = {.replacement = 1, .original = 2};
         answer->linkCount = 2;

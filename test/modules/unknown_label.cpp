@@ -2,4 +2,6 @@
 #include "velto/module.h"
 
 VELTO_TRANSLATION_UNIT(0);
-VELTO_DEPENDS_ON_LABEL("nosuchlabel");
+
+static velto::DependencyRecord nowhere{nullptr, 0, nullptr, ".nosuchlabel", nullptr};
+static const bool added = (thisUnit.Add(nowhere), true);

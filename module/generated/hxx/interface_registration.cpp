@@ -1,4 +1,17 @@
-// Virtual interfaces whose objects the module calls.
-#include "velto/record.h"
+// Interfaces of the host's objects whose functions nodes call.
+#include "velto/function.h"
+#include "velto/rendernoise.h"
+#include "velto/unit.h"
 
-VELTO_TRANSLATION_UNIT(::velto::record_flags::kGeneratedUnit);
+namespace velto
+{
+
+VELTO_TRANSLATION_UNIT(record_flags::kGeneratedUnit);
+
+static VirtualInterfaceRecord object(thisUnit, kObjectInterfaceId, "velto.ObjectInterface", ObjectMethods());
+static VirtualInterfaceRecord function(
+    thisUnit, FunctionInterface::kId, "velto.FunctionInterface", FunctionMethods(), &object);
+static VirtualInterfaceRecord renderNoise(
+    thisUnit, RenderNoiseInterface::kId, "velto.RenderNoiseInterface", RenderNoiseMethods(), &object);
+
+} // namespace velto

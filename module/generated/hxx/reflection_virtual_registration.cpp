@@ -1,4 +1,4 @@
-// Virtual interfaces that a host finds by name.
-#include "velto/record.h"
+// The unit of virtual interfaces that a host would find by name. This module offers none.
+#include "velto/unit.h"
 
 VELTO_TRANSLATION_UNIT(::velto::record_flags::kGeneratedUnit);

@@ -1,4 +1,5 @@
 // Registers the places where the nodes' descriptions lie.
+#include "databaseregister.h"
 #include "velto/descriptions.h"
 #include "velto/module.h"
 
@@ -8,6 +9,9 @@ namespace velto
 VELTO_TRANSLATION_UNIT(0);
 
 static constexpr Id kDatabases[] = {"net.velto.shadernodes.module", "net.velto.patterns.module"};
+
+// Where they lie, for the life of the module.
+static BaseArray<Url> places;
 
 static Result RegisterDatabases()
 {
@@ -25,10 +29,16 @@ static Result RegisterDatabases()
     VELTO_TRY(appended);
     for (const Id& database : kDatabases)
         VELTO_TRY(Bound<DescriptionDefinitionDatabaseInterface>().RegisterDatabaseWithUrl(database, url.Get()));
-    return {};
+    return places.Append(url);
 }
 
-static LabelRecord databaseRegister(thisUnit, "databaseregister");
-static StepRecord registerDatabases(thisUnit, "registerdatabases", &RegisterDatabases, nullptr);
+// The databases stay registered.
+static void FreePlaces()
+{
+    places.Reset();
+}
+
+LabelRecord databaseRegister(thisUnit, "databaseregister");
+static StepRecord registerDatabases(thisUnit, "registerdatabases", &RegisterDatabases, &FreePlaces);
 
 } // namespace velto

@@ -1,17 +1,30 @@
 // Wires a graph's context, and hands the nodes' descriptions to their processors.
+#include "../datadescription_shadernodes/databaseregister.h"
 #include "../pattern/2d/bakedimagedata.h"
 #include "shadernodesystem.h"
 #include "velto/descriptions.h"
 #include "velto/porttypes.h"
-#include "velto/record.h"
+#include "velto/unit.h"
+
+namespace velto::shadernode
+{
+
+// The search paths as this module makes their type; everybody else fetches it by name.
+struct SearchPaths : SearchPathsType
+{
+};
+
+} // namespace velto::shadernode
+
+VELTO_DATA_TYPE(velto::shadernode::SearchPaths, "net.velto.render.datatype.searchpathstype");
 
 namespace velto
 {
 
 VELTO_TRANSLATION_UNIT(0);
-VELTO_DEPENDS_ON_LABEL("databaseregister");
+VELTO_DEPENDS_ON_LABEL(databaseRegister, "databaseregister");
 
-VELTO_PUBLISH_DATA_TYPE(SearchPathsType);
+VELTO_PUBLISH_DATA_TYPE(shadernode::SearchPaths);
 VELTO_PUBLISH_DATA_TYPE(pattern::twod::BakedImageData);
 
 namespace shadernode

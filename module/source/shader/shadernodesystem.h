@@ -37,7 +37,7 @@ inline Result IsLeftAlone(const MutablePort& port, bool& isLeftAlone)
 {
     Data value;
     VELTO_TRY(port.GetValue(port_attribute::kPortFlags, value));
-    const Int* const flags = value.As<Int>();
+    const UInt8* const flags = value.As<UInt8>();
     isLeftAlone = flags && (*flags & 18) == 2;
     return {};
 }

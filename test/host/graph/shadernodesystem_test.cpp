@@ -97,8 +97,8 @@ TEST_F(RootTest, SetupContextWiresLeavesThatWantIt)
     AddTyped({"group", "inner", "leaf"});
     AddTyped({".hidden"});
     ASSERT_TRUE(AddTyped({"function"}).SetValue(port_attribute::kFunctionResult, true).IsOk());
-    ASSERT_TRUE(AddTyped({"flag2"}).SetValue(port_attribute::kPortFlags, Int(2)).IsOk());
-    ASSERT_TRUE(AddTyped({"flag18"}).SetValue(port_attribute::kPortFlags, Int(18)).IsOk());
+    ASSERT_TRUE(AddTyped({"flag2"}).SetValue(port_attribute::kPortFlags, UInt8(2)).IsOk());
+    ASSERT_TRUE(AddTyped({"flag18"}).SetValue(port_attribute::kPortFlags, UInt8(18)).IsOk());
     ASSERT_TRUE(Call("SetupContext").IsOk());
     EXPECT_EQ(Wires(),
         (Strings{"inputs.context -> inputs.contextlocal 10000010000008", "inputs.context -> inputs.scale 10000000",
@@ -119,7 +119,7 @@ TEST_F(RootTest, CreateForwardingWiresForwardsThenWires)
 {
     Add(true, {"context"});
     AddTyped({"scale"});
-    ASSERT_TRUE(AddTyped({"left"}).SetValue(port_attribute::kPortFlags, Int(2)).IsOk());
+    ASSERT_TRUE(AddTyped({"left"}).SetValue(port_attribute::kPortFlags, UInt8(2)).IsOk());
     ASSERT_TRUE(Call("CreateForwardingWires").IsOk());
     EXPECT_EQ(Wires(), (Strings{"inputs.scale -> outputs.scale 1010", "inputs.context -> inputs.scale 10000000"}));
     MutablePort outputs;

@@ -115,14 +115,15 @@ protected:
     }
 };
 
-// What a graph of the probe's nodes gives.
+// What a graph of the probe's nodes gives: a sum, and the directory of its file.
 std::string EvaluateProbe(const std::shared_ptr<Module>& module)
 {
     constexpr std::string_view document = R"({"version": 1, "nodes": {
         "u": {"type": "net.velto.test.coordinate"},
         "pre": {"type": "net.velto.test.pre", "inputs": {"size": 3}},
+        "home": {"type": "net.velto.test.home"},
         "sum": {"type": "net.velto.test.sum", "inputs": {"first": {"from": "u.result"}, "terms": [2, {"from": "pre.table"}]}}},
-        "outputs": {"o": "sum.result"}})";
+        "outputs": {"o": "sum.result", "home": "home.result"}})";
     Diagnostics diagnostics;
     Graph graph;
     if (!LoadGraph(document, module, {}, diagnostics, graph))
@@ -130,7 +131,7 @@ std::string EvaluateProbe(const std::shared_ptr<Module>& module)
     Json results;
     bool anyFailed = false;
     EvaluateSamples(graph, test::Parse(R"([{"uvw": [0.5, 0, 0]}])"), false, diagnostics, results, anyFailed);
-    return test::Output(results, "o");
+    return test::Output(results, "o") + test::Output(results, "home");
 }
 
 // The data types that a module has worked out, as its record lists them.
@@ -139,7 +140,7 @@ std::vector<std::string> ResolvedTypes(const Module& module)
     std::vector<std::string> types;
     for (const ModuleRecord* record = module.Export().moduleRecords; record; record = record->nextModule)
     {
-        for (const DataTypeRecord* type = record->dataTypes ? *record->dataTypes : nullptr; type; type = type->next)
+        for (const DataTypeRecord* type = record->dataTypes; type; type = type->next)
         {
             if (type->resolved)
                 types.emplace_back(type->resolved->id.View());
@@ -158,7 +159,7 @@ TEST_F(ProbeModule, PublishesUnloadsAndLoadsAgain)
         EXPECT_TRUE(IsPublished("net.velto.test.sum"));
         EXPECT_EQ(before.switches + 2, Configuration().size());
         EXPECT_EQ("probe", module->Export().moduleId.View());
-        EXPECT_EQ("370", EvaluateProbe(module));
+        EXPECT_EQ("370\"" VELTO_TEST_MODULES "\"", EvaluateProbe(module));
         EXPECT_THAT(ResolvedTypes(*module), ::testing::Contains("net.velto.render.datatype.shadingcontext"));
         module.reset();
         EXPECT_TRUE(before == Published::Now());
@@ -196,7 +197,7 @@ TEST_F(ProbeModule, TakesAFileOnce)
     EXPECT_EQ(error::kIllegalState.View(), again.Kind());
     EXPECT_THAT(std::string(again.Message()), HasSubstr("loaded already"));
     EXPECT_TRUE(before == Published::Now());
-    EXPECT_EQ("370", EvaluateProbe(first));
+    EXPECT_EQ("370\"" VELTO_TEST_MODULES "\"", EvaluateProbe(first));
 }
 
 // --- What the shader nodes' module says of itself. ---

@@ -7,6 +7,7 @@
 #include "velto/mask.h"
 
 #include <cmath>
+#include <numbers>
 
 namespace velto::pattern::twod
 {
@@ -48,7 +49,7 @@ static Result GaussianMean(
 {
     VELTO_CHECK_ARGUMENT(resolution > 0);
     constexpr Float kCutOff = 2.57; // standard deviations
-    constexpr Float kTwoPi = 6.283185307179586;
+    constexpr Float kTwoPi = 2.0 * std::numbers::pi;
 
     const Float n = resolution;
     const Float sigma = radius * n;

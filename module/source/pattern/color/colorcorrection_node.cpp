@@ -2,10 +2,12 @@
 #include "hsv.h"
 #include "velto/mask.h"
 
+#include <numbers>
+
 namespace velto::pattern
 {
 
-static constexpr Float kTurn = 6.283185307179586;
+static constexpr Float kTurn = 2.0 * std::numbers::pi;
 
 static ColorA ColorCorrection(In<"color", ColorA> x, In<"hue", Float> hue, In<"saturation", Float> saturation,
     In<"value", Float> value, In<"colorize", Bool> colorize)

@@ -3,11 +3,13 @@
 #include "hsv.h"
 #include "velto/mask.h"
 
+#include <numbers>
+
 namespace velto::pattern
 {
 
-static constexpr Float kTurn = 6.283185307179586;
-static constexpr Float kPi = 3.141592653589793;
+static constexpr Float kTurn = 2.0 * std::numbers::pi;
+static constexpr Float kPi = std::numbers::pi;
 
 struct Band
 {
@@ -31,9 +33,9 @@ template <FixedString... Names>
 struct PerBand
 {
     static_assert(sizeof...(Names) == std::size(kBands));
+    static constexpr ParameterKind kKind = ParameterKind::Ports;
     static constexpr std::array<PortSpec, sizeof...(Names)> kPorts{
         PortSpec{.name = Names.View(), .input = true, .type = &GetDataType<Float>}...};
-    static constexpr UInt32 kWords = 0;
     static PerBand Read(const PortReader& reader, Int index, UInt32) { return {reader, index}; }
 
     // Read when it is asked for: most bands are left alone.

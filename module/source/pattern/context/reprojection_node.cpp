@@ -3,6 +3,7 @@
 #include "velto/node.h"
 
 #include <cmath>
+#include <numbers>
 
 namespace velto::pattern
 {
@@ -14,7 +15,7 @@ VELTO_INTERNED_ID(kBox, "box");
 VELTO_INTERNED_ID(kStar, "star");
 VELTO_INTERNED_ID(kPolygon, "n_angle");
 
-static constexpr Float kTwoPi = 6.283185307179586;
+static constexpr Float kTwoPi = 2.0 * std::numbers::pi;
 static constexpr Float kInverseTwoPi = 0.15915494309189535;
 
 // Where a point lies around the centre.

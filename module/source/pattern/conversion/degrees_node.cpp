@@ -1,14 +1,16 @@
 // Converts an angle between radians and degrees.
 #include "velto/node.h"
 
+#include <numbers>
+
 namespace velto::pattern
 {
 
 VELTO_INTERNED_ID(kRadToDeg, "radtodeg");
 VELTO_INTERNED_ID(kDegToRad, "degtorad");
 
-static constexpr Float kDegreesPerRadian = 57.29577951308232;
-static constexpr Float kRadiansPerDegree = 0.017453292519943295;
+static constexpr Float kDegreesPerRadian = 180.0 / std::numbers::pi;
+static constexpr Float kRadiansPerDegree = std::numbers::pi / 180.0;
 
 static void ConvertDegrees(In<"value", Float> value, In<"mode", InternedId> mode, Optional<"result", Float> result)
 {

@@ -4,11 +4,12 @@
 #include "velto/node.h"
 
 #include <cmath>
+#include <numbers>
 
 namespace velto::pattern
 {
 
-static constexpr Float kDegrees = 57.29577951308232; // 180 / pi, on every temperature
+static constexpr Float kDegrees = 180.0 / std::numbers::pi; // on every temperature
 // Planck's law for wavelengths in nm: 2 pi h c^2 and h c / k.
 static constexpr Float kFirstRadiation = 3.7417748794402714e29;
 static constexpr Float kSecondRadiation = 14387686.6;

@@ -35,9 +35,9 @@ static Result FindNoiseClass(const Id& noiseType, RenderNoiseClass& noiseClass)
 {
     Data entry;
     VELTO_TRY(Bound<RegistryInterface>().FindEntryValue(registry::kRenderNoiseClasses, noiseType, &entry));
-    const RenderNoiseClass* const isNoiseClass = entry.As<RenderNoiseClass>();
-    VELTO_CHECK_ARGUMENT(isNoiseClass && *isNoiseClass);
-    noiseClass = *isNoiseClass;
+    const RenderNoiseClass* const found = entry.As<RenderNoiseClass>();
+    VELTO_CHECK_ARGUMENT_AS(found && *found, "isNoiseClass && *isNoiseClass");
+    noiseClass = *found;
     return {};
 }
 

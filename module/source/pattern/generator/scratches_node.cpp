@@ -5,12 +5,13 @@
 #include "velto/node.h"
 
 #include <cmath>
+#include <numbers>
 
 namespace velto::pattern
 {
 
-static constexpr Float kPi = 3.141592653589793;
-static constexpr Float kTwoPi = 6.283185307179586;
+static constexpr Float kPi = std::numbers::pi;
+static constexpr Float kTwoPi = 2.0 * std::numbers::pi;
 
 struct ScratchShape
 {

@@ -4,6 +4,7 @@
 #include "velto/node.h"
 
 #include <cmath>
+#include <numbers>
 
 namespace velto::pattern
 {
@@ -12,8 +13,8 @@ static constexpr Float32 kShortest = 400.0f; // nm
 static constexpr Float32 kLongest = 700.0f;
 static constexpr Float32 kSpan = 300.0f;
 static constexpr Float32 kLuminousIntegral = 106.856895f; // of y over the whole table
-static constexpr Float32 kPi = 3.1415927f;
-static constexpr Float32 kTwoPi = 6.2831855f;
+static constexpr Float32 kPi = std::numbers::pi_v<Float32>;
+static constexpr Float32 kTwoPi = 2.0f * kPi;
 
 // The means of the colour matching curves over equal bands of the visible spectrum.
 struct ThinFilmInit

@@ -7,8 +7,8 @@ namespace velto::pattern
 // The condition as the byte that it is: any but 1 chooses the alternative.
 struct Condition
 {
+    static constexpr ParameterKind kKind = ParameterKind::Ports;
     static constexpr auto kPorts = In<"in[0]", Bool>::kPorts;
-    static constexpr UInt32 kWords = 0;
     static Condition Read(const PortReader& reader, Int index, UInt32)
     {
         return {*static_cast<const std::uint8_t*>(reader.Value(index)) == 1};

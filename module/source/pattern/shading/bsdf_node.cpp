@@ -1,65 +1,60 @@
 // Hands the inputs of nodes and materials on to where they are read.
 #include "../../shader/shadernodesystem.h"
 #include "velto/bsdf.h"
-#include "velto/record.h"
+#include "velto/unit.h"
 
-#include <new>
+#include <algorithm>
 
 namespace velto::shadernode
 {
 
 VELTO_TRANSLATION_UNIT(0);
 
-// The vocabulary as interned ids, each declared once, in its order.
-class Vocabulary
+struct Words
 {
-public:
-    Vocabulary()
-    {
-        const auto declareNames = [this](const auto& names) {
-            for (const bsdf::Name& name : names)
-                Declare(name.id);
-        };
-        const auto declareTexts = [this](const auto& texts) {
-            for (const std::string_view text : texts)
-                Declare(text);
-        };
-        declareNames(bsdf::kContextPorts);
-        Declare(bsdf::kContextGroup);
-        declareNames(bsdf::kLayerEntry);
-        declareNames(bsdf::kLayerParameters);
-        declareTexts(bsdf::kBsdfTypes);
-        declareTexts(bsdf::kFresnelTypes);
-        declareNames(bsdf::kMaterialInputs);
-        declareNames(bsdf::kOutputEntry);
-        declareTexts(bsdf::kLayeredMaterial);
-    }
+    static constexpr std::size_t kMost = 160;
+    std::string_view texts[kMost];
+    std::size_t count = 0;
 
-private:
-    static constexpr int kMost = 160;
-
-    void Declare(std::string_view text)
+    // More than `kMost` do not compile.
+    constexpr void Add(std::string_view text)
     {
-        for (int i = 0; i < count_; ++i)
-        {
-            if (At(i).id.View() == text)
-                return;
-        }
-        if (count_ < kMost)
-            ::new (memory_ + sizeof(InternedName) * static_cast<std::size_t>(count_++))
-                InternedName(thisUnit, Id::OverStatic(text));
+        if (std::find(texts, texts + count, text) == texts + count)
+            texts[count++] = text;
     }
-    InternedName& At(int i)
-    {
-        return *std::launder(
-            reinterpret_cast<InternedName*>(memory_ + sizeof(InternedName) * static_cast<std::size_t>(i)));
-    }
-
-    alignas(InternedName) std::byte memory_[sizeof(InternedName) * kMost];
-    int count_ = 0;
+    constexpr void Add(const bsdf::Name& name) { Add(name.id); }
 };
 
-static Vocabulary vocabulary;
+// The vocabulary, each word once, in its order.
+static constexpr Words kWords = [] {
+    Words words;
+    const auto addAll = [&words](const auto& list) {
+        for (const auto& word : list)
+            words.Add(word);
+    };
+    addAll(bsdf::kContextPorts);
+    words.Add(bsdf::kContextGroup);
+    addAll(bsdf::kLayerEntry);
+    addAll(bsdf::kLayerParameters);
+    addAll(bsdf::kBsdfTypes);
+    addAll(bsdf::kFresnelTypes);
+    addAll(bsdf::kMaterialInputs);
+    addAll(bsdf::kOutputEntry);
+    addAll(bsdf::kLayeredMaterial);
+    return words;
+}();
+
+template <std::size_t... I>
+struct Vocabulary
+{
+    InternedName names[sizeof...(I)];
+
+    explicit Vocabulary(std::index_sequence<I...>) : names{InternedName(thisUnit, Id::OverStatic(kWords.texts[I]))...}
+    {
+    }
+};
+
+static const Vocabulary vocabulary{std::make_index_sequence<kWords.count>()};
 
 // A port of the same name under `target`, wired to `source`.
 static Result Forward(const MutablePort& source, const Id& name, const MutablePort& target, MutablePort& forwarded)

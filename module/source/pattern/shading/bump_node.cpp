@@ -1,4 +1,5 @@
 // Bends the shading normal by the slope of a height pattern.
+#include "../../datadescription_shadernodes/databaseregister.h"
 #include "velto/node.h"
 
 #include <cmath>
@@ -91,8 +92,7 @@ static Result Simplify(const OptimizeRequest* request, Optimization* answer)
 {
     if (!HasNoSlope(*request))
         return {};
-    VELTO_TRY(BuildMicroNodeGroup(detail::NodeOf<GetPhongNormal, MicroNodeKind::Sample>::kTable, "GetPhongNormal", {},
-        nullptr, answer->group.Receive()));
+    VELTO_TRY(BuildMicroNodeGroup(TableOf<GetPhongNormal>(), "GetPhongNormal", {}, nullptr, answer->group.Receive()));
     answer->links[0] = {.replacement = 0, .original = 0}; // context
     answer->links[1] = {.replacement = 1, .original = 5}; // result
     answer->linkCount = 2;
@@ -101,6 +101,6 @@ static Result Simplify(const OptimizeRequest* request, Optimization* answer)
 }
 
 VELTO_CORE_NODE("net.velto.render.corenode.bump", Bump, .optimizer = &Simplify);
-VELTO_DEPENDS_ON_LABEL("databaseregister");
+VELTO_DEPENDS_ON_LABEL(databaseRegister, "databaseregister");
 
 } // namespace velto::pattern

@@ -3,12 +3,13 @@
 #include "coverage.h"
 
 #include <cmath>
+#include <numbers>
 
 namespace velto::pattern
 {
 
-static constexpr Float kPi = 3.141592653589793;
-static constexpr Float kTwoPi = 6.283185307179586;
+static constexpr Float kPi = std::numbers::pi;
+static constexpr Float kTwoPi = 2.0 * std::numbers::pi;
 
 // Below three spikes nothing is written.
 static void Star(In<"context", ShadingContext>, In<"contextLocal", ShadingContext> local,

@@ -1,12 +1,14 @@
 // Hands a colour on unchanged: a named junction of wires.
+#include "../../datadescription_shadernodes/databaseregister.h"
 #include "../../shader/shadernodesystem.h"
 #include "velto/graphnodes.h"
+#include "velto/module.h"
 
 namespace velto::pattern
 {
 
 VELTO_TRANSLATION_UNIT(0);
-VELTO_DEPENDS_ON_LABEL("databaseregister");
+VELTO_DEPENDS_ON_LABEL(databaseRegister, "databaseregister");
 
 static constexpr Id kPassthrough{"net.velto.pattern.node.utility.passthrough"};
 
@@ -38,8 +40,10 @@ static Result DescribeColor(const MutablePort& port)
 
 static Result MakeTemplate(Data& nodeTemplate)
 {
+    const auto* const systems = Find<NodeSystemClass>(registry::kNodeSystemClasses, "net.velto.node.nodesystemclass");
+    VELTO_CHECK_STATE(systems);
     NodeSystem system;
-    VELTO_TRY(Bound<NodesLibInterface>().CreateNodeSystem("net.velto.node.nodesystemclass", system.Receive()));
+    VELTO_TRY((*systems)->create(systems->Get(), system.Receive()));
     const MutableRoot root(system);
     MutablePort inputs;
     MutablePort outputs;
@@ -51,6 +55,9 @@ static Result MakeTemplate(Data& nodeTemplate)
     VELTO_TRY(DescribeColor(color));
     VELTO_TRY(color.SetValue(port_attribute::kDefaultValue, kOpaqueBlack));
     VELTO_TRY(root.GetOutputs(outputs));
+    VELTO_TRY(outputs.SetValue(port_attribute::kLabel, Id("Passthrough")));
+    VELTO_TRY(outputs.SetValue(port_attribute::kCategory, Id("Maths")));
+    VELTO_TRY(outputs.SetValue(port_attribute::kHelp, Id("Hands a colour on unchanged: a named junction of wires.")));
     VELTO_TRY(outputs.AddPort("passthrough", passthrough));
     VELTO_TRY(DescribeColor(passthrough));
     VELTO_TRY(color.Connect(passthrough, wire_mode::kForward));
