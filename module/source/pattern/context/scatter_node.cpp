@@ -73,13 +73,13 @@ static Result Call(const FunctionOf<T>& function, const ShadingContext& context,
 // What decides over an item, evaluated at its place.
 struct ScatterFunctions
 {
-    Connected<"perItemSkipProbability", FloatFunction> skipProbability;
-    In<"perItemRotation", FloatFunction> rotation;
-    In<"perItemRandomRotation", FloatFunction> randomRotation;
-    In<"perItemScale", Vector2dFunction> scale;
-    In<"perItemRandomScale", Vector2dFunction> randomScale;
-    In<"perItemRandomScaleUniform", FloatFunction> randomScaleUniform;
-    In<"perItemUniformScale", BoolFunction> uniformScale;
+    const FloatFunction* skipProbability; // null: none is skipped
+    const FloatFunction& rotation;
+    const FloatFunction& randomRotation;
+    const Vector2dFunction& scale;
+    const Vector2dFunction& randomScale;
+    const FloatFunction& randomScaleUniform;
+    const BoolFunction& uniformScale;
 };
 
 // Makes the items and files them in the buckets, once.
@@ -123,7 +123,7 @@ private:
         context_.uvwPlusDeltaU = {px + dx, py, 0.0};
         context_.uvwPlusDeltaV = {px, py + dy, 0.0};
 
-        if (functions.skipProbability.IsConnected())
+        if (functions.skipProbability)
         {
             Float probability = 0.0;
             VELTO_TRY(Call(*functions.skipProbability, context_, probability));
@@ -136,12 +136,12 @@ private:
         Bool uniform = false;
         Vector2d randomScale;
         Float randomScaleUniform = 0.0;
-        VELTO_TRY(Call(*functions.rotation, context_, rotation));
-        VELTO_TRY(Call(*functions.randomRotation, context_, randomRotation));
-        VELTO_TRY(Call(*functions.scale, context_, scale));
-        VELTO_TRY(Call(*functions.uniformScale, context_, uniform));
-        VELTO_TRY(Call(*functions.randomScale, context_, randomScale));
-        VELTO_TRY(Call(*functions.randomScaleUniform, context_, randomScaleUniform));
+        VELTO_TRY(Call(functions.rotation, context_, rotation));
+        VELTO_TRY(Call(functions.randomRotation, context_, randomRotation));
+        VELTO_TRY(Call(functions.scale, context_, scale));
+        VELTO_TRY(Call(functions.uniformScale, context_, uniform));
+        VELTO_TRY(Call(functions.randomScale, context_, randomScale));
+        VELTO_TRY(Call(functions.randomScaleUniform, context_, randomScaleUniform));
 
         const Float angle = -(rotation + randomRotation * (2.0 * random_.Next01() - 1.0));
         if (uniform)
@@ -272,8 +272,8 @@ static Result Scatter(Argument<"count", 1> count, In<"context", ShadingContext> 
 
     if (buckets->IsEmpty())
     {
-        const ScatterFunctions functions{
-            skipProbability, rotation, randomRotation, scale, randomScale, randomScaleUniform, uniformScale};
+        const ScatterFunctions functions{skipProbability.IsConnected() ? &*skipProbability : nullptr, rotation,
+            randomRotation, scale, randomScale, randomScaleUniform, uniformScale};
         ScatterBuild build(seed, tile, removeOverlaps, context, *buckets, *splats);
         VELTO_TRY(build.Run(Max(static_cast<UInt32>(Int(count)), UInt32(1)), functions));
     }

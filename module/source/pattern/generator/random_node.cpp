@@ -26,20 +26,11 @@ static UInt32 SampleNumber(const ShadingContext& context)
 }
 
 static void Random(In<"context", ShadingContext> context, In<"seed", Int> seed, In<"salt", Int> salt,
-    In<"minimum", Float> minimum, In<"maximum", Float> maximum, Out<"resultColorA", ColorA> colorA,
-    Out<"resultColor", Color> color, Out<"resultFloat", Float> number, Out<"resultInt", Int> integer,
-    Out<"resultVector3", Vector> vector3, Out<"resultVector2", Vector2d> vector2, Out<"resultBool", Bool> flag)
+    In<"minimum", Float> minimum, In<"maximum", Float> maximum, RandomOutputs outputs)
 {
     const UInt32 sample = IntegerHash32(SampleNumber(*context));
     const UInt32 s = IntegerHash32(sample + static_cast<UInt32>(*seed) + static_cast<UInt32>(*salt));
-    const RandomValues values(RandomStream(s), minimum, maximum);
-    colorA = values.AsColorA();
-    color = values.AsColor();
-    number = values.AsFloat();
-    integer = values.AsInt();
-    vector3 = values.AsVector3();
-    vector2 = values.AsVector2();
-    flag = values.AsBool();
+    outputs = RandomValues(RandomStream(s), minimum, maximum);
 }
 
 VELTO_CORE_NODE("net.velto.pattern.corenode.generator.random", Random);
