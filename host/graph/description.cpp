@@ -105,6 +105,9 @@ Result GetRegisteredDescriptions(const Id& database, const Id& language, BaseArr
         const auto found = All().directories.find(database.View());
         if (found == All().directories.end())
             return MakeError(error::kUnresolved, "There is no such description database.");
+        if (!std::filesystem::is_directory(found->second))
+            return MakeError(error::kUnresolved, fmt::format("There is no directory {} with the descriptions of {}.",
+                                                     found->second.string(), database.View()));
         if (!(language == description::kDataLanguage))
             return {};
         for (const std::filesystem::path& path : DescriptionFiles(found->second))

@@ -1,5 +1,7 @@
 #include "module.h"
 
+#include "libraryfile.h"
+#include "records.h"
 #include "services.h"
 
 #include "host/registry/reflection.h"
@@ -81,6 +83,7 @@ Result Module::Open(const std::filesystem::path& file)
     file_ = std::filesystem::absolute(file);
     if (!std::filesystem::exists(file_))
         return Refuse(error::kUnresolved, fmt::format("There is no module file {}.", file.string()));
+    VELTO_TRY(CheckLibraryFile(file_));
     library_ = dlopen(file_.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!library_)
         return Refuse(error::kIllegalArgument, fmt::format("{} cannot be loaded: {}", file.string(), dlerror()));
@@ -92,6 +95,7 @@ Result Module::Open(const std::filesystem::path& file)
             fmt::format("{} has the stamp {}, this host takes {}.", file.string(), found->stamp, ModuleExport::kStamp));
     if (found->initializer)
         return Refuse(error::kIllegalState, fmt::format("{} is loaded already.", file.string()));
+    VELTO_TRY(CheckRecords(file.string(), *found, MappedLibraries()));
     export_ = found;
     VELTO_TRY(Id::Create(file_.stem().string(), export_->moduleId));
     VELTO_TRY(MakeUrl(file_.string(), export_->moduleUrl));

@@ -9,10 +9,14 @@
 #include <gmock/gmock.h>
 
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <sstream>
 
 #include <paths.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace velto::host
 {
@@ -90,8 +94,73 @@ INSTANTIATE_TEST_SUITE_P(Table, BrokenModule,
         {"cycle", error::kIllegalState, {"hen -> egg -> hen"}},
         {"entry_twice", error::kIllegalArgument, {"net.velto.test.twice", "net.velto.corenode.registry.corenodes"}},
         {"failing_step", error::kIllegalState, {"The second step does not work."}},
+        {"no_records", error::kIllegalArgument, {"no_records.module", "it has no records"}},
+        {"loop", error::kIllegalArgument, {"loop.module", "a record stands in a chain twice"}},
     }),
     [](const auto& info) { return info.param.name; });
+
+std::string BytesOf(const std::string& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+class BrokenFile : public ::testing::Test
+{
+protected:
+    ~BrokenFile() override { std::filesystem::remove(kFile); }
+
+    void ExpectRefused(const std::string& bytes, const std::string& text)
+    {
+        std::ofstream(kFile, std::ios::binary) << bytes;
+        ExpectRefused(text);
+        std::filesystem::remove(kFile);
+    }
+    void ExpectRefused(const std::string& text)
+    {
+        std::shared_ptr<Module> module;
+        const Result loaded = Module::Load(kFile, module);
+        EXPECT_EQ(error::kIllegalArgument.View(), loaded.Kind()) << text;
+        EXPECT_THAT(std::string(loaded.Message()), HasSubstr(text));
+        EXPECT_THAT(std::string(loaded.Message()), HasSubstr(kFile));
+    }
+
+    const std::string kFile = ::testing::TempDir() + "broken" + std::to_string(getpid()) + ".module";
+};
+
+TEST_F(BrokenFile, IsRefusedBeforeItIsMapped)
+{
+    const std::string whole = BytesOf(FileOf("probe"));
+    ASSERT_GT(whole.size(), 4096u);
+    ExpectRefused("", "not a shared library");
+    ExpectRefused("int main() {}", "not a shared library");
+    std::string foreign = whole;
+    foreign[18] = '\x7F'; // the machine
+    ExpectRefused(foreign, "not a shared library of this machine");
+    std::string entryless = whole;
+    entryless[56] = '\xFF'; // the number of program headers
+    entryless[57] = '\xFF';
+    ExpectRefused(entryless, "the file is cut short");
+    ExpectRefused(whole.substr(0, 63), "not a shared library");
+    for (const std::size_t share : {1, 2, 4, 6})
+        ExpectRefused(whole.substr(0, whole.size() * share / 16), "the file is cut short");
+    ASSERT_EQ(0, mkfifo(kFile.c_str(), 0600)); // nobody will ever write to it
+    ExpectRefused("not a regular file");
+    std::filesystem::remove(kFile);
+    std::filesystem::create_directory(kFile);
+    ExpectRefused("not a regular file");
+}
+
+TEST(ModuleLoad, MissesItsDescriptions)
+{
+    SetResourceDirectory("/nowhere/at/all");
+    std::shared_ptr<Module> module;
+    const Result loaded = Module::Load(VELTO_BUILD_DIR "/modules/shadernodes.module", module);
+    SetResourceDirectory(VELTO_BUILD_DIR "/resource");
+    EXPECT_EQ(error::kUnresolved.View(), loaded.Kind());
+    EXPECT_THAT(std::string(loaded.Message()), HasSubstr("/nowhere/at/all/modules/shadernodes.module"));
+    EXPECT_TRUE(Module::Load(VELTO_BUILD_DIR "/modules/shadernodes.module", module).IsOk());
+}
 
 TEST(ModuleLoad, UndoesStepsInReverse)
 {
