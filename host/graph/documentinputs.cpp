@@ -347,13 +347,17 @@ void ReadInputs(DocumentScope& scope, DocumentNode& node)
         if (setting.node == node.name)
             read(setting.port, setting.value);
     }
-    if (node.inputs)
+    // Where a port and the one that it follows give one inner port, it has the last word.
+    static const Json none = Json::Object();
+    for (const bool follows : {false, true})
     {
-        for (const auto& [name, json] : node.inputs->GetMembers())
+        for (const auto& [name, json] : (node.inputs ? *node.inputs : none).GetMembers())
         {
+            const NodePort* const port = node.type->FindPort(name, true);
             if (scope.diagnostics.IsFull())
                 return;
-            read(name, json);
+            if ((port && !port->follows.empty()) == follows)
+                read(name, json);
         }
     }
     for (const NodePort& port : node.type->ports)

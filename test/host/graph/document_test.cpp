@@ -151,6 +151,21 @@ TEST(Document, WarnsOfEnumerationValuesThatAreNotKnown)
     EXPECT_EQ("\"zzzzzzzzzzzzzz\" is not known", diagnostics.All()[1].text); // which fails
 }
 
+TEST(Document, ImagesLookAtTheirLocalContextAsOtherPatternsDo)
+{
+    for (const std::string inputs : {R"("contextLocal": {"from": "near.result"}, "context": {"from": "far.result"})",
+             R"("context": {"from": "far.result"}, "contextLocal": {"from": "near.result"})",
+             R"("context": {"from": "near.result"})"})
+    {
+        const host::Json results = test::EvalJson(R"({"version": 1, "nodes": {
+            "near": {"type": "setshadingcontext"}, "far": {"type": "setshadingcontext"},
+            "picture": {"type": "image", "inputs": {)" +
+                                                  inputs + R"(}}}, "outputs": {"color": "picture.result"}})");
+        EXPECT_EQ(1, test::Evaluations(results, "near")) << inputs;
+        EXPECT_EQ(0, test::Evaluations(results, "far")) << inputs;
+    }
+}
+
 TEST(Document, TakesSettingsInThePlaceOfItsValues)
 {
     TheProbe();
