@@ -1,6 +1,7 @@
 #include "string.h"
 
 #include "host/system/guard.h"
+#include "host/system/output.h"
 
 #include <utf8proc.h>
 
@@ -111,7 +112,7 @@ Result Store(StringObject** string, std::string changed)
     return {};
 }
 
-Result Append(StringObject** string, const StringObject* tail)
+Result AppendInPlace(StringObject** string, const StringObject* tail)
 {
     return Guarded([&]() -> Result {
         const std::string_view head = View(*string);
@@ -130,6 +131,18 @@ Result Append(StringObject** string, const StringObject* tail)
         joined.append(head).append(more);
         return Store(string, std::move(joined));
     });
+}
+
+// Those who join texts go on without the part that failed: the user hears of it here.
+Result Append(StringObject** string, const StringObject* tail)
+{
+    Result appended = AppendInPlace(string, tail);
+    if (appended.IsError())
+        Guarded([] {
+            WriteOutput(OutputChannel::Message, LogTarget::Warning, "out of memory: a text lacks a part");
+            return Result();
+        }).IsOk();
+    return appended;
 }
 
 StringObject* GetPart(const StringObject* string, Int start, Int partEnd)

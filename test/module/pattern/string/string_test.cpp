@@ -1,3 +1,4 @@
+#include "host/system/output.h"
 #include "host/text/string.h"
 #include "test/support/direct_call.h"
 #include "test/support/failing_new.h"
