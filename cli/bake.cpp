@@ -336,6 +336,8 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
         std::vector<std::size_t> outputs;
         if (!ChooseOutputs(arguments, streams, graph, outputs))
             return kWrongInput;
+        if (!HasMemory(arguments.graph, graph, {}, streams))
+            return kFailed;
         std::vector<host::BakeTarget> targets;
         for (const std::size_t output : outputs)
             targets.push_back({output, FileName(arguments.file, graph.program->outputs[output].name, frame)});
@@ -344,6 +346,10 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
         options.progress = [&](const host::BakeProgress& progress) { bar(progress, name); };
         if (const Result baked = host::Bake(graph, targets, options, statistics); baked.IsError())
         {
+            host::Diagnostics ignored;
+            const bool lacksMemory = baked.Kind() == error::kOutOfMemory.View() && host::MemoryRefusals() > 0;
+            if (lacksMemory && !HasMemory(arguments.graph, graph, host::LookForPictures(graph, ignored), streams))
+                return kFailed;
             PrintError(streams,
                 baked.Message() == "interrupted" ? std::string("interrupted") : fmt::format("{}", baked.Message()));
             return kFailed;

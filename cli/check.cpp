@@ -12,9 +12,9 @@ int Check(const CheckArguments& arguments, const Streams& streams)
     if (!LoadGraph(arguments.graph, {}, module, streams, graph))
         return kWrongInput;
     host::Diagnostics diagnostics;
-    host::LookForPictures(graph, diagnostics);
+    const std::vector<host::ShownPicture> pictures = host::LookForPictures(graph, diagnostics);
     PrintDiagnostics(streams, arguments.graph.file, diagnostics);
-    return kSuccess;
+    return HasMemory(arguments.graph, graph, pictures, streams) ? kSuccess : kFailed;
 }
 
 } // namespace velto::cli

@@ -40,6 +40,12 @@ void AddGraph(CLI::App& command, GraphArguments& arguments)
         ->check(CLI::Range(1, 1 << 20))
         ->capture_default_str();
     command
+        .add_option("--memory", arguments.memory,
+            "what pictures, rasters, tables and bands may take together; default: three quarters of what there is")
+        ->type_name("MB")
+        ->check(CLI::Range(1, 1 << 20))
+        ->envname("VELTO_MEMORY");
+    command
         .add_option("--set", arguments.settings, "gives an input a value: NODE.PORT=VALUE, VALUE being JSON or a word")
         ->type_name("NODE.PORT=VALUE")
         ->allow_extra_args(false);

@@ -81,6 +81,8 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
         options.searchPaths.push_back(std::filesystem::absolute(arguments.file).parent_path().string());
     options.variable = variable;
     options.outputs = {arguments.outputs.begin(), arguments.outputs.end()};
+    if (arguments.memory > 0)
+        host::SetMemoryBudget(static_cast<UInt>(arguments.memory) << 20);
     host::SetTextureMemory(static_cast<UInt>(arguments.textureMemory) << 20);
     for (const std::string& text : arguments.settings)
     {
@@ -98,6 +100,15 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
                         host::LoadGraph(text, module, options, diagnostics, graph);
     PrintDiagnostics(streams, arguments.file, diagnostics);
     return isGood;
+}
+
+bool HasMemory(const GraphArguments& arguments, const host::Graph& graph,
+    const std::vector<host::ShownPicture>& pictures, const Streams& streams)
+{
+    const std::string complaint = host::MemoryComplaint(host::MemoryDemands(graph, pictures));
+    if (!complaint.empty())
+        PrintError(streams, fmt::format("{}: {}", arguments.file, complaint));
+    return complaint.empty();
 }
 
 bool HasOutputs(const GraphArguments& arguments, const host::Graph& graph, const Streams& streams)

@@ -45,6 +45,7 @@ struct GraphArguments
     std::vector<std::string> settings; // NODE.PORT=VALUE
     std::vector<std::string> outputs;  // that are wanted; empty: all
     int textureMemory = 2048;          // megabytes
+    int memory = 0;                    // megabytes; 0: most of what there is
 };
 
 // Reads a graph with its settings; errors are printed, and warnings.
@@ -53,5 +54,9 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
 
 // Whether there is anything to evaluate; that a material drives nothing is printed.
 bool HasOutputs(const GraphArguments& arguments, const host::Graph& graph, const Streams& streams);
+
+// Whether what the graph asks for is granted; what it lacks is printed.
+bool HasMemory(const GraphArguments& arguments, const host::Graph& graph,
+    const std::vector<host::ShownPicture>& pictures, const Streams& streams);
 
 } // namespace velto::cli

@@ -14,9 +14,11 @@
 
 #include "host/bake/bake.h"
 #include "host/bake/changes.h"
+#include "host/bake/demand.h"
 #include "host/bake/pictures.h"
 #include "host/bake/samples.h"
 #include "host/loader/module.h"
 #include "host/runtime/graph.h"
 #include "host/runtime/sampler.h"
+#include "host/system/memory.h"
 #include "host/text/url.h"

@@ -4,6 +4,7 @@
 #include "tiles.h"
 
 #include "host/system/guard.h"
+#include "host/system/memory.h"
 #include "host/system/message.h"
 
 #include <fmt/format.h>
@@ -99,6 +100,7 @@ private:
     Result RunInArena()
     {
         const Clock::time_point start = Clock::now();
+        const UInt refusals = MemoryRefusals();
         statistics_.evaluations.resize(graph_.program->nodeNames.size(), 0);
         graph_.setup->CountInto(&statistics_.evaluations);
         if (options_.progress)
@@ -122,6 +124,9 @@ private:
                 return error_.Get();
             if (IsStopped())
                 return MakeError(error::kIllegalState, "interrupted");
+            // A picture or a level of one that was refused would show as something else.
+            if (MemoryRefusals() != refusals)
+                return OutOfMemory();
             VELTO_TRY(outputs_.Submit(count));
             Report(row + count, samplingStart);
         }

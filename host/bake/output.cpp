@@ -36,6 +36,7 @@ void BakeOutputs::Allocate(int bandRows)
     {
         const std::size_t size = static_cast<std::size_t>(bandRows) * static_cast<std::size_t>(width_) *
                                  static_cast<std::size_t>(target.channels);
+        memory_.Take(2 * size * sizeof(float));
         target.band.resize(size);
         target.written.resize(size);
     }

@@ -4,6 +4,7 @@
 #include "target.h"
 
 #include "host/runtime/program.h"
+#include "host/system/memory.h"
 
 #include <tbb/task_group.h>
 
@@ -50,6 +51,7 @@ private:
     tbb::task_group writing_;
     Result written_;
     std::atomic<UInt> bandsWritten_ = 0;
+    MemoryShare memory_;
     int width_ = 0;
     double seconds_ = 0.0;
 };

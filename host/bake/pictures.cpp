@@ -1,6 +1,7 @@
 #include "pictures.h"
 
-#include "host/corenode/forward.h"
+#include "constant.h"
+
 #include "host/text/url.h"
 #include "host/texture/texture.h"
 
@@ -16,22 +17,6 @@ namespace
 
 constexpr std::string_view kImageNode = "net.velto.pattern.corenode.generator.image";
 constexpr Int kMostFrames = 10'000; // of a sequence that are looked for
-
-// What an input holds, if no sample changes it.
-template <class T>
-const T* Constant(const CoreGraph& graph, const CoreNode& node, const char* port)
-{
-    auto input = node.inputs.find(port);
-    const CoreNode* at = &node;
-    while (input != at->inputs.end() && input->second.link)
-    {
-        at = &graph.nodes[input->second.link->node];
-        if (at->type != kForwardNode)
-            return nullptr;
-        input = at->inputs.find("in");
-    }
-    return input == at->inputs.end() ? nullptr : input->second.value.As<T>();
-}
 
 // `3, 7-9`.
 std::string Ranges(const std::vector<Int>& numbers)

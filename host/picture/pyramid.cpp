@@ -1,6 +1,6 @@
 #include "pyramid.h"
 
-#include <sys/mman.h>
+#include "velto/system.h"
 
 #include <algorithm>
 #include <map>
@@ -8,31 +8,19 @@
 namespace velto::host
 {
 
-namespace
-{
-
-constexpr std::size_t kCacheLine = 64;
-constexpr std::size_t kLargePage = std::size_t(1) << 21;
-
-std::align_val_t TexelAlignment(std::size_t bytes)
-{
-    return std::align_val_t(bytes >= kLargePage ? kLargePage : kCacheLine);
-}
-
-} // namespace
-
 void* AllocateTexels(std::size_t bytes)
 {
-    void* const memory = ::operator new(bytes, TexelAlignment(bytes));
-    if (bytes >= kLargePage)
-        madvise(memory, bytes, MADV_HUGEPAGE); // small pages do as well
+    void* const memory = Allocate(bytes);
+    if (!memory)
+        throw std::bad_alloc();
     return memory;
 }
 
-void FreeTexels(void* memory, std::size_t bytes)
+void FreeTexels(void* memory)
 {
-    ::operator delete(memory, TexelAlignment(bytes));
+    Bound<SystemInterface>().Free(memory);
 }
+
 namespace
 {
 

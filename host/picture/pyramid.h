@@ -19,10 +19,10 @@
 namespace velto::host
 {
 
-// Memory for texels. Looks go all over a picture, so that what they wait for mostly is the address of a page: large
-// pictures lie on large pages where the system has them.
+// Memory for texels, from the host's allocator. Looks go all over a picture, so that what they wait for mostly is the
+// address of a page: it is as well that large blocks lie on large pages.
 void* AllocateTexels(std::size_t bytes);
-void FreeTexels(void* memory, std::size_t bytes);
+void FreeTexels(void* memory);
 
 template <class T>
 struct TexelAllocator
@@ -34,7 +34,7 @@ struct TexelAllocator
     {
     }
     T* allocate(std::size_t count) { return static_cast<T*>(AllocateTexels(count * sizeof(T))); }
-    void deallocate(T* memory, std::size_t count) { FreeTexels(memory, count * sizeof(T)); }
+    void deallocate(T* memory, std::size_t) { FreeTexels(memory); }
     friend bool operator==(const TexelAllocator&, const TexelAllocator&) { return true; }
 };
 

@@ -1,5 +1,8 @@
 #include "allocator.h"
 
+#include "memory.h"
+
+#include <malloc.h>
 #include <sys/mman.h>
 
 #include <cstdlib>
@@ -31,17 +34,54 @@ void* AllocLarge(UInt size)
     return memory;
 }
 
+// Blocks from this size on count for the budget, as large as they are in fact.
+constexpr UInt kCounted = UInt(64) << 10;
+
+UInt CountedBytes(void* memory)
+{
+    const UInt size = memory ? ::malloc_usable_size(memory) : 0;
+    return size < kCounted ? 0 : size;
+}
+
+// Takes the block's share of the budget, or gives the block back.
+void* Counted(void* memory)
+{
+    if (const UInt bytes = CountedBytes(memory); bytes > 0 && !TakeMemory(bytes))
+    {
+        std::free(memory);
+        return nullptr;
+    }
+    return memory;
+}
+
 void* Alloc(UInt size, const SourceLocation*)
 {
-    constexpr UInt kLarge = UInt(16) << 20;
+    constexpr UInt kCacheLine = 64;
+    constexpr UInt kLarge = UInt(2) << 20;
     if (IsRefused(size))
         return nullptr;
-    return size < kLarge ? std::malloc(size) : AllocLarge(size);
+    if (size < kCounted)
+        return std::malloc(size);
+    return Counted(size < kLarge ? std::aligned_alloc(kCacheLine, (size + kCacheLine - 1) / kCacheLine * kCacheLine)
+                                 : AllocLarge(size));
 }
 
 void* Realloc(void* memory, UInt size, const SourceLocation*)
 {
-    return IsRefused(size) ? nullptr : std::realloc(memory, size);
+    const UInt before = CountedBytes(memory);
+    const UInt more = size >= kCounted && size > before ? size - before : 0;
+    if (IsRefused(size) || (more > 0 && !TakeMemory(more)))
+        return nullptr;
+    void* const moved = std::realloc(memory, size);
+    const UInt after = moved ? CountedBytes(moved) : before;
+    GiveMemoryBack(before + more - after); // the other way round where it is less than nothing
+    return moved;
+}
+
+void Free(void* memory)
+{
+    GiveMemoryBack(CountedBytes(memory));
+    std::free(memory);
 }
 
 void FreeWithDestructor(void* memory, void (*destructor)(void*))
@@ -49,7 +89,7 @@ void FreeWithDestructor(void* memory, void (*destructor)(void*))
     if (!memory)
         return;
     destructor(memory);
-    std::free(memory);
+    Free(memory);
 }
 
 } // namespace
@@ -85,7 +125,7 @@ const SystemInterface& SystemService()
     static constexpr SystemInterface service{
         .Alloc = {&Alloc},
         .Realloc = {&Realloc},
-        .Free = {&std::free},
+        .Free = {&Free},
         .FreeWithDestructorI = {&FreeWithDestructor},
     };
     return service;

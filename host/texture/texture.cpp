@@ -3,6 +3,7 @@
 #include "host/picture/reader.h"
 #include "host/picture/sampling.h"
 #include "host/system/guard.h"
+#include "host/system/memory.h"
 #include "host/system/output.h"
 #include "host/text/string.h"
 #include "host/text/url.h"
@@ -75,7 +76,7 @@ public:
             std::string note;
             try
             {
-                reading->picture = ReadPicture(request, note);
+                reading->picture = ReadWithin(request, note);
             }
             catch (const TextureFileError& failure)
             {
@@ -87,6 +88,21 @@ public:
                 WriteOutput(OutputChannel::Message, LogTarget::Warning, note);
         });
         return reading;
+    }
+
+    // Where memory is short, what nobody shows makes room.
+    std::shared_ptr<const Picture> ReadWithin(const TextureFileRequest& request, std::string& note)
+    {
+        try
+        {
+            const MemoryTrial trial;
+            return ReadPicture(request, note);
+        }
+        catch (const std::bad_alloc&)
+        {
+            Trim(0);
+        }
+        return ReadPicture(request, note);
     }
 
     // Drops the readings that nobody shows, those used last being kept up to `bytes`.

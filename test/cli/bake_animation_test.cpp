@@ -27,7 +27,7 @@ protected:
                            "--colorspace linear");
     }
 
-    std::string Run(const std::string& inputs, const std::string& arguments) const
+    std::string Run(const std::string& inputs, const std::string& arguments, int status = 0) const
     {
         folder.WriteBytes(
             "image.json", fmt::format(R"({{"version": 1, "nodes": {{"image": {{"type": "image", "inputs": {{
@@ -35,7 +35,7 @@ protected:
                               inputs));
         const std::string command =
             fmt::format("cd {} && {}/velto {} 2>err.txt", folder.Path(""), VELTO_BUILD_DIR, arguments);
-        EXPECT_EQ(0, std::system(command.c_str()));
+        EXPECT_EQ(status, WEXITSTATUS(std::system(command.c_str()))) << command;
         std::ifstream said(folder.Path("err.txt"));
         return {std::istreambuf_iterator<char>(said), {}};
     }
@@ -74,6 +74,25 @@ TEST_F(BakeAnimationTest, SequencesAndMoviesRun)
     const std::string said = Bake(R"("url": "none.png")");
     EXPECT_EQ(said.find("none.png: no such file"), said.rfind("none.png"));
     EXPECT_NE(std::string::npos, said.find("none.png: no such file"));
+}
+
+// What is too large is refused before it is made, with what is largest.
+TEST_F(BakeAnimationTest, MemoryIsShared)
+{
+    folder.WriteChecker("large.png", 1024);
+    const std::string url = R"("url": "large.png")";
+    const std::string refusal =
+        "image.json: asks for 7 MB of memory, and 4 MB are granted (--memory); most of it is for "
+        "nodes.image.inputs.url (picture of 1024 x 1024), 7 MB";
+    EXPECT_EQ("", Run(url, "check image.json --memory 8"));
+    EXPECT_EQ("velto: error: " + refusal + "\n", Run(url, "check image.json --memory 4", 1));
+    EXPECT_EQ("", Run(url, "bake image.json -o out.tif --size 4 --memory 8"));
+    EXPECT_NE(std::string::npos, Run(url, "bake image.json -o out.tif --size 4 --memory 4", 1).find(refusal));
+    folder.WriteBytes("blur.json", R"({"version": 1, "nodes": {"place": {"type": "placement2d"},
+        "blur": {"type": "blur", "inputs": {"resolution": 1000, "color": [1, 1, 1, 1]}}}, "outputs": {"o": "blur.result"}})");
+    EXPECT_EQ("velto: error: blur.json: asks for 31 MB of memory, and 30 MB are granted (--memory); most of it is for "
+              "nodes.blur (raster of 1000 x 1000), 31 MB\n",
+        Run(url, "bake blur.json -o out.tif --size 4 --memory 30", 1));
 }
 
 // Both name the input and the file that is looked for.

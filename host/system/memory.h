@@ -1,0 +1,55 @@
+// How much memory the process may use, and how much of that is taken by what is large: pictures, rasters, tables, and
+// the bands of a bake.
+#pragma once
+
+#include "velto/types.h"
+
+#include <filesystem>
+
+namespace velto::host
+{
+
+// The least of the machine's memory, the limit of the process's address space and those of its control groups. These
+// are read below `root`.
+UInt AvailableMemory(const std::filesystem::path& root = "/");
+
+// Three quarters of what is available, unless it is set.
+UInt MemoryBudget();
+void SetMemoryBudget(UInt bytes);
+UInt MemoryTaken();
+
+// How often more was asked for than there is. Who is refused may go on with another result: whoever needs the one that
+// memory would give looks here.
+UInt MemoryRefusals();
+
+// While it lives, what this thread is refused does not count: it will try again.
+class MemoryTrial
+{
+public:
+    MemoryTrial();
+    ~MemoryTrial();
+    MemoryTrial(const MemoryTrial&) = delete;
+    MemoryTrial& operator=(const MemoryTrial&) = delete;
+};
+
+// [any thread] False, and nothing is taken, beyond the budget.
+bool TakeMemory(UInt bytes);
+void GiveMemoryBack(UInt bytes);
+
+// A part of it that is taken as long as this lives.
+class MemoryShare
+{
+public:
+    MemoryShare() = default;
+    ~MemoryShare();
+    MemoryShare(const MemoryShare&) = delete;
+    MemoryShare& operator=(const MemoryShare&) = delete;
+
+    // Throws `std::bad_alloc` beyond the budget.
+    void Take(UInt bytes);
+
+private:
+    UInt bytes_ = 0;
+};
+
+} // namespace velto::host
