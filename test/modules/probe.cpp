@@ -19,6 +19,13 @@ static T Keep(In<"x", T> x)
     return *x;
 }
 
+// The same for every sample anew.
+template <class T>
+static T Vary(In<"context", ShadingContext>, In<"x", T> x)
+{
+    return *x;
+}
+
 // Fails where a condition holds.
 static Result Fail(In<"fail", Bool> fail, In<"x", Float> x, Out<"result", Float> result)
 {
@@ -64,6 +71,16 @@ VELTO_CORE_NODE("net.velto.test.keep.color", Keep<Color>);
 VELTO_CORE_NODE("net.velto.test.keep.vector", Keep<Vector>);
 VELTO_CORE_NODE("net.velto.test.keep.vector2d", Keep<Vector2d>);
 VELTO_CORE_NODE("net.velto.test.keep.string", Keep<String>);
+VELTO_CORE_NODE("net.velto.test.vary.float", Vary<Float>);
+VELTO_CORE_NODE("net.velto.test.vary.int", Vary<Int>);
+VELTO_CORE_NODE("net.velto.test.vary.int32", Vary<Int32>);
+VELTO_CORE_NODE("net.velto.test.vary.uint32", Vary<UInt32>);
+VELTO_CORE_NODE("net.velto.test.vary.bool", Vary<Bool>);
+VELTO_CORE_NODE("net.velto.test.vary.colora", Vary<ColorA>);
+VELTO_CORE_NODE("net.velto.test.vary.color", Vary<Color>);
+VELTO_CORE_NODE("net.velto.test.vary.vector", Vary<Vector>);
+VELTO_CORE_NODE("net.velto.test.vary.vector2d", Vary<Vector2d>);
+VELTO_CORE_NODE("net.velto.test.vary.string", Vary<String>);
 VELTO_CORE_NODE("net.velto.test.fail", Fail);
 VELTO_CORE_NODE("net.velto.test.flags", Flags);
 VELTO_CORE_NODE("net.velto.test.sum", Sum);

@@ -3,7 +3,6 @@
 
 #include "eval.h"
 
-#include <ostream>
 #include <vector>
 
 namespace velto::test
@@ -19,28 +18,15 @@ struct NodeRow
     std::string arguments = "{}"; // construction arguments
 };
 
-inline void PrintTo(const NodeRow& row, std::ostream* out)
-{
-    *out << row.name;
-}
-
 // Evaluates one row; failures name it.
 void CheckRow(const std::string& type, const NodeRow& row);
 
 } // namespace velto::test
 
 #define NODE_TABLE(suite, type, ...)                                                                                   \
-    class suite : public ::testing::TestWithParam<::velto::test::NodeRow>                                              \
+    TEST(suite, Rows)                                                                                                  \
     {                                                                                                                  \
-    };                                                                                                                 \
-    TEST_P(suite, Row)                                                                                                 \
-    {                                                                                                                  \
-        ::velto::test::CheckRow(type, GetParam());                                                                     \
+        for (const ::velto::test::NodeRow& row : std::vector<::velto::test::NodeRow> __VA_ARGS__)                      \
+            ::velto::test::CheckRow(type, row);                                                                        \
     }                                                                                                                  \
-    INSTANTIATE_TEST_SUITE_P(Table, suite, ::testing::ValuesIn(std::vector<::velto::test::NodeRow> __VA_ARGS__),       \
-        [](const ::testing::TestParamInfo<::velto::test::NodeRow>& info) {                                             \
-            std::string name = std::to_string(info.index) + "_";                                                       \
-            for (const char c : info.param.name)                                                                       \
-                name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';                                         \
-            return name;                                                                                               \
-        })
+    static_assert(true, "takes the semicolon")
