@@ -1,6 +1,7 @@
 // The example graphs against small pictures of them that were looked at once: a file of hexadecimal channels each,
 // `pictures/NAME.txt` for `examples/nodes/NAME.json`. With VELTO_WRITE_PICTURES in the environment the files are
 // written instead.
+#include "host/bake/view.h"
 #include "test/support/eval.h"
 
 #include <fmt/format.h>
@@ -30,41 +31,21 @@ std::string ReadFile(const std::filesystem::path& path)
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-// Samples in the order of `velto bake`, with the same footprints.
-std::string Samples()
-{
-    std::string samples;
-    for (int y = 0; y < kEdge; ++y)
-    {
-        for (int x = 0; x < kEdge; ++x)
-        {
-            const double u = (x + 0.5) / kEdge;
-            const double v = (y + 0.5) / kEdge;
-            samples += fmt::format(
-                R"({}{{"uvw": [{}, {}, 0], "uvwPlusDeltaU": [{}, {}, 0], "uvwPlusDeltaV": [{}, {}, 0],
-                    "shadingNormal": [0, 0, 1], "geometricNormal": [0, 0, 1], "tangent": [1, 0, 0],
-                    "bitangent": [0, 1, 0], "rayDirection": [0, 0, -1], "rayOrigin": [{}, {}, 1],
-                    "samplePosition": [{}, {}, 0], "pixel": [{}, {}], "subpixel": [0.5, 0.5]}})",
-                samples.empty() ? "[" : ",", u, v, u + 1.0 / kEdge, v, u, v + 1.0 / kEdge, u, v, u, v, x, y);
-        }
-    }
-    return samples + "]";
-}
-
 // Six digits a sample, a row of samples a line.
 std::string Picture(const std::string& document)
 {
-    static const std::string samples = Samples();
-    const host::Json results = EvalJson(document, samples);
+    host::Graph graph;
+    std::unique_ptr<host::Instance> instance;
+    EXPECT_TRUE(Load(document, graph) && graph.setup->Run().IsOk());
+    EXPECT_TRUE(host::Instance::Create(*graph.setup, instance).IsOk());
     std::string picture;
-    for (std::size_t i = 0; i < std::size_t(kEdge) * kEdge; ++i)
+    for (int i = 0; i < kEdge * kEdge; ++i)
     {
-        const host::Json color = Parse(Output(results, "color", i));
-        const auto channel = [&](std::size_t k) {
-            const double value = color.IsArray() ? color.Elements()[k].AsNumber() : color.AsNumber();
-            return static_cast<int>(std::clamp(value, 0.0, 1.0) * 255.0 + 0.5);
-        };
-        picture += fmt::format("{:02x}{:02x}{:02x}", channel(0), channel(1), channel(2));
+        host::FillContext({kEdge, kEdge, {}}, i % kEdge + 0.5, i / kEdge + 0.5, instance->Context());
+        EXPECT_TRUE(instance->Evaluate().IsOk());
+        const auto channel = [](Float value) { return static_cast<int>(std::clamp(value, 0.0, 1.0) * 255.0 + 0.5); };
+        const auto& color = *static_cast<const ColorA*>(instance->Output(0));
+        picture += fmt::format("{:02x}{:02x}{:02x}", channel(color.r), channel(color.g), channel(color.b));
         if ((i + 1) % kEdge == 0)
             picture += '\n';
     }
