@@ -252,14 +252,15 @@ void PrintStatistics(const Streams& streams, const host::Graph& graph, const hos
     json.Add("samples", Json(statistics.samples));
     json.Add("samplesPerSecond",
         statistics.sampleSeconds > 0.0 ? static_cast<double>(statistics.samples) / statistics.sampleSeconds : 0.0);
-    Json evaluations = Json::Object();
+    std::map<std::string_view, UInt> sums;
     for (std::size_t i = 0; i < statistics.evaluations.size(); ++i)
+        sums[graph.program->nodeNames[i]] += statistics.evaluations[i];
+    sums.erase(""); // conversions
+    Json evaluations = Json::Object();
+    for (const std::string& name : graph.program->nodeNames)
     {
-        const std::string& name = graph.program->nodeNames[i];
-        if (name.empty())
-            continue; // conversions
-        const Json* const before = evaluations.Find(name);
-        evaluations.Set(name, Json((before ? static_cast<UInt>(before->AsInteger()) : 0) + statistics.evaluations[i]));
+        if (const auto sum = sums.extract(name))
+            evaluations.Add(name, Json(sum.mapped()));
     }
     json.Add("evaluations", std::move(evaluations));
     json.Add("rasters", std::move(rasters));

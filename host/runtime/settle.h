@@ -38,7 +38,6 @@ struct GraphNode
 {
     const CoreNode* source = nullptr;
     Ref<MicroNodeGroup> group;
-    Ref<MicroNodeGroup> original;   // before a replacement
     std::vector<GraphInput> inputs; // by access index; entries of outputs are not used
     std::vector<Int> newOutputs;    // after a replacement: by old access index, the new one
     Visit visit = Visit::New;

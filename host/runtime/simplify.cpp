@@ -52,8 +52,6 @@ Result SwapGroup(GraphNode& node, Optimization& answer)
             output = output < 0 ? -1 : newOutputs[static_cast<std::size_t>(output)];
     }
     node.inputs = std::move(inputs);
-    if (!node.original)
-        node.original = node.group;
     node.group = std::move(answer.group);
     return {};
 }
