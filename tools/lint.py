@@ -135,12 +135,37 @@ def check_port(place, port, is_input):
         fault(place, "a value without a label")
 
 
+def whole_description(path):
+    """A description with the lists that it includes."""
+    def items(name):
+        return json.loads((path.parent / "lists" / f"{name}.json").read_text())
+
+    def ports(described):
+        for port in described:
+            for included in items(port["include"]) if "include" in port else ():
+                default = port.get("defaults", {}).get(included["name"], included.get("default"))
+                yield {**included, "default": default}
+            if "include" in port:
+                continue
+            if isinstance(port.get("values"), str):
+                port["values"] = items(port["values"])
+            if "bundle" in port:
+                port["bundle"] = list(ports(port["bundle"]))
+            yield port
+
+    text = json.loads(path.read_text())
+    text["inputs"] = list(ports(text["inputs"]))
+    return text
+
+
 def check_descriptions(command):
     described = {}
     core_used = set()
     values = set()
     for path in files("module/resource", suffixes=(".json",)):
-        text = json.loads(path.read_text())
+        if path.parent.name == "lists":
+            continue
+        text = whole_description(path)
         described[text["id"]] = path
         if text["id"].rsplit(".", 1)[-1] != path.stem:
             fault(name(path), f"the file of {text['id']} is named after its last word")

@@ -57,10 +57,17 @@ def last_word(text):
 
 def value_labels(node):
     """What the description calls the values of enumerations, by port and id; the list of nodes has the ids alone."""
-    path = ROOT / "module/resource" / f"{node['name']}.json"
+    folder = ROOT / "module/resource"
+    path = folder / f"{node['name']}.json"
     ports = json.loads(path.read_text())["inputs"] if path.exists() else []
     ports += [member for port in ports for member in port.get("bundle", [])]
-    return {port["name"]: {value["id"]: value["label"] for value in port.get("values", [])} for port in ports}
+    labels = {}
+    for port in ports:
+        values = port.get("values", [])
+        if isinstance(values, str):
+            values = json.loads((folder / f"lists/{values}.json").read_text())
+        labels[port.get("name")] = {value["id"]: value["label"] for value in values}
+    return labels
 
 
 def port_rows(ports, labels):

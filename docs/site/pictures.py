@@ -43,7 +43,7 @@ class Baker:
     def tool_digest(self):
         folder = self.velto.parent
         binaries = [self.velto, *sorted(folder.glob("libvelto*")), *sorted((folder / "modules").glob("*.module"))]
-        descriptions = sorted((folder / "resource/modules/shadernodes.module").glob("*.json"))
+        descriptions = sorted((folder / "resource/modules/shadernodes.module").glob("**/*.json"))
         return digest(*(path.read_bytes() for path in binaries),
                       *(json.dumps(without_words(json.loads(path.read_text()))) for path in descriptions))
 

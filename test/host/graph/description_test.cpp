@@ -137,6 +137,9 @@ TEST_F(DescriptionTest, WhatIsWrongIsLeftOutWithAWarning)
         {Description("member", R"("n": {"type": "net.velto.pattern.corenode.string.concat"})",
              R"({"name": "texts", "bundle": [{"name": "s", "to": ["n.strings"]}], "default": [{"t": "x"}]})"),
             "inputs[0].default[0].t: the bundle has no such member"},
+        {Description("unlisted", kContrast, R"({"include": "../mask", "to": "n"})"),
+            "inputs[0]: there is no list \"../mask\""},
+        {Description("nowhere", kContrast, R"({"include": "mask"})"), "inputs[0]: expected \"to\", one of the nodes"},
         {Description("last"), ""},
     };
     std::vector<std::string> expected;
@@ -207,7 +210,7 @@ TEST_F(DescriptionTest, AProcessorRunsForEachDatabaseAndItsResultsEndInReverse)
 }
 
 // No fault of the description: nothing is left out, the load fails.
-TEST_F(DescriptionTest, AWantOfMemoryIsPassedOn)
+TEST_F(DescriptionTest, OutOfMemoryIsPassedOn)
 {
     Put("a.json", Description("a", kContrast, R"({"name": "color", "to": ["n.color"], "default": [1, 0, 0, 1]})"));
     ASSERT_EQ("", Load().Message());
