@@ -5,6 +5,7 @@
 #include "host/system/guard.h"
 #include "host/system/output.h"
 #include "host/text/url.h"
+#include "velto/porttypes.h"
 
 #include <fmt/format.h>
 

@@ -18,7 +18,7 @@ static void SetShadingContext(In<"context", ShadingContext> context, Connected<"
     Out<"result", ShadingContext> result)
 {
     const Vector normal = shadingNormal.IsConnected() ? Normalized(shadingNormal) : Vector();
-    // Behind the arithmetic: the sample's fields were written just now, and a wide load waits until they have settled.
+    // After the arithmetic: the sample's fields were written just now, and a wide load waits until they have settled.
     CopyContext(*result, *context);
     if (rayOrigin.IsConnected())
     {
