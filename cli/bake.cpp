@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <csignal>
 #include <cstdlib>
 #include <map>
 #include <ostream>
@@ -16,35 +15,6 @@ using host::Json;
 
 namespace
 {
-
-std::atomic<bool> isInterrupted = false;
-
-// While it lives, an interrupt asks the bake to stop instead of ending the process. A second one ends it.
-class InterruptGuard
-{
-public:
-    InterruptGuard()
-    {
-        isInterrupted = false;
-        for (std::size_t i = 0; i < std::size(kSignals); ++i)
-            old_[i] = std::signal(kSignals[i], &OnSignal);
-    }
-    ~InterruptGuard()
-    {
-        for (std::size_t i = 0; i < std::size(kSignals); ++i)
-            std::signal(kSignals[i], old_[i]);
-    }
-
-private:
-    static void OnSignal(int signal)
-    {
-        isInterrupted = true;
-        std::signal(signal, SIG_DFL);
-    }
-
-    static constexpr int kSignals[] = {SIGINT, SIGTERM};
-    void (*old_[std::size(kSignals)])(int);
-};
 
 bool ParseInt(std::string_view& text, int& value)
 {
@@ -322,8 +292,6 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
     if (!LoadModule(arguments.module, streams, module))
         return kFailed;
 
-    const InterruptGuard guard;
-    options.stop = &isInterrupted;
     ProgressBar bar(streams, arguments.progress == "always" || (arguments.progress == "auto" && streams.isErrTerminal));
     host::BakeStatistics statistics;
     const auto messages = std::make_shared<RenderMessages>(); // of all frames, so that each is said once
@@ -351,8 +319,7 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
             const bool lacksMemory = baked.Kind() == error::kOutOfMemory.View() && host::MemoryRefusals() > 0;
             if (lacksMemory && !HasMemory(arguments.graph, graph, host::LookForPictures(graph, ignored), streams))
                 return kFailed;
-            PrintError(streams,
-                baked.Message() == "interrupted" ? std::string("interrupted") : fmt::format("{}", baked.Message()));
+            PrintError(streams, baked.Message());
             return kFailed;
         }
         if (arguments.stats && &frame == &frames.back())

@@ -1,6 +1,7 @@
 // The command line: what there is to say, and which command it goes to.
 #include "bake.h"
 #include "check.h"
+#include "ending.h"
 #include "eval.h"
 #include "inspect.h"
 #include "module.h"
@@ -123,6 +124,12 @@ int Main(int argc, char** argv)
     AddModule(*moduleCommand, module.module);
     moduleCommand->add_flag("--json", module.json, "JSON");
 
+    double timeLimit = 0.0;
+    for (CLI::App* const command : app.get_subcommands({}))
+        command->add_option("--time-limit", timeLimit, "ends the command with status 1 after this time")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(1e-3, 1e9));
+
     const Streams streams{std::cout, std::cerr, isatty(STDERR_FILENO) != 0};
     try
     {
@@ -136,6 +143,9 @@ int Main(int argc, char** argv)
         return kWrongInput;
     }
 
+    EndBySignals();
+    if (timeLimit > 0.0)
+        EndAfter(timeLimit);
     const CLI::App* const command = app.get_subcommands().front();
     int status = kFailed;
     if (command->get_name() == "bake")
@@ -165,5 +175,6 @@ int Main(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    velto::cli::EndWithoutAbort();
     return velto::cli::Main(argc, argv);
 }

@@ -13,7 +13,7 @@ namespace velto::host
 {
 
 Result BakeOutputs::Open(const Program& program, const std::vector<BakeTarget>& targets, const BakeWindow& window,
-    const PictureEncoding& encoding)
+    int wholeWidth, int wholeHeight, const PictureEncoding& encoding)
 {
     for (const BakeTarget& source : targets)
     {
@@ -23,7 +23,9 @@ Result BakeOutputs::Open(const Program& program, const std::vector<BakeTarget>& 
             return MakeError(error::kIllegalArgument,
                 fmt::format("the output {} is a {}, which is no picture", output.name, TypeName(output.type)));
         Target target{source.output, channels, {}, {}, {}};
-        VELTO_TRY(PictureWriter::Open(source.file, window.width, window.height, channels, encoding, target.writer));
+        const PictureLayout layout{
+            window.width, window.height, channels, window.x, window.y, wholeWidth, wholeHeight, {}};
+        VELTO_TRY(PictureWriter::Open(source.file, source.format, layout, encoding, target.writer));
         targets_.push_back(std::move(target));
     }
     width_ = window.width;
@@ -70,9 +72,13 @@ Result BakeOutputs::Wait()
 
 Result BakeOutputs::Finish()
 {
+    std::vector<std::unique_ptr<PictureWriter>> writers;
     for (Target& target : targets_)
-        VELTO_TRY(target.writer->Finish());
-    return {};
+    {
+        VELTO_TRY(target.writer->Complete());
+        writers.push_back(std::move(target.writer));
+    }
+    return PictureWriter::PutInPlace(writers);
 }
 
 } // namespace velto::host

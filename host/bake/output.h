@@ -21,7 +21,7 @@ class BakeOutputs
 public:
     // Opens a file for each target; nothing of them is left unless all are finished.
     Result Open(const Program& program, const std::vector<BakeTarget>& targets, const BakeWindow& window,
-        const PictureEncoding& encoding);
+        int wholeWidth, int wholeHeight, const PictureEncoding& encoding);
     void Allocate(int bandRows);
 
     struct Target

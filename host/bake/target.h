@@ -19,8 +19,9 @@ struct BakeWindow
 // One output to one file.
 struct BakeTarget
 {
-    std::size_t output = 0; // of the program
-    std::string file;
+    std::size_t output = 0;  // of the program
+    std::string file;        // `-`: standard output
+    std::string format = {}; // a suffix; empty: that of the file
 };
 
 } // namespace velto::host

@@ -66,14 +66,13 @@ std::unique_ptr<Picture> ReadPicture(const TextureFileRequest& request, std::str
     return NeedLibrary().readPicture(request, note);
 }
 
-Result PictureWriter::Open(const std::string& file, int width, int height, int channels,
-    const PictureEncoding& encoding, std::unique_ptr<PictureWriter>& writer)
+Result MakeLibraryEncoder(const StoredPicture& picture, NewFile& file, std::unique_ptr<PictureEncoder>& encoder)
 {
     std::string reason;
     const PictureLibrary* const library = TheLibrary(reason);
     if (!library)
         return MakeError(error::kUnresolved, fmt::format("pictures cannot be written: {}", reason));
-    return library->openWriter(file, width, height, channels, encoding, writer);
+    return library->makeEncoder(picture, file, encoder);
 }
 
 } // namespace velto::host

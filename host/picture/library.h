@@ -1,9 +1,9 @@
-// Reading and writing of picture files lies in a library of its own, libvelto_pictures.so, which is loaded when the
-// first picture is: what it links takes longer to load than most commands take to answer.
+// Reading of picture files, and writing of most, lies in a library of its own, libvelto_pictures.so, which is loaded
+// when the first picture is: what it links takes longer to load than most commands take to answer.
 #pragma once
 
+#include "encoder.h"
 #include "reader.h"
-#include "writer.h"
 
 #include "velto/system.h"
 
@@ -15,8 +15,7 @@ struct PictureLibrary
 {
     Clip (*readClip)(const std::filesystem::path& file);
     std::unique_ptr<Picture> (*readPicture)(const TextureFileRequest& request, std::string& note);
-    Result (*openWriter)(const std::string& file, int width, int height, int channels, const PictureEncoding& encoding,
-        std::unique_ptr<PictureWriter>& writer);
+    Result (*makeEncoder)(const StoredPicture& picture, NewFile& file, std::unique_ptr<PictureEncoder>& encoder);
 };
 
 using PictureLibraryEntry = const PictureLibrary* (*)(const SystemInterface& system, const ErrorInterface& errors);

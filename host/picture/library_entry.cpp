@@ -7,6 +7,6 @@ extern "C" __attribute__((visibility("default"))) const velto::host::PictureLibr
     using namespace velto;
     slots<SystemInterface> = system;
     slots<ErrorInterface> = errors;
-    static constexpr host::PictureLibrary library{&host::ReadClip, &host::ReadPicture, &host::PictureWriter::Open};
+    static constexpr host::PictureLibrary library{&host::ReadClip, &host::ReadPicture, &host::MakeLibraryEncoder};
     return &library;
 }

@@ -1,18 +1,17 @@
 #include "writer.h"
 
+#include "encoder.h"
+#include "format.h"
+#include "store.h"
+
 #include "host/system/guard.h"
-#include "velto/srgb.h"
 
-#include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
+#include <optional>
 
 namespace velto::host
 {
@@ -20,155 +19,132 @@ namespace velto::host
 namespace
 {
 
-OIIO::TypeDesc FormatOf(PixelDepth depth, const std::string& format)
+const char* NameOf(PixelDepth depth)
 {
     switch (depth)
     {
-    case PixelDepth::UInt8:
-        return OIIO::TypeDesc::UINT8;
     case PixelDepth::UInt16:
-        return OIIO::TypeDesc::UINT16;
+        return "uint16";
     case PixelDepth::Half:
-        return OIIO::TypeDesc::HALF;
+        return "half";
     case PixelDepth::Float:
-        return OIIO::TypeDesc::FLOAT;
-    case PixelDepth::Default:
-        break;
+        return "float";
+    default:
+        return "uint8";
     }
-    if (format == "openexr")
-        return OIIO::TypeDesc::HALF;
-    if (format == "hdr" || format == "pnm")
-        return format == "hdr" ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8;
-    return OIIO::TypeDesc::UINT8;
 }
 
 class Writer : public PictureWriter
 {
 public:
-    ~Writer() override
+    Result Open(const std::string& file, const std::string& suffix, const PictureLayout& layout,
+        const PictureEncoding& encoding)
     {
-        output_.reset();
-        std::error_code ignored;
-        if (!temporary_.empty())
-            std::filesystem::remove(temporary_, ignored);
-    }
-
-    Result Open(const std::string& file, int width, int height, int channels, const PictureEncoding& encoding)
-    {
-        file_ = file;
-        const std::filesystem::path path(file);
-        output_ = OIIO::ImageOutput::create(file);
-        if (!output_)
-            return Fault(error::kIllegalArgument, fmt::format("{}: {}", file, OIIO::geterror()));
-        const std::string format = output_->format_name();
-        channels_ = channels;
-        writtenChannels_ = channels;
-        if (channels == 4 && !output_->supports("alpha"))
-            writtenChannels_ = 3;
-
-        OIIO::ImageSpec spec(width, height, writtenChannels_, FormatOf(encoding.depth, format));
-        // Values are written as they are.
-        spec.attribute("oiio:UnassociatedAlpha", 1);
-        const bool isReal = spec.format == OIIO::TypeDesc::HALF || spec.format == OIIO::TypeDesc::FLOAT;
-        isSrgb_ = encoding.colorSpace == PictureColorSpace::Srgb ||
-                  (encoding.colorSpace == PictureColorSpace::Default && !isReal);
-        spec.attribute("oiio:ColorSpace", isSrgb_ ? "sRGB" : "Linear");
-        if (format == "openexr" || format == "tiff")
-            spec.attribute("DateTime", ""); // not now's: equal pictures are equal files
-        if (format == "png")
-            spec.attribute("png:compressionLevel", 6);
-        if (format == "jpeg")
-            spec.attribute("Compression", "jpeg:95");
-
-        // In the same directory, so that the rename is one step; with the suffix that the format goes by.
-        temporary_ = path.parent_path() /
-                     fmt::format(".{}.{}.part{}", path.stem().string(), ::getpid(), path.extension().string());
-        // A file that cannot be made is told before anything is sampled; the format begins it with the first rows, so
-        // that a picture that fails at once leaves no half-made one to its library.
-        if (!std::ofstream(temporary_))
-            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file, std::strerror(errno)));
-        spec_ = spec;
-        depth_ = encoding.depth;
-        width_ = width;
-        return {};
-    }
-
-    Result Begin()
-    {
-        if (!output_->open(temporary_.string(), spec_))
-            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file_, Reason()));
-        if (output_->spec().format != spec_.format && depth_ != PixelDepth::Default)
-            return Fault(error::kIllegalArgument, fmt::format("{}: the format {} has no pixels of type {}", file_,
-                                                      output_->format_name(), spec_.format.c_str()));
-        hasBegun_ = true;
+        const bool isOutput = file == "-";
+        std::string chosen = suffix;
+        if (chosen.empty() && !isOutput)
+            chosen = std::filesystem::path(file).extension().string();
+        if (chosen.starts_with('.'))
+            chosen.erase(0, 1);
+        const PictureFormat* const format = FindPictureFormat(chosen);
+        if (!format)
+            return MakeError(
+                error::kIllegalArgument, fmt::format("{}: {}; known are {}", file,
+                                             chosen.empty() ? std::string("a format is missing")
+                                                            : fmt::format("no format {} is written", chosen),
+                                             PictureFormatNames()));
+        StoredPicture picture{format, chosen, layout, layout.channels, encoding.depth, false};
+        if (picture.layout.wholeWidth == 0)
+        {
+            picture.layout.wholeWidth = layout.width;
+            picture.layout.wholeHeight = layout.height;
+        }
+        if (picture.depth == PixelDepth::Default)
+            picture.depth = format->depths.front();
+        if (std::find(format->depths.begin(), format->depths.end(), picture.depth) == format->depths.end())
+            return MakeError(error::kIllegalArgument,
+                fmt::format("{}: the format {} has no pixels of type {}", file, format->name, NameOf(picture.depth)));
+        if (picture.channels == 4 && !format->hasAlpha)
+            picture.channels = 3;
+        const bool isReal = picture.depth == PixelDepth::Half || picture.depth == PixelDepth::Float;
+        picture.isSrgb = encoding.colorSpace == PictureColorSpace::Srgb ||
+                         (encoding.colorSpace == PictureColorSpace::Default && !isReal);
+        VELTO_TRY(file_.Open(isOutput ? std::string() : file));
+        if (std::string_view(format->name) == "png")
+            encoder_ = MakePngEncoder(picture, file_);
+        else if (std::string_view(format->name) == "openexr")
+            encoder_ = MakeExrEncoder(picture, file_);
+        else
+            VELTO_TRY(MakeLibraryEncoder(picture, file_, encoder_));
+        picture_.emplace(std::move(picture));
         return {};
     }
 
     Result WriteRows(const float* rows, int rowCount) override
     {
-        if (!hasBegun_)
-            VELTO_TRY(Begin());
-        const std::size_t pixels = static_cast<std::size_t>(width_) * static_cast<std::size_t>(rowCount);
-        encoded_.resize(pixels * static_cast<std::size_t>(writtenChannels_));
-        const int colorChannels = channels_ == 2 ? 1 : std::min(channels_, 3);
-        float* to = encoded_.data();
-        for (std::size_t i = 0; i < pixels; ++i, rows += channels_)
-        {
-            for (int c = 0; c < writtenChannels_; ++c)
-                *to++ = isSrgb_ && c < colorChannels ? SrgbFromLinear(rows[c]) : rows[c];
-        }
-        if (!output_->write_scanlines(row_, row_ + rowCount, 0, OIIO::TypeDesc::FLOAT, encoded_.data()))
-            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file_, Reason()));
-        row_ += rowCount;
+        const std::size_t rowBytes = picture_->RowBytes();
+        const std::size_t waiting = waitingRows_ * rowBytes;
+        const auto count = static_cast<std::size_t>(rowCount);
+        stored_.resize(waiting + count * rowBytes);
+        const auto rowFloats =
+            static_cast<std::size_t>(picture_->layout.width) * static_cast<std::size_t>(picture_->layout.channels);
+        tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, 4), [&](const auto& range) {
+            for (std::size_t y = range.begin(); y < range.end(); ++y)
+                StoreRow(*picture_, rows + y * rowFloats, stored_.data() + waiting + y * rowBytes);
+        });
+        waitingRows_ += count;
+        rowsDone_ += rowCount;
+        const auto block = static_cast<std::size_t>(encoder_->BlockRows());
+        const std::size_t ready = rowsDone_ == picture_->layout.height ? waitingRows_ : waitingRows_ / block * block;
+        if (ready == 0)
+            return {};
+        VELTO_TRY(encoder_->WriteRows(stored_.data(), static_cast<int>(ready)));
+        waitingRows_ -= ready;
+        std::copy(stored_.begin() + static_cast<std::ptrdiff_t>(ready * rowBytes), stored_.end(), stored_.begin());
         return {};
     }
 
-    Result Finish() override
+    Result Complete() override
     {
-        if (!output_->close())
-            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file_, Reason()));
-        output_.reset();
-        std::error_code failure;
-        std::filesystem::rename(temporary_, file_, failure);
-        if (failure)
-            return Fault(error::kIllegalState, fmt::format("{} cannot be written: {}", file_, failure.message()));
-        temporary_.clear();
-        return {};
+        VELTO_TRY(encoder_->Finish());
+        return file_.Complete();
     }
 
 private:
-    static Result Fault(const Id& kind, std::string_view text) { return MakeError(kind, text); }
+    NewFile& File() override { return file_; }
 
-    std::string Reason() const
-    {
-        std::string reason = output_->geterror();
-        while (!reason.empty() && (reason.back() == '\n' || reason.back() == ' '))
-            reason.pop_back();
-        return reason.empty() ? "the disk may be full" : reason;
-    }
-
-    std::string file_;
-    std::filesystem::path temporary_;
-    std::unique_ptr<OIIO::ImageOutput> output_;
-    OIIO::ImageSpec spec_;
-    PixelDepth depth_ = PixelDepth::Default;
-    bool hasBegun_ = false;
-    std::vector<float> encoded_;
-    int width_ = 0;
-    int row_ = 0;
-    int channels_ = 0;
-    int writtenChannels_ = 0;
-    bool isSrgb_ = false;
+    NewFile file_;
+    std::optional<StoredPicture> picture_;
+    std::unique_ptr<PictureEncoder> encoder_; // goes before the file
+    std::vector<std::byte> stored_;           // rows that wait for their block to be full
+    std::size_t waitingRows_ = 0;
+    int rowsDone_ = 0;
 };
 
 } // namespace
 
-Result PictureWriter::Open(const std::string& file, int width, int height, int channels,
+std::size_t StoredPicture::RowBytes() const
+{
+    const std::size_t bytes = depth == PixelDepth::UInt8 ? 1 : depth == PixelDepth::Float ? 4 : 2;
+    return static_cast<std::size_t>(layout.width) * static_cast<std::size_t>(channels) * bytes;
+}
+
+Result PictureWriter::PutInPlace(std::span<const std::unique_ptr<PictureWriter>> writers)
+{
+    return Guarded([&]() -> Result {
+        std::vector<NewFile*> files;
+        for (const std::unique_ptr<PictureWriter>& writer : writers)
+            files.push_back(&writer->File());
+        return NewFile::PutInPlace(files);
+    });
+}
+
+Result PictureWriter::Open(const std::string& file, const std::string& format, const PictureLayout& layout,
     const PictureEncoding& encoding, std::unique_ptr<PictureWriter>& writer)
 {
     return Guarded([&]() -> Result {
         auto made = std::make_unique<Writer>();
-        VELTO_TRY(made->Open(file, width, height, channels, encoding));
+        VELTO_TRY(made->Open(file, format, layout, encoding));
         writer = std::move(made);
         return {};
     });

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -237,36 +238,40 @@ TEST_F(CommandTest, OutputThatCannotBeWrittenFails)
     EXPECT_EQ(1, WEXITSTATUS(status));
 }
 
-TEST_F(CommandTest, AnInterruptLeavesNoPartialFileAndKeepsTheOldOne)
+// Whatever it does, and without a trace.
+TEST_F(CommandTest, SignalsAndTheTimeLimitEndABakeAtOnce)
 {
     Write("kept.exr", "kept");
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0)
+    const std::size_t before =
+        static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder_), {}));
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, 0})
     {
-        if (chdir(folder_.c_str()) == 0 && std::freopen("err.txt", "w", stderr))
-            execl(VELTO_BUILD_DIR "/velto", "velto", "bake", "good.json", "-o", "kept.exr", "--size", "32768", nullptr);
-        _exit(127);
-    }
-    // Once it writes.
-    const auto isWriting = [&] {
-        for (const auto& entry : std::filesystem::directory_iterator(folder_))
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0)
         {
-            if (entry.path().string().find(".part") != std::string::npos)
-                return true;
+            const rlimit noCore{0, 0};
+            setrlimit(RLIMIT_CORE, &noCore);
+            if (chdir(folder_.c_str()) == 0 && std::freopen("err.txt", "w", stderr))
+                execl(VELTO_BUILD_DIR "/velto", "velto", "bake", "good.json", "-o", "kept.exr", "--size", "32768",
+                    "--time-limit", signal == 0 ? "0.4" : "1000", nullptr);
+            _exit(127);
         }
-        return false;
-    };
-    for (int i = 0; i < 500 && !isWriting(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_TRUE(isWriting());
-    kill(child, SIGINT);
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
-    EXPECT_EQ("velto: error: interrupted\n", ReadAll("err.txt"));
-    EXPECT_FALSE(isWriting());
-    EXPECT_EQ("kept", ReadAll("kept.exr"));
+        std::this_thread::sleep_for(std::chrono::milliseconds(signal == 0 ? 0 : 400));
+        if (signal != 0)
+            kill(child, signal);
+        int status = 0;
+        waitpid(child, &status, 0);
+        if (signal != 0)
+            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << signal << ' ' << status;
+        else
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+        EXPECT_EQ(
+            signal == 0 ? "velto: error: the time limit is over\n" : "velto: error: interrupted\n", ReadAll("err.txt"));
+        EXPECT_EQ("kept", ReadAll("kept.exr"));
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), static_cast<long>(before) + 1);
+        std::filesystem::remove(folder_ / "err.txt");
+    }
 }
 
 } // namespace

@@ -1,0 +1,47 @@
+// What a picture's file holds, and how.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace velto::host
+{
+
+enum class PixelDepth
+{
+    Default, // by format
+    UInt8,
+    UInt16,
+    Half,
+    Float,
+};
+
+enum class PictureColorSpace
+{
+    Default, // sRGB for 8- and 16-bit files, linear for float files
+    Srgb,
+    Linear,
+};
+
+// How values become what stands in a file.
+struct PictureEncoding
+{
+    PixelDepth depth = PixelDepth::Default;
+    PictureColorSpace colorSpace = PictureColorSpace::Default;
+};
+
+// What is written, and of which picture it is a part. Formats without a place for the whole write the part alone.
+struct PictureLayout
+{
+    int width = 0;
+    int height = 0;
+    int channels = 0;
+    int x = 0; // in the whole
+    int y = 0;
+    int wholeWidth = 0;
+    int wholeHeight = 0;
+    std::vector<std::pair<std::string, std::string>> attributes = {}; // names of at most 31 bytes; only exr has them
+};
+
+} // namespace velto::host
