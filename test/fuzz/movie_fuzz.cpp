@@ -4,6 +4,7 @@
 #include "host/decode/decoder.h"
 #include "host/decode/sandbox.h"
 #include "host/picture/reader.h"
+#include "host/system/allocator.h"
 #include "test/fuzz/targets.h"
 #include "test/support/picture_files.h"
 
@@ -19,6 +20,7 @@ using namespace velto;
 
 extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments)
 {
+    slots<SystemInterface> = host::SystemService(); // what texels lie in
     const std::filesystem::path last((*arguments)[*count - 1]);
     if (!std::filesystem::is_directory(last) || !std::filesystem::is_empty(last))
         return 0;

@@ -2,6 +2,7 @@
 // small files of all formats, to start from.
 #include "host/picture/reader.h"
 #include "host/picture/sampling.h"
+#include "host/system/allocator.h"
 #include "test/fuzz/targets.h"
 #include "test/support/picture_files.h"
 
@@ -77,6 +78,7 @@ void Read(const std::filesystem::path& file, const Way& way)
 
 extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments)
 {
+    velto::slots<velto::SystemInterface> = velto::host::SystemService(); // what texels lie in
     const std::filesystem::path last((*arguments)[*count - 1]);
     if (std::filesystem::is_directory(last) && std::filesystem::is_empty(last))
         velto::test::WriteSeeds(last);
