@@ -119,7 +119,10 @@ private:
         if (format != "tiff" || !picture_.isSrgb)
             spec.attribute("oiio:ColorSpace", picture_.isSrgb ? "sRGB" : "Linear");
         if (format == "jpeg")
+        {
             spec.attribute("Compression", "jpeg:95");
+            spec.attribute("jpeg:subsampling", "4:4:4");
+        }
         const std::string name = "picture." + picture_.suffix;
         if (!output_->set_ioproxy(&stream_))
             return Fault("the format writes no streams");
