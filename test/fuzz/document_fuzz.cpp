@@ -138,7 +138,7 @@ struct Pieces
         {
             if (!node.IsObject())
                 return false;
-            const auto member = [&](const char* key) { return node.Find(key) ? *node.Find(key) : Json(); };
+            const auto member = [&node = node](const char* key) { return node.Find(key) ? *node.Find(key) : Json(); };
             pieces.nodes.push_back({name, member("type"), member("arguments"), member("inputs").GetMembers()});
         }
         for (const auto& [name, value] : document.GetMembers())
