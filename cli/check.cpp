@@ -8,12 +8,16 @@ int Check(const CheckArguments& arguments, const Streams& streams)
     std::shared_ptr<host::Module> module;
     if (!LoadModule(arguments.module, streams, module))
         return kFailed;
+    GraphArguments asked = arguments.graph;
+    asked.warnsOutsideLimits = true;
     host::Graph graph;
-    if (!LoadGraph(arguments.graph, {}, module, streams, graph))
+    if (!LoadGraph(asked, {}, module, streams, graph))
         return kWrongInput;
     host::Diagnostics diagnostics;
     const std::vector<host::ShownPicture> pictures = host::LookForPictures(graph, diagnostics);
     PrintDiagnostics(streams, arguments.graph.file, diagnostics);
+    if (streams.isStrict && diagnostics.HasWarnings())
+        return kWrongInput;
     return HasMemory(arguments.graph, graph, pictures, streams) ? kSuccess : kFailed;
 }
 

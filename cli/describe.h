@@ -13,6 +13,10 @@ host::Json DescribeCoreNode(const std::string& id, const host::NodeType& type);
 host::Json DescribeNode(const host::NodeType& type);
 
 // A few lines for people.
-std::string DescribeForPeople(const host::NodeType& type);
+// For a terminal of so many columns; 0: lines are as long as they are.
+std::string DescribeForPeople(const host::NodeType& type, std::size_t width);
+
+// The words on lines that are indented and, where there is a width, no longer than that.
+std::string Wrapped(std::string_view text, std::size_t indent, std::size_t width);
 
 } // namespace velto::cli

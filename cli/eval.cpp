@@ -1,11 +1,55 @@
 #include "eval.h"
 
-#include "host/bake/samples.h"
+#include "bake.h"
 
+#include "host/bake/samples.h"
+#include "host/graph/values.h"
+#include "host/registry/datatypes.h"
+#include "velto/porttypes.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <ostream>
 
 namespace velto::cli
 {
+
+namespace
+{
+
+// The list of one sample: what a bake of that size computes for a pixel.
+bool ReadPixel(const EvalArguments& arguments, const Streams& streams, host::Json& samples)
+{
+    host::BakeView view;
+    if (!ParseSize(arguments.size, view.width, view.height))
+    {
+        PrintError(streams,
+            fmt::format("--size {}: expected N or WxH, each from 1 to {}", arguments.size, host::kMaxPictureSide));
+        return false;
+    }
+    host::BakeWindow pixel;
+    if (!ParseCrop(arguments.pixel + ",1x1", pixel) || pixel.x >= view.width || pixel.y >= view.height)
+    {
+        PrintError(
+            streams, fmt::format("--pixel {}: expected X,Y inside {}x{}", arguments.pixel, view.width, view.height));
+        return false;
+    }
+    ShadingContext context;
+    host::FillContext(view, pixel.x + 0.5, pixel.y + 0.5, context);
+    samples = host::Json::Array();
+    samples.Append(host::WriteValue(host::TypeOf<ShadingContext>(), &context));
+    return true;
+}
+
+bool HasMessages(const host::Json& results)
+{
+    const auto& entries = results.Find("results")->Elements();
+    return std::any_of(
+        entries.begin(), entries.end(), [](const host::Json& entry) { return entry.Find("messages") != nullptr; });
+}
+
+} // namespace
 
 int Eval(const EvalArguments& arguments, const Streams& streams)
 {
@@ -24,6 +68,8 @@ int Eval(const EvalArguments& arguments, const Streams& streams)
     std::shared_ptr<host::Module> module;
     if (!LoadModule(arguments.module, streams, module))
         return kFailed;
+    if (!arguments.pixel.empty() && !ReadPixel(arguments, streams, samples))
+        return kWrongInput;
     host::Graph graph;
     if (!LoadGraph(arguments.graph, host::VariableInputs(samples), module, streams, graph) ||
         !HasOutputs(arguments.graph, graph, streams))
@@ -36,7 +82,7 @@ int Eval(const EvalArguments& arguments, const Streams& streams)
         return kWrongInput;
     }
     streams.out << results.Write(true) << '\n';
-    return anyFailed ? kFailed : kSuccess;
+    return anyFailed || (streams.isStrict && HasMessages(results)) ? kFailed : kSuccess;
 }
 
 } // namespace velto::cli

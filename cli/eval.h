@@ -11,6 +11,8 @@ struct EvalArguments
     ModuleOptions module;
     GraphArguments graph;
     std::string samples; // file, `-` for standard input; empty: one sample in the middle
+    std::string pixel;   // X,Y; the sample is this one
+    std::string size = "1024";
     bool counts = false;
 };
 

@@ -12,6 +12,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <iostream>
 
 namespace velto::cli
@@ -47,9 +49,72 @@ void AddGraph(CLI::App& command, GraphArguments& arguments)
         ->check(CLI::Range(1, 1 << 20))
         ->envname("VELTO_MEMORY");
     command
-        .add_option("--set", arguments.settings, "gives an input a value: NODE.PORT=VALUE, VALUE being JSON or a word")
-        ->type_name("NODE.PORT=VALUE")
+        .add_option("--library", arguments.libraries,
+            "where documents are that go by their names; VELTO_LIBRARY names further directories")
+        ->type_name("DIR")
         ->allow_extra_args(false);
+    command.add_option("--preset", arguments.presets, "gives the parameters a preset's values")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
+    command
+        .add_option("--set", arguments.settings,
+            "gives an input or a parameter a value, after the presets: NODE.PORT=VALUE or NAME=VALUE, VALUE being JSON "
+            "or a word")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    command
+        .add_option("--files", arguments.files,
+            "what a document may read: any file, or those below its directory, the search paths and the libraries; "
+            "default any, below for a document from standard input")
+        ->check(CLI::IsMember({"any", "below"}));
+}
+
+// What every command takes.
+void AddCommon(CLI::App& command, Streams& streams)
+{
+    command.add_flag("--strict", streams.isStrict, "warnings are errors");
+    auto* const quiet = command.add_flag("--quiet", streams.isQuiet, "says nothing but errors");
+    command.add_flag("--verbose", streams.isVerbose, "says what is read")->excludes(quiet);
+    const CLI::Validator notEmpty(
+        [](const std::string& text) { return text.empty() ? std::string("expected a value, got an empty text") : ""; },
+        "");
+    for (CLI::Option* const option : command.get_options())
+    {
+        if (option->get_items_expected_max() > 0)
+            option->check(notEmpty);
+    }
+}
+
+// What a command line that cannot be read may have meant.
+std::string Meant(const CLI::App& app, int argc, char** argv)
+{
+    const auto names = [](const CLI::App& command) {
+        std::vector<std::string> known;
+        for (const CLI::Option* const option : command.get_options())
+        {
+            for (const std::string& name : option->get_lnames())
+                known.push_back("--" + name);
+        }
+        return known;
+    };
+    const CLI::App* command = nullptr;
+    std::vector<std::string> commands;
+    for (const CLI::App* const each : app.get_subcommands([](const CLI::App*) { return true; }))
+    {
+        commands.push_back(each->get_name());
+        if (argc > 1 && each->get_name() == argv[1])
+            command = each;
+    }
+    if (!command && argc > 1 && argv[1][0] != '-')
+        return fmt::format("there is no command \"{}\"{}", argv[1], host::Suggestion(argv[1], commands));
+    const std::vector<std::string> known = names(command ? *command : app);
+    for (int i = 1; i < argc; ++i)
+    {
+        const std::string_view given = std::string_view(argv[i]).substr(0, std::string_view(argv[i]).find('='));
+        if (given.starts_with("--") && given.size() > 2 && std::find(known.begin(), known.end(), given) == known.end())
+            return fmt::format("there is no option \"{}\"{}", given, host::Suggestion(given, known));
+    }
+    return {};
 }
 
 void AddBake(CLI::App& app, BakeArguments& a)
@@ -68,7 +133,12 @@ void AddBake(CLI::App& app, BakeArguments& a)
         ->type_name("A-B")
         ->excludes(frame);
     bake->add_option("--fps", a.framesPerSecond, "frames a second")
-        ->check(CLI::Range(1e-6, 1e6))
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                const double rate = std::strtod(text.c_str(), nullptr);
+                return rate >= 1e-6 && rate <= 1e6 ? "" : text + " is not in range [1e-06 - 1e+06]";
+            },
+            "FLOAT in [1e-06 - 1e+06]"))
         ->capture_default_str();
     bake->add_option("--threads", a.threads, "threads; default: all")->check(CLI::Range(1, 1024));
     bake->add_option("--supersample", a.supersample, "N x N samples a pixel, each filtered for its share of it")
@@ -99,11 +169,16 @@ int Main(int argc, char** argv)
     AddModule(*evalCommand, eval.module);
     evalCommand->add_option("--samples", eval.samples, "the samples, a JSON file, or - for standard input")
         ->type_name("FILE");
+    evalCommand->add_option("--pixel", eval.pixel, "the sample of this pixel, as a bake has it; y counts from the top")
+        ->type_name("X,Y")
+        ->excludes("--samples");
+    evalCommand->add_option("--size", eval.size, "of the picture with that pixel: N or WxH")->capture_default_str();
     evalCommand->add_flag("--counts", eval.counts, "how often each node was evaluated");
 
     NodesArguments nodes;
     CLI::App* const nodesCommand = app.add_subcommand("nodes", "lists the nodes, or describes one");
-    nodesCommand->add_option("ID", nodes.id, "the node to describe");
+    nodesCommand->add_option("ID", nodes.words, "the node to describe, a document, or words to look for")
+        ->type_name("");
     AddModule(*nodesCommand, nodes.module);
     nodesCommand->add_flag("--core", nodes.core, "core nodes instead of described nodes");
     nodesCommand->add_flag("--json", nodes.json, "JSON");
@@ -124,13 +199,18 @@ int Main(int argc, char** argv)
     AddModule(*moduleCommand, module.module);
     moduleCommand->add_flag("--json", module.json, "JSON");
 
+    std::atomic<std::size_t> warnings = 0;
+    Streams streams{std::cout, std::cerr, isatty(STDERR_FILENO) != 0};
+    streams.warnings = &warnings;
     double timeLimit = 0.0;
-    for (CLI::App* const command : app.get_subcommands({}))
-        command->add_option("--time-limit", timeLimit, "ends the command with status 1 after this time")
+    for (CLI::App* const each : app.get_subcommands([](const CLI::App*) { return true; }))
+    {
+        AddCommon(*each, streams);
+        each->add_option("--time-limit", timeLimit, "ends the command with status 1 after this time")
             ->type_name("SECONDS")
             ->check(CLI::Range(1e-3, 1e9));
-
-    const Streams streams{std::cout, std::cerr, isatty(STDERR_FILENO) != 0};
+    }
+    const HostOutput output(streams);
     try
     {
         app.parse(argc, argv);
@@ -139,7 +219,8 @@ int Main(int argc, char** argv)
     {
         if (failure.get_exit_code() == 0)
             return app.exit(failure); // help and version
-        PrintError(streams, failure.what());
+        const std::string meant = Meant(app, argc, argv);
+        PrintError(streams, meant.empty() ? failure.what() : meant);
         return kWrongInput;
     }
 
@@ -160,6 +241,8 @@ int Main(int argc, char** argv)
         status = Inspect(inspect, streams);
     else if (command == moduleCommand)
         status = Module(module, streams);
+    if (status == kSuccess && streams.isStrict && warnings > 0)
+        status = kFailed;
     std::cout.flush();
     if (!std::cout && status == kSuccess)
     {

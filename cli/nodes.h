@@ -9,7 +9,8 @@ namespace velto::cli
 struct NodesArguments
 {
     ModuleOptions module;
-    std::string id; // empty: all
+    std::vector<std::string> words; // a node's id, a document, or words to look for; empty: all
+    std::vector<std::string> libraries;
     bool core = false;
     bool json = false;
 };

@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <ostream>
 
@@ -33,25 +35,84 @@ std::filesystem::path HomeDirectory()
     return isInstalled ? installed : beside;
 }
 
+// The directories that a variable of the environment names, with colons between them.
+void AddFromEnvironment(const char* variable, std::vector<std::string>& directories)
+{
+    const char* const value = std::getenv(variable);
+    std::string_view left = value ? value : "";
+    while (!left.empty())
+    {
+        const std::size_t end = std::min(left.find(':'), left.size());
+        if (end > 0)
+            directories.emplace_back(left.substr(0, end));
+        left.remove_prefix(std::min(end + 1, left.size()));
+    }
+}
+
+// Where the files are that a document names, and which of them may be read.
+void PlacesOf(const GraphArguments& arguments, host::GraphOptions& options)
+{
+    const bool isFile = arguments.file != "-";
+    options.file = isFile ? arguments.file : std::string();
+    options.searchPaths = arguments.searchPaths;
+    options.libraries = arguments.libraries;
+    AddFromEnvironment("VELTO_SEARCH_PATH", options.searchPaths);
+    AddFromEnvironment("VELTO_LIBRARY", options.libraries);
+    // Files are also looked for beside the document.
+    if (isFile)
+        options.searchPaths.push_back(std::filesystem::absolute(arguments.file).parent_path().string());
+    if (arguments.files == "any" || (arguments.files.empty() && isFile))
+        return host::ReadAnywhere();
+    std::vector<std::filesystem::path> directories(options.searchPaths.begin(), options.searchPaths.end());
+    directories.insert(directories.end(), options.libraries.begin(), options.libraries.end());
+    if (!isFile)
+        directories.push_back(std::filesystem::current_path());
+    host::ReadOnlyBelow(directories);
+}
+
 } // namespace
 
 void PrintError(const Streams& streams, std::string_view text)
 {
-    streams.err << "velto: error: " << text << '\n';
+    streams.err << "velto: error: " << host::Escaped(text) << '\n';
 }
 
 void PrintWarning(const Streams& streams, std::string_view text)
 {
-    streams.err << "velto: warning: " << text << '\n';
+    if (streams.warnings)
+        ++*streams.warnings;
+    if (streams.isStrict)
+        PrintError(streams, text);
+    else if (!streams.isQuiet)
+        streams.err << "velto: warning: " << host::Escaped(text) << '\n';
+}
+
+void PrintNote(const Streams& streams, std::string_view text)
+{
+    if (streams.isVerbose)
+        streams.err << "velto: " << host::Escaped(text) << '\n';
+}
+
+HostOutput::HostOutput(const Streams& streams)
+{
+    host::SetOutputHandler([&streams](host::OutputChannel channel, LogTarget, std::string_view line) {
+        if (channel == host::OutputChannel::Message)
+            PrintWarning(streams, line);
+        else
+            streams.err << host::Escaped(line) << '\n';
+    });
 }
 
 void PrintDiagnostics(const Streams& streams, const std::string& file, const host::Diagnostics& diagnostics)
 {
     for (const host::Diagnostic& diagnostic : diagnostics.All())
     {
-        const std::string line = diagnostic.place.empty()
-                                     ? fmt::format("{}: {}", file, diagnostic.text)
-                                     : fmt::format("{}: {}: {}", file, diagnostic.place, diagnostic.text);
+        std::string line = diagnostic.file.empty() ? file : diagnostic.file;
+        if (!diagnostic.place.empty())
+            line += ": " + diagnostic.place;
+        line += ": " + diagnostic.text;
+        if (!diagnostic.usedBy.empty())
+            line += fmt::format(" (used by {})", diagnostic.usedBy);
         if (diagnostic.isWarning)
             PrintWarning(streams, line);
         else
@@ -75,10 +136,9 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
 {
     host::GraphOptions options;
     options.renderMode.value = arguments.renderMode;
-    options.searchPaths = arguments.searchPaths;
-    // Files are also looked for beside the document.
-    if (arguments.file != "-")
-        options.searchPaths.push_back(std::filesystem::absolute(arguments.file).parent_path().string());
+    options.presets = arguments.presets;
+    options.warnsOutsideLimits = arguments.warnsOutsideLimits;
+    PlacesOf(arguments, options);
     options.variable = variable;
     options.outputs = {arguments.outputs.begin(), arguments.outputs.end()};
     if (arguments.memory > 0)
@@ -89,16 +149,25 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
         host::Setting setting;
         if (!host::ParseSetting(text, setting))
         {
-            PrintError(streams, fmt::format("--set {}: expected NODE.PORT=VALUE", text));
+            PrintError(streams, fmt::format("--set {}: expected NODE.PORT=VALUE or PARAMETER=VALUE", text));
             return false;
         }
         options.settings.push_back(std::move(setting));
     }
     host::Diagnostics diagnostics;
     std::string text;
-    const bool isGood = host::ReadFile(arguments.file, host::JsonLimits().bytes, text, diagnostics) &&
-                        host::LoadGraph(text, module, options, diagnostics, graph);
+    bool isGood = host::ReadFile(arguments.file, host::JsonLimits().bytes, text, diagnostics) &&
+                  host::LoadGraph(text, module, options, diagnostics, graph);
+    isGood = isGood && !(streams.isStrict && diagnostics.HasWarnings());
     PrintDiagnostics(streams, arguments.file, diagnostics);
+    if (isGood)
+    {
+        for (const std::string& file : graph.document.files)
+            PrintNote(streams, fmt::format("{} uses {}", arguments.file, file));
+        PrintNote(streams,
+            fmt::format("{}: {} nodes, {} core nodes, {} outputs", arguments.file, graph.document.nodeNames.size(),
+                graph.document.graph.nodes.size(), graph.document.graph.outputs.size()));
+    }
     return isGood;
 }
 

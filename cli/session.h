@@ -3,6 +3,7 @@
 
 #include "host/host.h"
 
+#include <atomic>
 #include <iosfwd>
 
 namespace velto::cli
@@ -13,6 +14,10 @@ struct Streams
     std::ostream& out; // results, and nothing but results
     std::ostream& err;
     bool isErrTerminal = false;
+    bool isStrict = false; // warnings are errors
+    bool isQuiet = false;  // errors only
+    bool isVerbose = false;
+    std::atomic<std::size_t>* warnings = nullptr; // counts them
 };
 
 enum Exit : int
@@ -22,11 +27,22 @@ enum Exit : int
     kWrongInput = 2 // the command line or a document is wrong
 };
 
-// One line: `velto: error: ...`.
+// One line: `velto: error: ...`. What would break it or a terminal is escaped.
 void PrintError(const Streams& streams, std::string_view text);
 void PrintWarning(const Streams& streams, std::string_view text);
+void PrintNote(const Streams& streams, std::string_view text); // where much is wanted
 
-// A line for each: `velto: error: FILE: PLACE: TEXT`.
+// While it lives, what the host says goes to the command's streams.
+class HostOutput
+{
+public:
+    explicit HostOutput(const Streams& streams);
+    ~HostOutput() { host::SetOutputHandler({}); }
+    HostOutput(const HostOutput&) = delete;
+    HostOutput& operator=(const HostOutput&) = delete;
+};
+
+// A line for each: `velto: error: FILE: PLACE: TEXT`, and who uses the file where it is not the one asked for.
 void PrintDiagnostics(const Streams& streams, const std::string& file, const host::Diagnostics& diagnostics);
 
 struct ModuleOptions
@@ -42,10 +58,14 @@ struct GraphArguments
     std::string file;
     int renderMode = 0;
     std::vector<std::string> searchPaths;
-    std::vector<std::string> settings; // NODE.PORT=VALUE
-    std::vector<std::string> outputs;  // that are wanted; empty: all
-    int textureMemory = 2048;          // megabytes
-    int memory = 0;                    // megabytes; 0: most of what there is
+    std::vector<std::string> libraries;
+    std::vector<std::string> presets;
+    std::vector<std::string> settings; // NODE.PORT=VALUE or PARAMETER=VALUE
+    std::string files;                 // any or below; empty: as the document comes
+    bool warnsOutsideLimits = false;
+    std::vector<std::string> outputs; // that are wanted; empty: all
+    int textureMemory = 2048;         // megabytes
+    int memory = 0;                   // megabytes; 0: most of what there is
 };
 
 // Reads a graph with its settings; errors are printed, and warnings.

@@ -20,5 +20,7 @@
 #include "host/loader/module.h"
 #include "host/runtime/graph.h"
 #include "host/runtime/sampler.h"
+#include "host/system/fileaccess.h"
 #include "host/system/memory.h"
+#include "host/system/output.h"
 #include "host/text/url.h"

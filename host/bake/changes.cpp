@@ -16,27 +16,32 @@ ChangeableInputs::ChangeableInputs(const CoreGraph& graph)
     }
     for (const CoreOutput& output : graph.outputs)
         Add(output.source);
+    for (const CoreParameter& parameter : graph.parameters)
+        inputs_[parameter.name] = {parameter.type, parameter.values};
 }
 
 void ChangeableInputs::Add(const CoreInput& input)
 {
     if (!input.origin.empty() && !input.value.IsEmpty())
-        types_[input.origin] = input.value.Type();
+        inputs_[input.origin] = {input.value.Type(), input.values};
 }
 
 bool ChangeableInputs::HasPrefix(const std::string& prefix) const
 {
-    const auto at = types_.lower_bound(prefix);
-    return at != types_.end() && at->first.starts_with(prefix);
+    const auto at = inputs_.lower_bound(prefix);
+    return at != inputs_.end() && at->first.starts_with(prefix);
 }
 
 void ChangeableInputs::Read(const std::string& origin, const Json& json, const std::string& place,
     Diagnostics& diagnostics, std::vector<InputChange>& changes) const
 {
-    if (const auto found = types_.find(origin); found != types_.end())
+    if (const auto found = inputs_.find(origin); found != inputs_.end())
     {
         InputChange change{origin, {}};
-        if (ReadValue(json, found->second, place, diagnostics, change.value))
+        const std::string_view known = found->second.values && json.IsString()
+                                           ? FindValue(json.AsString(), *found->second.values)
+                                           : std::string_view();
+        if (ReadValue(known.empty() ? json : Json(known), found->second.type, place, diagnostics, change.value))
             changes.push_back(std::move(change));
         return;
     }
@@ -59,7 +64,7 @@ void ChangeableInputs::Read(const std::string& origin, const Json& json, const s
     else
     {
         std::vector<std::string> names;
-        for (const auto& [name, type] : types_)
+        for (const auto& [name, input] : inputs_)
             names.push_back(name);
         diagnostics.Fault(place, "the document gives no value for this input" + Suggestion(origin, names));
     }

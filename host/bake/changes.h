@@ -24,8 +24,8 @@ class ChangeableInputs
 public:
     explicit ChangeableInputs(const CoreGraph& graph);
 
-    // Reads a new value for `NODE.PORT`, for an element or a member of it, or for all its elements; a list keeps its
-    // length. Faults at `place` when there is no such value, or it cannot take this one.
+    // Reads a new value for a parameter, for `NODE.PORT`, for an element or a member of it, or for all its elements; a
+    // list keeps its length. Faults at `place` when there is no such value, or it cannot take this one.
     void Read(const std::string& origin, const Json& json, const std::string& place, Diagnostics& diagnostics,
         std::vector<InputChange>& changes) const;
 
@@ -33,7 +33,13 @@ private:
     void Add(const CoreInput& input);
     bool HasPrefix(const std::string& prefix) const;
 
-    std::map<std::string, const DataType*> types_;
+    struct Changeable
+    {
+        const DataType* type = nullptr;
+        const std::vector<std::string>* values = nullptr; // what an enumeration knows
+    };
+
+    std::map<std::string, Changeable> inputs_; // by origin
 };
 
 } // namespace velto::host

@@ -53,12 +53,12 @@ class Listener
 public:
     Listener()
     {
-        SetOutputHandler([this](OutputChannel channel, LogTarget, std::string_view line) {
+        before_ = SetOutputHandler([this](OutputChannel channel, LogTarget, std::string_view line) {
             Json& list = channel == OutputChannel::Log ? log : channel == OutputChannel::Message ? messages : stops;
             list.Append(Json(line));
         });
     }
-    ~Listener() { SetOutputHandler({}); }
+    ~Listener() { SetOutputHandler(std::move(before_)); }
 
     void MoveTo(Json& result)
     {
@@ -72,6 +72,7 @@ public:
     }
 
 private:
+    OutputHandler before_;
     Json log = Json::Array();
     Json messages = Json::Array();
     Json stops = Json::Array();
@@ -91,7 +92,11 @@ Json DescribeCounts(const Program& program, const std::vector<std::string>& name
 {
     std::map<std::string_view, UInt> sums;
     for (std::size_t i = 0; i < counts.size(); ++i)
-        sums[program.nodeNames[i]] += counts[i];
+    {
+        // What is inside a document counts for the node that it is.
+        const std::string_view name = program.nodeNames[i];
+        sums[name.substr(0, name.find('/'))] += counts[i];
+    }
     Json json = Json::Object();
     for (const std::string& name : names)
         json.Add(name, Json(sums[name]));

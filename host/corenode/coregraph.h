@@ -25,6 +25,8 @@ struct CoreInput
     Data value;            // of a function-valued port: a value of what the function yields
     bool connected = true; // whether the node sees the input as connected
     std::string origin;    // the name by which `Setup::Set` finds the value; empty: it cannot be set
+    // What an enumeration knows, for those who set the value; null: anything.
+    const std::vector<std::string>* values = nullptr;
 };
 
 struct CoreNode
@@ -44,10 +46,19 @@ struct CoreOutput
     const DataType* type = nullptr; // what it is converted to; null: nothing else than it is
 };
 
+// A name that stands for the values of many inputs, which may differ in type.
+struct CoreParameter
+{
+    std::string name;
+    const DataType* type = nullptr;
+    const std::vector<std::string>* values = nullptr;
+};
+
 struct CoreGraph
 {
     std::vector<CoreNode> nodes;
     std::vector<CoreOutput> outputs;
+    std::vector<CoreParameter> parameters; // each is the origin of its values
 };
 
 } // namespace velto::host

@@ -92,6 +92,7 @@ Result NodeCatalog::MakeCore(
             port.input && found != coreDescriptions_.end())
         {
             made.values = found->second->values;
+            made.hasFallback = found->second->hasFallback;
             if (!FunctionResultType(port.type.Get()) && found->second->defaultValue.Type() == port.type.Get())
                 ThrowIfError(made.defaultValue.CopyFrom(found->second->defaultValue));
         }
@@ -101,30 +102,40 @@ Result NodeCatalog::MakeCore(
     return {};
 }
 
+bool NodeCatalog::Knows(const std::string& name) const
+{
+    return byName_.contains(name) || FindEntry(registry::kCoreNodes.View(), name);
+}
+
+const NodeType* NodeCatalog::FindCore(
+    const std::string& id, const NodeArguments& arguments, const std::string& place, Diagnostics& diagnostics)
+{
+    if (const auto known = core_.find({id, arguments.key}); known != core_.end())
+        return known->second.get();
+    std::shared_ptr<const NodeType> type;
+    if (const Result made = MakeCore(id, arguments.values, type); made.IsError())
+    {
+        ThrowIfOutOfMemory(made);
+        diagnostics.Fault(arguments.values ? arguments.place : place, made.Message());
+        return nullptr;
+    }
+    constexpr std::size_t kMostPorts = 1'000'000;
+    if (!arguments.key.empty() && (portsMade_ += type->ports.size()) > kMostPorts)
+    {
+        diagnostics.Fault(
+            arguments.place, fmt::format("the nodes' arguments ask for more than {} ports in all", kMostPorts));
+        return nullptr;
+    }
+    return core_.emplace(std::pair(id, arguments.key), std::move(type)).first->second.get();
+}
+
 const NodeType* NodeCatalog::Find(
     const std::string& name, const NodeArguments& arguments, const std::string& place, Diagnostics& diagnostics)
 {
-    if (const auto known = core_.find({name, arguments.key}); known != core_.end())
-        return known->second.get();
-    if (FindEntry(registry::kCoreNodes.View(), name))
-    {
-        std::shared_ptr<const NodeType> type;
-        if (const Result made = MakeCore(name, arguments.values, type); made.IsError())
-        {
-            ThrowIfOutOfMemory(made);
-            diagnostics.Fault(arguments.values ? arguments.place : place, made.Message());
-            return nullptr;
-        }
-        constexpr std::size_t kMostPorts = 1'000'000;
-        if (!arguments.key.empty() && (portsMade_ += type->ports.size()) > kMostPorts)
-        {
-            diagnostics.Fault(
-                arguments.place, fmt::format("the nodes' arguments ask for more than {} ports in all", kMostPorts));
-            return nullptr;
-        }
-        return core_.emplace(std::pair(name, arguments.key), std::move(type)).first->second.get();
-    }
+    // A described node goes first where a core node's id is a plain word, too.
     const auto found = byName_.find(name);
+    if (FindEntry(registry::kCoreNodes.View(), name) && (found == byName_.end() || name.find('.') != name.npos))
+        return FindCore(name, arguments, place, diagnostics);
     if (found == byName_.end())
     {
         diagnostics.Fault(

@@ -29,11 +29,19 @@ public:
     const NodeType* Find(
         const std::string& name, const NodeArguments& arguments, const std::string& place, Diagnostics& diagnostics);
 
+    // Whether a type may go by that name, a fault or not.
+    bool Knows(const std::string& name) const;
+
+    // A core node's type, by id only.
+    const NodeType* FindCore(
+        const std::string& id, const NodeArguments& arguments, const std::string& place, Diagnostics& diagnostics);
+
     // A core node as it is without construction arguments. Null when there is none of that id.
     std::shared_ptr<const NodeType> Core(const std::string& id) const;
 
-private:
     std::vector<std::string> Names() const;
+
+private:
     Result MakeCore(
         const std::string& id, const DataDictionary& arguments, std::shared_ptr<const NodeType>& type) const;
 

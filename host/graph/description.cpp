@@ -38,6 +38,7 @@ public:
         type_->label = Text("label");
         type_->category = Text("category");
         type_->help = Text("help");
+        type_->keywords = OptionalText(json_, "keywords");
         ReadNodes();
         if (!diagnostics_.HasFaults())
             ReadPorts();
@@ -267,6 +268,8 @@ private:
         const Json* const values = json.Find("values");
         if (!values)
             return;
+        const Json* const fallback = json.Find("fallback");
+        port.hasFallback = !fallback || fallback->AsBool();
         for (const Json& value : values->Elements())
         {
             const std::string id = OptionalText(value, "id");

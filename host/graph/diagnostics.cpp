@@ -1,6 +1,7 @@
 #include "diagnostics.h"
 
 #include <fmt/format.h>
+#include <utf8proc.h>
 
 #include <algorithm>
 #include <cctype>
@@ -74,25 +75,40 @@ std::string Suggestion(std::string_view word, const std::vector<std::string>& ca
     return nearest.empty() ? std::string() : fmt::format("; did you mean \"{}\"?", nearest);
 }
 
+std::string Escaped(std::string_view text)
+{
+    std::string escaped;
+    const auto* at = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    auto left = static_cast<utf8proc_ssize_t>(text.size());
+    while (left > 0)
+    {
+        utf8proc_int32_t code = 0;
+        const utf8proc_ssize_t taken = utf8proc_iterate(at, left, &code);
+        if (taken <= 0)
+            escaped += fmt::format("\\x{:02x}", *at);
+        else if (code < 0x20 || code == 0x7f)
+            escaped += fmt::format("\\x{:02x}", code);
+        else if ((code >= 0x80 && code < 0xa0) || code == 0x200e || code == 0x200f ||
+                 (code >= 0x2028 && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069))
+            escaped += fmt::format("\\u{:04x}", code);
+        else
+            escaped.append(reinterpret_cast<const char*>(at), static_cast<std::size_t>(taken));
+        at += std::max<utf8proc_ssize_t>(taken, 1);
+        left -= std::max<utf8proc_ssize_t>(taken, 1);
+    }
+    return escaped;
+}
+
 std::string Printable(std::string_view text)
 {
     constexpr std::size_t kLongest = 200;
-    std::string printable;
-    for (const char c : text.substr(0, kLongest))
-    {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-            printable += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
-        else
-            printable += c;
-    }
-    if (text.size() > kLongest)
-    {
-        // Not in the middle of a character.
-        while (!printable.empty() && (static_cast<unsigned char>(printable.back()) & 0x80) != 0)
-            printable.pop_back();
-        printable += "...";
-    }
-    return printable;
+    if (text.size() <= kLongest)
+        return Escaped(text);
+    // Not in the middle of a character.
+    std::size_t end = kLongest;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80)
+        --end;
+    return Escaped(text.substr(0, end)) + "...";
 }
 
 } // namespace velto::host

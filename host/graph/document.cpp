@@ -1,9 +1,14 @@
 #include "document.h"
 
+#include "documentlibrary.h"
 #include "documentscope.h"
 #include "material.h"
+#include "values.h"
 
+#include "host/registry/datatypes.h"
 #include "host/registry/reflection.h"
+#include "host/system/guard.h"
+#include "velto/porttypes.h"
 
 #include <fmt/format.h>
 
@@ -15,12 +20,57 @@ namespace velto::host
 namespace
 {
 
-void AddOutput(DocumentScope& scope, const std::string& name, CorePort link)
+// Where the value of an output comes from: a link, or a layer, which is no more than its type.
+bool ReadOutputSource(DocumentScope& scope, const Json& json, const std::string& place, CoreOutput& output)
 {
-    CoreOutput output;
-    output.name = name;
-    output.source.link = std::move(link);
-    scope.document.graph.outputs.push_back(std::move(output));
+    const Json* const from = json.IsObject() ? json.Find("from") : &json;
+    if (!from || !from->IsString())
+    {
+        scope.diagnostics.Fault(place, fmt::format("expected \"NODE.PORT\", got {}", json.Description()));
+        return false;
+    }
+    const NodePort* port = nullptr;
+    CorePort link;
+    std::size_t node = 0;
+    if (!FindOutput(scope, from->AsString(), place, port, link, node))
+        return false;
+    if (port->type.Get() == LayerType())
+        ThrowIfError(output.source.value.Set(LayerType(), nullptr));
+    else
+        output.source.link = std::move(link);
+    scope.outputTypes.push_back(port->type);
+    return true;
+}
+
+void ReadEncoding(DocumentScope& scope, const Json& json, const std::string& place, const std::string& name)
+{
+    CheckKeys(scope, json, place, {"from", "encoding", "depth", "colorspace"});
+    OutputEncoding encoding;
+    const auto choose = [&](const char* member, const std::vector<std::string>& known, std::string& chosen) {
+        const Json* const given = json.Find(member);
+        if (!given)
+            return;
+        if (given->IsString() && std::find(known.begin(), known.end(), given->AsString()) != known.end())
+            chosen = given->AsString();
+        else
+            scope.diagnostics.Fault(Join(place, member),
+                fmt::format("expected one of {}, got {}", fmt::join(known, ", "), given->Description()));
+    };
+    choose("encoding", {"color", "data", "normal"}, encoding.encoding);
+    choose("depth", {"uint8", "uint16", "half", "float"}, encoding.depth);
+    choose("colorspace", {"srgb", "linear"}, encoding.colorSpace);
+    const DataType* const type = scope.outputTypes.back().Get();
+    if (encoding.encoding == "normal" && type != TypeOf<Vector>() && type != TypeOf<Color>() &&
+        type != TypeOf<ColorA>())
+        scope.diagnostics.Fault(place + ".encoding", fmt::format("a {} is no normal", TypeName(type)));
+    scope.document.encodings.emplace(name, std::move(encoding));
+}
+
+// Whether a member of the outputs is a remark, and not an output of that name.
+bool IsCommentOfOutputs(const DocumentScope& scope, const std::string& name, const Json& json)
+{
+    return IsComment(name, json) &&
+           !(json.IsString() && scope.indexOf.contains(json.AsString().substr(0, json.AsString().find('.'))));
 }
 
 void ReadOutputs(DocumentScope& scope, const Json* outputs)
@@ -31,28 +81,25 @@ void ReadOutputs(DocumentScope& scope, const Json* outputs)
         return scope.diagnostics.Fault("outputs", fmt::format("expected an object, got {}", outputs->Description()));
     if (outputs->GetMembers().empty())
         scope.diagnostics.Fault("outputs", "is empty; a graph has at least one output");
-    if (outputs->GetMembers().size() > scope.limits.elements)
-        return scope.diagnostics.Fault("outputs",
-            fmt::format("{} outputs; at most {} are taken", outputs->GetMembers().size(), scope.limits.elements));
+    if (!HasFewElements(scope, *outputs, "outputs"))
+        return;
     for (const auto& [name, json] : outputs->GetMembers())
     {
         if (scope.diagnostics.IsFull())
             return;
+        if (IsCommentOfOutputs(scope, name, json))
+            continue;
         const std::string place = Join("outputs", name);
-        const NodePort* port = nullptr;
-        CorePort link;
-        std::size_t node = 0;
-        if (name.empty())
-            scope.diagnostics.Fault("outputs", "an output has a name");
-        if (!json.IsString())
-            scope.diagnostics.Fault(place, fmt::format("expected \"NODE.PORT\", got {}", json.Description()));
-        else if (FindOutput(scope, json.AsString(), place, port, link, node))
-        {
-            if (port->type.Get() == LayerType())
-                scope.diagnostics.Fault(place, "a BSDF layer is no output; it goes into material.bsdflayers");
-            else
-                AddOutput(scope, name, std::move(link));
-        }
+        if (!IsName(name, ".-"))
+            scope.diagnostics.Fault(place, "a name is letters, digits and _, not starting with a digit, with . and - "
+                                           "allowed inside, and at most 256 long");
+        CoreOutput output;
+        output.name = name;
+        if (!ReadOutputSource(scope, json, place, output))
+            continue;
+        if (json.IsObject())
+            ReadEncoding(scope, json, place, name);
+        scope.document.graph.outputs.push_back(std::move(output));
     }
 }
 
@@ -85,17 +132,58 @@ void MakeRoot(DocumentScope& scope)
         scope.diagnostics.Fault("", made.Message());
 }
 
-void ReadRoot(DocumentScope& scope, const Json& root)
+// What the graph keeps of the document: the parameters, and the types that its inputs point into.
+struct DocumentTypes
+{
+    std::shared_ptr<NodeCatalog> catalog;
+    DocumentLibrary library;
+    std::vector<DocumentParameter> parameters;
+};
+
+void NameParameters(const std::vector<DocumentParameter>& parameters, CoreGraph& graph)
+{
+    for (const DocumentParameter& parameter : parameters)
+    {
+        const NodePort& port = parameter.port;
+        graph.parameters.push_back({port.name, port.type.Get(), port.values.empty() ? nullptr : &port.values});
+    }
+}
+
+} // namespace
+
+bool ParseSetting(std::string_view text, Setting& setting)
+{
+    const auto equals = text.find('=');
+    if (equals == text.npos || equals == 0)
+        return false;
+    const std::string_view name = text.substr(0, equals);
+    const auto dot = name.find('.');
+    if (dot == 0 || dot + 1 == name.size())
+        return false;
+    setting.node = dot == name.npos ? std::string_view() : name.substr(0, dot);
+    setting.port = dot == name.npos ? name : name.substr(dot + 1);
+    const std::string_view value = text.substr(equals + 1);
+    Diagnostics ignored;
+    if (!ReadJson(value, setting.value, ignored) || ignored.HasFaults())
+        setting.value = Json(value);
+    return true;
+}
+
+void ReadContents(DocumentScope& scope, const Json& root)
 {
     Diagnostics& diagnostics = scope.diagnostics;
     if (!root.IsObject())
         return diagnostics.Fault("", fmt::format("expected an object, got {}", root.Description()));
-    CheckKeys(scope, root, "", {"version", "nodes", "outputs", "material"});
+    CheckKeys(scope, root, "", {"version", "nodes", "outputs", "material", "parameters", "presets", "ui", "$schema"});
+    CheckInterface(scope, root, "");
+    if (const Json* const schema = root.Find("$schema"); schema && !schema->IsString())
+        diagnostics.Fault("$schema", fmt::format("expected a string, got {}", schema->Description()));
     const Json* const version = root.Find("version");
     if (!version)
         diagnostics.Fault("version", "is missing; this host reads version 1");
     else if (!version->IsInteger() || version->AsInteger() != 1)
         diagnostics.Fault("version", fmt::format("expected 1, got {}", version->Description()));
+    ReadParameters(scope, root);
     if (!ReadNodes(scope, root.Find("nodes")))
         return;
     CheckSettings(scope);
@@ -105,39 +193,36 @@ void ReadRoot(DocumentScope& scope, const Json& root)
         if (scope.nodes[i].type)
             ReadInputs(scope, scope.nodes[i]);
     }
-    const Json* const material = root.Find("material");
-    if (root.Find("outputs") || !material)
+    if (root.Find("outputs") || !root.Find("material"))
         ReadOutputs(scope, root.Find("outputs"));
-    if (material)
-        ReadMaterial(scope, *material);
     ReportCycle(scope);
-    if (!diagnostics.HasFaults() && !material)
+}
+
+bool ReadDocument(const Json& json, const std::shared_ptr<NodeCatalog>& catalog, const DocumentOptions& options,
+    Diagnostics& diagnostics, GraphDocument& document)
+{
+    const std::shared_ptr<DocumentTypes> types(
+        new DocumentTypes{catalog, {catalog, options.places, options.limits}, {}});
+    DocumentScope scope{*catalog, types->library, options, diagnostics, document};
+    ReadContents(scope, json);
+    if (const Json* const material = json.Find("material"))
+        ReadMaterial(scope, *material);
+    else if (!diagnostics.HasFaults())
         MakeRoot(scope);
-}
-
-} // namespace
-
-bool ParseSetting(std::string_view text, Setting& setting)
-{
-    const auto equals = text.find('=');
-    const auto dot = text.find('.');
-    if (equals == text.npos || dot == text.npos || dot > equals || dot == 0 || dot + 1 == equals)
-        return false;
-    setting.node = text.substr(0, dot);
-    setting.port = text.substr(dot + 1, equals - dot - 1);
-    const std::string_view value = text.substr(equals + 1);
-    Diagnostics ignored;
-    if (!ReadJson(value, setting.value, ignored) || ignored.HasFaults())
-        setting.value = Json(value);
-    return true;
-}
-
-bool ReadDocument(const Json& json, NodeCatalog& catalog, const std::vector<Setting>& settings,
-    Diagnostics& diagnostics, GraphDocument& document, const GraphLimits& limits)
-{
-    DocumentScope scope{catalog, settings, diagnostics, document, limits, {}, {}, {}, 0};
-    ReadRoot(scope, json);
+    WarnOfUnused(scope);
+    types->parameters = std::move(scope.parameters);
+    NameParameters(types->parameters, document.graph);
+    document.files = types->library.Files();
+    document.types = types;
     return !diagnostics.HasFaults();
+}
+
+std::shared_ptr<const NodeType> ReadDocumentType(const std::string& file, const std::shared_ptr<NodeCatalog>& catalog,
+    const DocumentPlaces& places, Diagnostics& diagnostics)
+{
+    const auto library = std::make_shared<DocumentLibrary>(catalog, places, GraphLimits());
+    const NodeType* const type = library->Find(file, false, "", diagnostics);
+    return {library, type};
 }
 
 } // namespace velto::host

@@ -65,10 +65,10 @@ bool ReadLink(DocumentScope& scope, DocumentNode& node, const NodePort& port, co
         scope.diagnostics.Fault(place, "expected a value or a link {\"from\": \"NODE.PORT\"}");
         return false;
     }
-    if (++scope.links > scope.limits.links)
+    if (++scope.links > scope.options.limits.links)
     {
-        if (scope.links == scope.limits.links + 1)
-            scope.diagnostics.Fault(place, fmt::format("more than {} links", scope.limits.links));
+        if (scope.links == scope.options.limits.links + 1)
+            scope.diagnostics.Fault(place, fmt::format("more than {} links", scope.options.limits.links));
         return false;
     }
     const NodePort* source = nullptr;
@@ -85,6 +85,16 @@ bool ReadLink(DocumentScope& scope, DocumentNode& node, const NodePort& port, co
                        TypeName(source->type.Get()), TypeName(wanted)));
         return false;
     }
+    for (const InnerPort& target : port.targets)
+    {
+        if (!node.type || !node.type->isDocument || !target.valueType ||
+            IsConvertible(source->type.Get(), target.valueType))
+            continue;
+        scope.diagnostics.Fault(
+            place, fmt::format("{} is a {}, which does not turn into a {}, for which the document needs it",
+                       Printable(from->AsString()), TypeName(source->type.Get()), TypeName(target.valueType)));
+        return false;
+    }
     node.links.push_back(sourceNode);
     input.link = std::move(link);
     return true;
@@ -98,6 +108,8 @@ void Give(DocumentScope& scope, DocumentNode& node, const NodePort& port, const 
     for (const InnerPort& target : port.targets)
     {
         CoreInput copy = Copy(input);
+        if (input.link && (target.isFunction || FunctionResultType(port.type.Get())))
+            scope.functions.emplace(node.firstCore + target.node, target.port + element);
         if (target.valueType && !input.value.IsEmpty())
             ThrowIfError(
                 ConvertValue(input.value, target.valueType, copy.value)); // descriptions promise that it can be
@@ -259,6 +271,28 @@ void GiveDefault(DocumentScope& scope, DocumentNode& node, const NodePort& port)
         Give(scope, node, port, "", DefaultInput(port));
 }
 
+// A number, or those of a vector, outside of what a port's description calls sensible.
+void WarnOutsideLimits(DocumentScope& scope, const NodePort& port, const Json& json, const std::string& place)
+{
+    const auto warn = [&](const Json& value, const Json& limit, bool isLowest, const std::string& where) {
+        const bool isOutside = value.IsNumber() && limit.IsNumber() &&
+                               (isLowest ? value.AsNumber() < limit.AsNumber() : value.AsNumber() > limit.AsNumber());
+        if (isOutside)
+            scope.diagnostics.Warning(where, fmt::format("{} is {} {}", value.Write(),
+                                                 isLowest ? "below the least," : "above the most,", limit.Write()));
+    };
+    for (const bool isLowest : {true, false})
+    {
+        const Json& limit = isLowest ? port.minimum : port.maximum;
+        warn(json, limit, isLowest, place);
+        for (std::size_t i = 0; json.IsArray() && i < json.Elements().size(); ++i)
+        {
+            const bool isEach = limit.IsArray() && i < limit.Elements().size();
+            warn(json.Elements()[i], isEach ? limit.Elements()[i] : limit, isLowest, fmt::format("{}[{}]", place, i));
+        }
+    }
+}
+
 } // namespace
 
 bool FindOutput(DocumentScope& scope, const std::string& text, const std::string& place, const NodePort*& port,
@@ -299,24 +333,44 @@ bool FindOutput(DocumentScope& scope, const std::string& text, const std::string
 bool ReadSource(DocumentScope& scope, DocumentNode& node, const NodePort& port, const Json& json,
     const std::string& place, CoreInput& input)
 {
+    if (json.IsObject() && json.Find("parameter"))
+        return ReadParameterUse(scope, port, json, place, input);
     if (json.IsObject() && (json.Find("from") || !IsDictionary(port)))
         return ReadLink(scope, node, port, json, place, input);
+    if (!port.values.empty())
+        input.values = &port.values;
+    return ReadPortValue(scope, port, json, place, input.value);
+}
+
+bool ReadPortValue(DocumentScope& scope, const NodePort& port, const Json& json, const std::string& place, Data& value)
+{
     const DataType* const yields = FunctionResultType(port.type.Get());
-    if (!ReadValue(json, yields ? yields : port.type.Get(), place, scope.diagnostics, input.value))
+    const DataType* const type = yields ? yields : port.type.Get();
+    if (scope.options.warnsOutsideLimits)
+        WarnOutsideLimits(scope, port, json, place);
+    if (!json.IsString() || port.values.empty())
+        return ReadValue(json, type, place, scope.diagnostics, value);
+    const std::string& text = json.AsString();
+    if (const std::string_view known = FindValue(text, port.values); !known.empty())
+        return ReadValue(known, type, place, scope.diagnostics, value);
+    if (type == TypeOf<Id>() && text.empty()) // the node does without
+        return ReadValue(json, type, place, scope.diagnostics, value);
+    const std::string said = fmt::format("\"{}\" is not known{}", Printable(text), Suggestion(text, port.values));
+    if (!port.hasFallback)
+    {
+        scope.diagnostics.Fault(place, said);
         return false;
-    const bool isId = port.type.Get() == TypeOf<Id>(); // of these an empty one is no mistake
-    if (json.IsString() && !port.values.empty() && !(isId && json.AsString().empty()) &&
-        std::find(port.values.begin(), port.values.end(), json.AsString()) == port.values.end())
-        scope.diagnostics.Warning(
-            place, fmt::format("\"{}\" is not known{}{}", Printable(json.AsString()),
-                       Suggestion(json.AsString(), port.values), isId ? "" : "; the node's own fallback applies"));
-    return true;
+    }
+    scope.diagnostics.Warning(place, said + "; the node's own fallback applies");
+    return ReadValue(json, type, place, scope.diagnostics, value);
 }
 
 void CheckSettings(DocumentScope& scope)
 {
-    for (const Setting& setting : scope.settings)
+    for (const Setting& setting : scope.options.settings)
     {
+        if (setting.node.empty())
+            continue; // see ReadParameters
         const std::string what = fmt::format("--set {}.{}", setting.node, setting.port);
         const auto node = scope.indexOf.find(setting.node);
         if (node == scope.indexOf.end())
@@ -342,7 +396,7 @@ void ReadInputs(DocumentScope& scope, DocumentNode& node)
         }
         ReadInput(scope, node, name, json, Join(place, name));
     };
-    for (const Setting& setting : scope.settings)
+    for (const Setting& setting : scope.options.settings)
     {
         if (setting.node == node.name)
             read(setting.port, setting.value);
@@ -356,7 +410,7 @@ void ReadInputs(DocumentScope& scope, DocumentNode& node)
             const NodePort* const port = node.type->FindPort(name, true);
             if (scope.diagnostics.IsFull())
                 return;
-            if ((port && !port->follows.empty()) == follows)
+            if ((port && !port->follows.empty()) == follows && (port || !IsComment(name, json)))
                 read(name, json);
         }
     }

@@ -162,6 +162,15 @@ void WriteString(std::string_view text, std::string& out)
     out += '"';
 }
 
+// The beginning of a text, for messages, not cut in the middle of a character.
+std::string Shortened(std::string_view text)
+{
+    std::size_t end = std::min<std::size_t>(text.size(), 40);
+    while (end > 0 && end < text.size() && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80)
+        --end;
+    return Printable(text.substr(0, end));
+}
+
 bool IsPlain(const Json& value)
 {
     return !value.IsArray() && !value.IsObject();
@@ -285,7 +294,7 @@ std::string Json::Description() const
     case Kind::Real:
         return fmt::format("the number {}", Write());
     case Kind::String:
-        return fmt::format("the string \"{}\"", Printable(std::string_view(string_).substr(0, 40)));
+        return fmt::format("the string \"{}\"", Shortened(string_));
     case Kind::Array:
         return fmt::format("an array of {}", elements_.size());
     case Kind::Object:
@@ -319,6 +328,11 @@ bool ReadJson(std::string_view text, Json& value, Diagnostics& diagnostics, cons
     if (text.size() > limits.bytes)
     {
         diagnostics.Fault("", fmt::format("{} bytes; at most {} are read", text.size(), limits.bytes));
+        return false;
+    }
+    if (const auto end = text.find('\0'); end != text.npos)
+    {
+        diagnostics.Fault("", fmt::format("not JSON at byte {}: a NUL byte", end + 1)); // the parser would stop there
         return false;
     }
     Builder builder(diagnostics, limits);

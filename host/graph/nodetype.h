@@ -20,6 +20,7 @@ struct InnerPort
     std::string port;
     // Of an input: the type of its values, where that is not the outer port's.
     const DataType* valueType = nullptr;
+    bool isFunction = false; // of a document's input, whose own type does not tell: whether the port takes a function
 };
 
 struct NodePort
@@ -37,6 +38,7 @@ struct NodePort
     // From the description; a null default is zero, false or empty.
     Data defaultValue;
     std::vector<std::string> values; // what an enumeration knows
+    bool hasFallback = true;         // of an enumeration: whether the node takes a value that it does not know
     // Of a bundle, whose elements are objects: their members.
     std::vector<NodePort> members;
     Json defaultElements;
@@ -64,7 +66,8 @@ struct InnerNode
         std::string port;
         bool link = false;
         InnerPort from; // of a link
-        Data value;     // else
+        Data value;     // else; empty: what a port is that nothing is given
+        bool connected = true;
     };
     std::vector<Given> given;
 };
@@ -84,10 +87,16 @@ struct NodeType
     std::string label;
     std::string category;
     std::string help;
+    std::string keywords;        // for those who look for it, with spaces between them
     std::vector<NodePort> ports; // see AddPort
     std::vector<InnerNode> inner;
     std::vector<NodeButtons> buttons;
     std::vector<std::string> arguments; // of a core node: the names of those that it is built from
+    // Of a document: how many nodes and links it stands for, with those of the documents in it. Its inner nodes are
+    // connected as it says, what an instance gives or not.
+    bool isDocument = false;
+    std::size_t documentNodes = 0;
+    std::size_t documentLinks = 0;
 
     void AddPort(NodePort port);
     const NodePort* FindPort(std::string_view portName, bool input) const;

@@ -406,6 +406,43 @@ bool IsWritable(const DataType* type)
     return codec && codec->read;
 }
 
+const DataType* TypeNamed(std::string_view name)
+{
+    for (const Codec& codec : Codecs())
+    {
+        if (codec.name == name)
+            return codec.type;
+    }
+    return nullptr;
+}
+
+std::vector<std::string> WritableTypeNames()
+{
+    std::vector<std::string> names;
+    for (const Codec& codec : Codecs())
+    {
+        if (codec.read)
+            names.emplace_back(codec.name);
+    }
+    return names;
+}
+
+std::string_view FindValue(std::string_view text, const std::vector<std::string>& values)
+{
+    std::string_view found;
+    for (const std::string_view value : values)
+    {
+        if (value == text)
+            return value;
+        if (value.substr(value.rfind('.') + 1) != text || text.empty())
+            continue;
+        if (!found.empty())
+            return {};
+        found = value;
+    }
+    return found;
+}
+
 std::string TypeName(const DataType* type)
 {
     for (const FunctionType& function : FunctionTypes())

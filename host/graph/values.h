@@ -12,6 +12,13 @@ namespace velto::host
 // Whether documents can give values of this type.
 bool IsWritable(const DataType* type);
 
+// The type of that name, or null; and the names of all whose values documents can give.
+const DataType* TypeNamed(std::string_view name);
+std::vector<std::string> WritableTypeNames();
+
+// The id among `values` that a text names: itself, or the one with that last word. Empty: there is none, or several.
+std::string_view FindValue(std::string_view text, const std::vector<std::string>& values);
+
 // The type's name for people: `ColorA`, `Float`, or its id.
 std::string TypeName(const DataType* type);
 

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 
 namespace velto::host
 {
@@ -51,17 +52,29 @@ bool KeepOutputs(const std::set<std::string>& wanted, std::vector<CoreOutput>& o
     return !diagnostics.HasFaults();
 }
 
-bool ReadAndCompile(std::string_view text, std::shared_ptr<const void> module, const GraphOptions& options,
+// The directories of the documents that are used follow, for what those name.
+std::vector<std::string> SearchPaths(const GraphOptions& options, const GraphDocument& document)
+{
+    std::vector<std::string> paths = options.searchPaths;
+    for (const std::string& file : document.files)
+    {
+        std::string directory = std::filesystem::path(file).parent_path().string();
+        if (std::find(paths.begin(), paths.end(), directory) == paths.end())
+            paths.push_back(std::move(directory));
+    }
+    return paths;
+}
+
+bool ReadAndCompile(const Json& json, std::shared_ptr<const void> module, const GraphOptions& options,
     Diagnostics& diagnostics, Graph& graph)
 {
-    Json json;
-    NodeCatalog catalog;
-    if (!ReadJson(text, json, diagnostics) ||
-        !ReadDocument(json, catalog, options.settings, diagnostics, graph.document) ||
+    const DocumentOptions document{options.presets, options.settings,
+        {options.file, options.searchPaths, options.libraries}, options.warnsOutsideLimits, {}};
+    if (!ReadDocument(json, std::make_shared<NodeCatalog>(), document, diagnostics, graph.document) ||
         !KeepOutputs(options.outputs, graph.document.graph.outputs, diagnostics))
         return false;
     auto paths = std::make_shared<SearchPathsType>();
-    for (const std::string& path : options.searchPaths)
+    for (const std::string& path : SearchPaths(options, graph.document))
     {
         Url url;
         Result made = MakeUrl(path, url);
@@ -88,14 +101,12 @@ bool ReadAndCompile(std::string_view text, std::shared_ptr<const void> module, c
     return made.IsOk();
 }
 
-} // namespace
-
-bool LoadGraph(std::string_view text, std::shared_ptr<const void> module, const GraphOptions& options,
-    Diagnostics& diagnostics, Graph& graph)
+template <class Load>
+bool GuardMemory(Diagnostics& diagnostics, const Load& load)
 {
     try
     {
-        return ReadAndCompile(text, std::move(module), options, diagnostics, graph);
+        return load();
     }
     catch (const std::bad_alloc&)
     {
@@ -109,6 +120,25 @@ bool LoadGraph(std::string_view text, std::shared_ptr<const void> module, const 
         }
         return false;
     }
+}
+
+} // namespace
+
+bool LoadGraph(std::string_view text, std::shared_ptr<const void> module, const GraphOptions& options,
+    Diagnostics& diagnostics, Graph& graph)
+{
+    return GuardMemory(diagnostics, [&] {
+        Json json;
+        return ReadJson(text, json, diagnostics) &&
+               ReadAndCompile(json, std::move(module), options, diagnostics, graph);
+    });
+}
+
+bool LoadDocument(const Json& json, std::shared_ptr<const void> module, const GraphOptions& options,
+    Diagnostics& diagnostics, Graph& graph)
+{
+    return GuardMemory(
+        diagnostics, [&] { return ReadAndCompile(json, std::move(module), options, diagnostics, graph); });
 }
 
 } // namespace velto::host

@@ -14,9 +14,13 @@ namespace velto::host
 struct GraphOptions
 {
     RenderMode renderMode;
+    std::string file;                     // the document's, for what it names; empty: it has none
     std::vector<std::string> searchPaths; // directories, in order
-    std::vector<Setting> settings;
-    // Inputs that will be changed between samples, `NODE.PORT`.
+    std::vector<std::string> libraries;   // directories of documents that go by their names
+    std::vector<std::string> presets;     // in order
+    std::vector<Setting> settings;        // after the presets
+    bool warnsOutsideLimits = false;      // of values that descriptions call unusual
+    // Inputs that will be changed between samples, `NODE.PORT`, and parameters.
     std::set<std::string> variable;
     std::set<std::string> outputs; // those that are wanted; empty: all
 };
@@ -34,6 +38,10 @@ struct Graph
 // Reads a document and compiles it. The program keeps `module`, whose nodes it runs, loaded. False and diagnostics when
 // it is wrong; warnings may come with success.
 bool LoadGraph(std::string_view json, std::shared_ptr<const void> module, const GraphOptions& options,
+    Diagnostics& diagnostics, Graph& graph);
+
+// The same for a document that a program makes: what it leaves out has the defaults of the described nodes.
+bool LoadDocument(const Json& json, std::shared_ptr<const void> module, const GraphOptions& options,
     Diagnostics& diagnostics, Graph& graph);
 
 } // namespace velto::host

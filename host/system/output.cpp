@@ -42,10 +42,11 @@ void WriteBytes(Int32 targets, const char* bytes, UInt count)
 
 } // namespace
 
-void SetOutputHandler(OutputHandler handler)
+OutputHandler SetOutputHandler(OutputHandler handler)
 {
     const std::lock_guard lock(outputMutex);
-    outputHandler = std::move(handler);
+    std::swap(outputHandler, handler);
+    return handler;
 }
 
 void WriteOutput(OutputChannel channel, LogTarget target, std::string_view line)

@@ -19,8 +19,8 @@ enum class OutputChannel
 // [any thread] Receives every line. Lines of many threads arrive one at a time.
 using OutputHandler = std::function<void(OutputChannel channel, LogTarget target, std::string_view line)>;
 
-// Replaces who receives the lines; an empty handler restores the default, which writes to stderr.
-void SetOutputHandler(OutputHandler handler);
+// Replaces who receives the lines, and returns who did; an empty handler restores the default, which writes to stderr.
+OutputHandler SetOutputHandler(OutputHandler handler);
 
 void WriteOutput(OutputChannel channel, LogTarget target, std::string_view line);
 

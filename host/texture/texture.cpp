@@ -2,6 +2,7 @@
 
 #include "host/picture/reader.h"
 #include "host/picture/sampling.h"
+#include "host/system/fileaccess.h"
 #include "host/system/guard.h"
 #include "host/system/memory.h"
 #include "host/system/output.h"
@@ -9,6 +10,8 @@
 #include "host/text/url.h"
 
 #include "velto/imagesequence_cache.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <atomic>
@@ -151,7 +154,7 @@ private:
 bool IsFile(const std::filesystem::path& path)
 {
     std::error_code ignored;
-    return std::filesystem::exists(path, ignored);
+    return MayRead(path) && std::filesystem::exists(path, ignored);
 }
 
 // The place of a relative name: here, or in the first directory that has it.
@@ -281,6 +284,8 @@ Result LoadTexture(const UrlObject* url, const SearchPathsType* searchPaths, Boo
         VELTO_TRY(Select(given, searchPaths, givenTime, callback, selection));
         TextureFileRequest request;
         request.file = Path(selection.url);
+        if (!MayRead(request.file))
+            return UnreadableFile(fmt::format("{}: only files below the document may be read.", Path(selection.url)));
         if (!IsFile(request.file))
             return MissingFile(given, selection.url, searchPaths);
         if (layers)

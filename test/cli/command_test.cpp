@@ -60,6 +60,14 @@ protected:
         Write(
             "choice.json", R"({"version": 1, "nodes": {"n": {"type": "bsdflayer", "inputs": {"bsdftype": "wardbrdf"}}},
             "material": {"bsdflayers": [{"bsdflayer": {"from": "n.result"}}]}})");
+        Write("nul.json", std::string("{}\0", 3));
+        Write("escape.json", "{\"version\": 1, \"nodes\": {\"n\": {\"type\": \"contrast\"}}, \"outputs\": "
+                             "{\"a\\u001b[2J\\u009b\": \"n.result\"}}");
+        Write("far.json", R"({"version": 1, "nodes": {"n": {"type": "contrast", "inputs": {"contrast": 12}}},
+            "outputs": {"o": "n.result"}})");
+        std::filesystem::create_directories(folder_ / "below");
+        Write("below/outside.json", R"({"version": 1, "nodes": {"n": {"type": "../good.json"}},
+            "outputs": {"o": "n.color"}})");
         Write("broken.json", "{\"version\": \xff}");
         Write("brackets.json", std::string(100'000, '['));
         Write("samples.json", R"([{}, {"uvw": [1, 0]}])");
@@ -141,6 +149,19 @@ TEST_F(CommandTest, ExitStatusesAndDiagnostics)
         {"eval failing.json", 1, ""},
         {"eval good.json --samples samples.json", 2, "samples.json: [1].uvw: expected 3 numbers, got 2"},
         {"nodes", 0, ""},
+        {"bakee good.json -o x.png", 2, "there is no command \"bakee\"; did you mean \"bake\"?"},
+        {"bake good.json -o x.png --siez 8", 2, "there is no option \"--siez\"; did you mean \"--size\"?"},
+        {"bake good.json -o x.png --frame ''", 2, "expected a value"},
+        {"bake good.json -o x.png --crop ''", 2, "expected a value"},
+        {"bake good.json -o x.png --fps nan", 2, "not in range"},
+        {"check warns.json --strict", 2, "velto: error: warns.json: nodes.n.inputs.localModeU: "},
+        {"check warns.json --quiet", 0, ""},
+        {"check nul.json", 2, "nul.json: not JSON at byte 3: a NUL byte"},
+        {"check escape.json", 2, "outputs.a\\x1b[2J\\u009b: a name is letters"},
+        {"check far.json", 0, "far.json: nodes.n.inputs.contrast: 12 is above the most, 10"},
+        {"check below/outside.json --files below", 2, "there is no node type \"../good.json\""},
+        {"bake below/outside.json -o x.png --preset none", 2, "there is no such preset"},
+        {"nodes mix", 0, ""},
         {"nodes contrst", 2, "did you mean \"contrast\"?"},
         {"nodes contrast --module nosuch.module", 1, "nosuch.module"},
         {"module", 0, ""},
