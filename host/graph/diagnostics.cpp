@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 namespace velto::host
 {
@@ -12,26 +13,29 @@ namespace velto::host
 namespace
 {
 
-// Edits that turn one word into the other: letters added, dropped, changed; upper and lower case are one.
+// Edits that turn one word into the other: letters added, dropped, changed, exchanged with the next one; upper and
+// lower case are one.
 std::size_t EditDistance(std::string_view a, std::string_view b)
 {
-    std::vector<std::size_t> row(b.size() + 1);
+    const auto same = [](char x, char y) {
+        return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+    };
+    std::vector<std::size_t> before;
+    std::vector<std::size_t> last(b.size() + 1);
     for (std::size_t j = 0; j <= b.size(); ++j)
-        row[j] = j;
+        last[j] = j;
     for (std::size_t i = 1; i <= a.size(); ++i)
     {
-        std::size_t diagonal = row[0];
-        row[0] = i;
+        std::vector<std::size_t> row(b.size() + 1, i);
         for (std::size_t j = 1; j <= b.size(); ++j)
         {
-            const bool same = std::tolower(static_cast<unsigned char>(a[i - 1])) ==
-                              std::tolower(static_cast<unsigned char>(b[j - 1]));
-            const std::size_t best = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (same ? 0 : 1)});
-            diagonal = row[j];
-            row[j] = best;
+            row[j] = std::min({last[j] + 1, row[j - 1] + 1, last[j - 1] + (same(a[i - 1], b[j - 1]) ? 0 : 1)});
+            if (i > 1 && j > 1 && same(a[i - 1], b[j - 2]) && same(a[i - 2], b[j - 1]))
+                row[j] = std::min(row[j], before[j - 2] + 1);
         }
+        before = std::exchange(last, std::move(row));
     }
-    return row[b.size()];
+    return last[b.size()];
 }
 
 } // namespace

@@ -356,12 +356,14 @@ bool ReadPortValue(DocumentScope& scope, const NodePort& port, const Json& json,
     if (type == TypeOf<Id>() && text.empty()) // the node does without
         return ReadValue(json, type, place, scope.diagnostics, value);
     const std::string said = fmt::format("\"{}\" is not known{}", Printable(text), Suggestion(text, port.values));
-    if (!port.hasFallback)
+    // A check says so; a graph may still hold it where nothing comes to need it.
+    if (!port.hasFallback && scope.options.warnsOutsideLimits)
     {
         scope.diagnostics.Fault(place, said);
         return false;
     }
-    scope.diagnostics.Warning(place, said + "; the node's own fallback applies");
+    scope.diagnostics.Warning(
+        place, said + (port.hasFallback ? "; the node's own fallback applies" : "; the node fails where it needs it"));
     return ReadValue(json, type, place, scope.diagnostics, value);
 }
 

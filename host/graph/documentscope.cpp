@@ -59,8 +59,8 @@ bool HasFewElements(DocumentScope& scope, const Json& json, const std::string& p
 {
     const std::size_t count = json.IsObject() ? json.GetMembers().size() : json.Elements().size();
     if (count > scope.options.limits.elements)
-        scope.diagnostics.Fault(
-            place, fmt::format("{} elements; at most {} are taken", count, scope.options.limits.elements));
+        scope.diagnostics.Fault(place, fmt::format("{} {}; at most {} are taken", count,
+                                           place == "outputs" ? "outputs" : "elements", scope.options.limits.elements));
     return count <= scope.options.limits.elements;
 }
 

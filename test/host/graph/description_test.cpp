@@ -91,10 +91,10 @@ protected:
     std::vector<std::string> lines_;
 };
 
-TEST_F(DescriptionTest, TheDirectoryNeedNotExist)
+TEST_F(DescriptionTest, AMissingDirectoryIsNamed)
 {
     std::filesystem::remove(directory_);
-    ASSERT_EQ("", Load().Message());
+    EXPECT_THAT(std::string(Load().Message()), HasSubstr("There is no directory " + directory_.string()));
     EXPECT_THAT(lines_, IsEmpty());
     std::ofstream(directory_) << "{}";
     ASSERT_EQ("", Load().Message());

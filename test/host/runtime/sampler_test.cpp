@@ -20,8 +20,9 @@ class SamplerTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        constexpr std::string_view text = R"({"version": 1, "nodes": {"cloud": {"type": "noise"}},
-            "outputs": {"color": "cloud.result"}})";
+        constexpr std::string_view text = R"({"version": 1, "nodes": {"cloud": {"type": "noise"},
+            "tint": {"type": "exposure", "inputs": {"color": {"from": "cloud.result"}, "exposure": 0.5}}},
+            "outputs": {"color": "tint.result"}})";
         ASSERT_TRUE(Load(text, graph_));
         ASSERT_TRUE(graph_.setup->Run().IsOk());
         shared_.uvwValid = true;
