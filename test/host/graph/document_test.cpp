@@ -139,11 +139,13 @@ TEST(Document, WarnsOfEnumerationValuesThatAreNotKnown)
     TheModule();
     host::Diagnostics diagnostics;
     host::Graph graph;
+    host::GraphOptions options;
+    options.warnsOutsideLimits = true; // as a check does
     EXPECT_FALSE(host::LoadGraph(R"({"version": 1, "nodes": {"n": {"type": "placement2d",
         "inputs": {"localModeU": "reapeat"}}, "m": {"type": "blend", "inputs": {"blendMode": "multipli"}},
         "short": {"type": "blend", "inputs": {"blendMode": "multiply"}}, "none": {"type": "noise", "inputs": {"noiseType": ""}}},
         "outputs": {"o": "n.result"}})",
-        TheModule(), {}, diagnostics, graph));
+        TheModule(), options, diagnostics, graph));
     ASSERT_EQ(2u, diagnostics.All().size());
     EXPECT_TRUE(diagnostics.All()[0].isWarning);
     EXPECT_EQ("nodes.n.inputs.localModeU", diagnostics.All()[0].place);

@@ -201,9 +201,11 @@ TEST_F(DocumentLibraryTest, FaultsAreSaidInTheFileWhereTheyStand)
     {
         host::Graph graph;
         std::string faults;
+        host::GraphOptions options;
+        options.warnsOutsideLimits = true; // as a check does
         EXPECT_FALSE(Load(R"({"version": 1, "parameters": {"t": {"type": "String", "default": ""}}, "nodes": {)" +
                               row.nodes + R"(}, "outputs": {"o": "n.number"}})",
-            graph, faults))
+            graph, faults, options))
             << row.nodes;
         EXPECT_THAT(faults, HasSubstr(row.fault)) << row.nodes;
     }

@@ -20,7 +20,7 @@ NODE_TABLE(BlendTable, VELTO_BLEND,
             R"({"background": [0.5, 1, 0.25, 1], "foreground": [0.5, 0.5, 2, 1], "blendMode": ")" VELTO_MODE
             R"(multiply"})",
             R"({"result": [0.25, 0.5, 0.5, 1]})"},
-        {"a mode that is not there", R"({"blendMode": "multiply"})", R"({"error": "net.velto.error.nullptr"})"},
+        {"a mode that is not there", R"({"blendMode": "nowhere"})", R"({"error": "net.velto.error.nullptr"})"},
         {"all masked out is the background", R"({"background": [0.1, 0.2, 0.3, 0.4], "foreground": [1, 1, 1, 1],
         "maskred": false, "maskgreen": false, "maskblue": false, "maskalpha": false, "alphaHandling": "one"})",
             R"({"result": [0.1, 0.2, 0.3, 0.4]})"},
