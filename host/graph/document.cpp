@@ -63,6 +63,8 @@ void ReadEncoding(DocumentScope& scope, const Json& json, const std::string& pla
     if (encoding.encoding == "normal" && type != TypeOf<Vector>() && type != TypeOf<Color>() &&
         type != TypeOf<ColorA>())
         scope.diagnostics.Fault(place + ".encoding", fmt::format("a {} is no normal", TypeName(type)));
+    if (json.Find("encoding") || json.Find("depth") || json.Find("colorspace"))
+        scope.diagnostics.Warning(place, "bakes take the encoding from their options and do not heed this one yet");
     scope.document.encodings.emplace(name, std::move(encoding));
 }
 

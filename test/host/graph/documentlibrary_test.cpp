@@ -111,7 +111,7 @@ TEST_F(DocumentLibraryTest, ParametersAndPresetsAreValuesWrittenOut)
             "octaves": {"parameter": "a"}, "noiseType": "fbm"}},
             "g": {"type": "gradient", "inputs": {"input": {"from": "n.result"}, "gradient": [
                 {"position": 0, "color": {"parameter": "c"}}, {"position": 1, "color": [0, 0, 1, 1]}]}}},
-        "outputs": {"o": {"from": "g.result", "encoding": "data"}}})";
+        "outputs": {"o": {"from": "g.result"}}})";
     const auto written = [](const char* octaves, const char* color) {
         return fmt::format(R"({{"version": 1, "nodes": {{
             "n": {{"type": "noise", "inputs": {{"octaves": {},
