@@ -57,8 +57,8 @@ private:
 
 bool EnterSandbox(int file, int socket, const SandboxLimits& limits)
 {
-    const auto onFile = SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(file));
-    const auto onSocket = SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(socket));
+    const auto onFile = SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(file), 0);
+    const auto onSocket = SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(socket), 0);
     const auto noCode = SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0);
     Filter filter;
     filter.Allow(SCMP_SYS(pread64), onFile);
