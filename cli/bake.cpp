@@ -1,10 +1,14 @@
 #include "bake.h"
 
+#include "progress.h"
+
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <charconv>
-#include <cstdlib>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
 #include <map>
 #include <ostream>
 
@@ -16,187 +20,19 @@ using host::Json;
 namespace
 {
 
-bool ParseInt(std::string_view& text, int& value)
+Json DescribeEvaluations(const host::Graph& graph, const host::BakeStatistics& statistics)
 {
-    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (failure != std::errc())
-        return false;
-    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
-    return true;
-}
-
-bool Skip(std::string_view& text, char c)
-{
-    if (text.empty() || text.front() != c)
-        return false;
-    text.remove_prefix(1);
-    return true;
-}
-
-// A bar with rate and time left, on one line of a terminal.
-class ProgressBar
-{
-public:
-    ProgressBar(const Streams& streams, bool isShown) : streams_(streams), isShown_(isShown) {}
-    ~ProgressBar()
+    std::map<std::string_view, UInt> sums;
+    for (std::size_t i = 0; i < statistics.evaluations.size(); ++i)
+        sums[graph.program->nodeNames[i]] += statistics.evaluations[i];
+    sums.erase(""); // conversions
+    Json evaluations = Json::Object();
+    for (const std::string& name : graph.program->nodeNames)
     {
-        if (wasShown_)
-            streams_.err << "\r\x1b[K" << std::flush;
+        if (const auto sum = sums.extract(name))
+            evaluations.Add(name, Json(sum.mapped()));
     }
-
-    void operator()(const host::BakeProgress& progress, const std::string& name)
-    {
-        // Not for what is done at once, and not more often than eyes follow.
-        const bool isTooSoon = progress.seconds < 0.3 || progress.seconds - last_ < 0.1;
-        if (!isShown_ || (isTooSoon && last_ <= progress.seconds))
-            return;
-        last_ = progress.seconds;
-        wasShown_ = true;
-        if (const host::SetupRaster* const raster = progress.raster)
-        {
-            streams_.err << fmt::format(
-                                "\r\x1b[K{} baking {} {} x {}", name, raster->node, raster->width, raster->height)
-                         << std::flush;
-            return;
-        }
-        constexpr int kWidth = 30;
-        const int filled = static_cast<int>(progress.share * kWidth);
-        const double rate = progress.seconds > 0.0 ? static_cast<double>(progress.samples) / progress.seconds : 0.0;
-        const double left = progress.share > 0.0 ? progress.seconds / progress.share - progress.seconds : 0.0;
-        streams_.err << fmt::format("\r\x1b[K{} [{}{}] {:3.0f}%  {:.1f} M samples/s  {:.0f} s left", name,
-                            std::string(static_cast<std::size_t>(filled), '='),
-                            std::string(static_cast<std::size_t>(kWidth - filled), ' '), progress.share * 100.0,
-                            rate * 1e-6, left)
-                     << std::flush;
-    }
-
-private:
-    const Streams& streams_;
-    bool isShown_;
-    bool wasShown_ = false;
-    double last_ = 0.0;
-};
-
-template <class T>
-bool Choose(std::string_view what, const std::string& text, const std::map<std::string, T>& choices,
-    const Streams& streams, T& chosen)
-{
-    const auto found = choices.find(text);
-    if (found != choices.end())
-    {
-        chosen = found->second;
-        return true;
-    }
-    std::string names;
-    for (const auto& [name, value] : choices)
-    {
-        if (!name.empty())
-            names += (names.empty() ? "" : ", ") + name;
-    }
-    PrintError(streams, fmt::format("{} {}: expected one of {}", what, text, names));
-    return false;
-}
-
-bool ReadOptions(const BakeArguments& arguments, const Streams& streams, host::BakeOptions& options)
-{
-    using host::BakeShape;
-    using host::PictureColorSpace;
-    using host::PixelDepth;
-    if (!ParseSize(arguments.size, options.view.width, options.view.height))
-    {
-        PrintError(streams,
-            fmt::format("--size {}: expected N or WxH, each from 1 to {}", arguments.size, host::kMaxPictureSide));
-        return false;
-    }
-    if (!arguments.crop.empty() && !ParseCrop(arguments.crop, options.window))
-    {
-        PrintError(streams, fmt::format("--crop {}: expected X,Y,WxH in pixels", arguments.crop));
-        return false;
-    }
-    if (options.window.width > 0 &&
-        (static_cast<long>(options.window.x) + options.window.width > options.view.width ||
-            static_cast<long>(options.window.y) + options.window.height > options.view.height))
-    {
-        PrintError(streams,
-            fmt::format("--crop {} is not inside {}x{}", arguments.crop, options.view.width, options.view.height));
-        return false;
-    }
-    options.framesPerSecond = arguments.framesPerSecond;
-    options.threads = arguments.threads;
-    options.view.supersample = arguments.supersample;
-    return Choose("--depth", arguments.depth,
-               {{"", PixelDepth::Default}, {"uint8", PixelDepth::UInt8}, {"uint16", PixelDepth::UInt16},
-                   {"half", PixelDepth::Half}, {"float", PixelDepth::Float}},
-               streams, options.encoding.depth) &&
-           Choose("--colorspace", arguments.colorSpace,
-               {{"", PictureColorSpace::Default}, {"srgb", PictureColorSpace::Srgb},
-                   {"linear", PictureColorSpace::Linear}},
-               streams, options.encoding.colorSpace) &&
-           Choose("--shape", arguments.shape, {{"plane", BakeShape::Plane}, {"sphere", BakeShape::Sphere}}, streams,
-               options.view.shape);
-}
-
-bool ChooseOutputs(
-    const BakeArguments& arguments, const Streams& streams, const host::Graph& graph, std::vector<std::size_t>& chosen)
-{
-    if (!HasOutputs(arguments.graph, graph, streams))
-        return false;
-    std::vector<std::string> names;
-    for (const host::OutputPlan& output : graph.program->outputs)
-        names.push_back(output.name);
-    for (std::size_t i = 0; i < names.size(); ++i)
-    {
-        // What a material drives may be a choice: for who reads its channels, not for a picture.
-        const host::CoreOutput& output = graph.document.graph.outputs[i];
-        const bool isChannel = output.type != nullptr;
-        if (!isChannel || !arguments.graph.outputs.empty() || host::IsPicture(output.type))
-            chosen.push_back(i);
-    }
-    if (chosen.empty())
-    {
-        PrintError(streams,
-            fmt::format("{}: material: no channel is a picture ({})", arguments.graph.file, fmt::join(names, ", ")));
-        return false;
-    }
-    if (chosen.size() > 1 && arguments.file.find("{output}") == std::string::npos)
-    {
-        std::vector<std::string> several;
-        for (const std::size_t i : chosen)
-            several.push_back(names[i]);
-        PrintError(streams,
-            fmt::format(
-                "{}: the graph has {} outputs ({}); name one with --output, or write {{output}} in the file's name",
-                arguments.file, several.size(), fmt::join(several, ", ")));
-        return false;
-    }
-    return true;
-}
-
-bool ChooseFrames(const BakeArguments& arguments, const Streams& streams, std::vector<std::optional<int>>& frames)
-{
-    if (arguments.frames.empty())
-    {
-        frames.push_back(arguments.frame);
-        return true;
-    }
-    int first = 0;
-    int last = 0;
-    if (!ParseFrames(arguments.frames, first, last))
-    {
-        PrintError(streams, fmt::format("--frames {}: expected A-B with A not above B", arguments.frames));
-        return false;
-    }
-    const bool hasPlace =
-        arguments.file.find("{frame}") != std::string::npos || arguments.file.find('#') != std::string::npos;
-    if (last > first && !hasPlace)
-    {
-        PrintError(
-            streams, fmt::format("{}: for several frames the file's name holds {{frame}} or ####", arguments.file));
-        return false;
-    }
-    for (int frame = first; frame <= last; ++frame)
-        frames.push_back(frame);
-    return true;
+    return evaluations;
 }
 
 void PrintStatistics(const Streams& streams, const host::Graph& graph, const host::BakeStatistics& statistics)
@@ -222,108 +58,147 @@ void PrintStatistics(const Streams& streams, const host::Graph& graph, const hos
     json.Add("samples", Json(statistics.samples));
     json.Add("samplesPerSecond",
         statistics.sampleSeconds > 0.0 ? static_cast<double>(statistics.samples) / statistics.sampleSeconds : 0.0);
-    std::map<std::string_view, UInt> sums;
-    for (std::size_t i = 0; i < statistics.evaluations.size(); ++i)
-        sums[graph.program->nodeNames[i]] += statistics.evaluations[i];
-    sums.erase(""); // conversions
-    Json evaluations = Json::Object();
-    for (const std::string& name : graph.program->nodeNames)
-    {
-        if (const auto sum = sums.extract(name))
-            evaluations.Add(name, Json(sum.mapped()));
-    }
-    json.Add("evaluations", std::move(evaluations));
+    json.Add("evaluations", DescribeEvaluations(graph, statistics));
     json.Add("rasters", std::move(rasters));
     streams.err << json.Write(true) << '\n';
 }
 
-} // namespace
-
-bool ParseSize(std::string_view text, int& width, int& height)
+// What `--json` prints, gathered over all frames.
+class Summary
 {
-    if (!ParseInt(text, width))
-        return false;
-    height = width;
-    if (!text.empty() && (!Skip(text, 'x') || !ParseInt(text, height)))
-        return false;
-    const auto isSide = [](int side) { return side >= 1 && side <= host::kMaxPictureSide; };
-    return text.empty() && isSide(width) && isSide(height);
-}
-
-bool ParseCrop(std::string_view text, host::BakeWindow& window)
-{
-    return ParseInt(text, window.x) && Skip(text, ',') && ParseInt(text, window.y) && Skip(text, ',') &&
-           ParseInt(text, window.width) && Skip(text, 'x') && ParseInt(text, window.height) && text.empty() &&
-           window.x >= 0 && window.y >= 0 && window.width > 0 && window.height > 0;
-}
-
-bool ParseFrames(std::string_view text, int& first, int& last)
-{
-    return ParseInt(text, first) && Skip(text, '-') && ParseInt(text, last) && text.empty() && first <= last &&
-           static_cast<long>(last) - first < 1'000'000;
-}
-
-std::string FileName(std::string pattern, const std::string& output, std::optional<int> frame)
-{
-    const auto replace = [&pattern](std::string_view what, const std::string& with) {
-        for (auto at = pattern.find(what); at != pattern.npos; at = pattern.find(what, at + with.size()))
-            pattern.replace(at, what.size(), with);
-    };
-    if (frame)
+public:
+    void AddFile(const host::WrittenFile& file, const host::Graph& graph, const std::optional<int>& frame)
     {
-        replace("{frame}", fmt::format("{}", *frame));
-        if (const auto first = pattern.find('#'); first != pattern.npos)
-        {
-            const auto end = std::min(pattern.find_first_not_of('#', first), pattern.size());
-            pattern.replace(first, end - first, fmt::format("{:0{}}", *frame, end - first));
-        }
+        std::error_code ignored;
+        const auto bytes = std::filesystem::file_size(file.path, ignored);
+        Json json = Json::Object();
+        json.Add("path", file.path);
+        json.Add("output", graph.program->outputs[file.output].name);
+        json.Add("frame", frame.value_or(0));
+        json.Add("width", file.width);
+        json.Add("height", file.height);
+        json.Add("channels", file.channels);
+        json.Add("bytes", Json(ignored ? UInt{0} : static_cast<UInt>(bytes)));
+        json.Add("pixels", file.pixels);
+        files_.Append(std::move(json));
     }
-    replace("{output}", output);
-    return pattern;
+
+    Json Finish(const host::Graph& graph, const host::BakeStatistics& statistics, std::vector<std::string> warnings)
+    {
+        Json json = Json::Object();
+        json.Add("files", std::move(files_));
+        json.Add("seconds", std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count());
+        json.Add("samples", Json(statistics.samples));
+        json.Add("evaluations", DescribeEvaluations(graph, statistics));
+        rusage usage = {};
+        getrusage(RUSAGE_SELF, &usage);
+        json.Add("peakMemory", Json(static_cast<UInt>(usage.ru_maxrss) * 1024));
+        json.Add("fused", false);
+        Json list = Json::Array();
+        for (std::string& warning : warnings)
+            list.Append(Json(warning));
+        json.Add("warnings", std::move(list));
+        return json;
+    }
+
+private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    Json files_ = Json::Array();
+};
+
+// Leaves out what is there already: whole files, and whole parts of this very bake.
+void SkipExisting(const Streams& streams, std::vector<host::BakeTarget>& targets,
+    const std::function<bool(const host::BakeTarget&)>& isThere)
+{
+    std::erase_if(targets, [&](const host::BakeTarget& target) {
+        if (!isThere(target))
+            return false;
+        if (!streams.isQuiet)
+            streams.err << fmt::format("velto: {} is there and is left as it is\n", target.file);
+        return true;
+    });
 }
+
+// Bakes one frame, or a shard of it.
+Result BakeFrame(const BakeArguments& arguments, const host::Module& module, const Streams& streams,
+    const BakePlan& plan, host::Graph& graph, std::vector<host::BakeTarget>& targets, host::BakeStatistics& statistics)
+{
+    host::BakeOptions options = plan.options;
+    if (plan.shard.index == 0)
+    {
+        if (arguments.skipExisting)
+            SkipExisting(streams, targets, [](const host::BakeTarget& target) {
+                std::error_code ignored;
+                return std::filesystem::is_regular_file(target.file, ignored);
+            });
+        return targets.empty() ? Result() : host::Bake(graph, targets, options, statistics);
+    }
+    host::PartIdentity identity;
+    identity.shard = plan.shard;
+    identity.encoding = options.encoding;
+    identity.window = options.window;
+    if (identity.window.width == 0)
+        identity.window = {0, 0, options.view.width, options.view.height};
+    for (host::BakeTarget& target : targets)
+    {
+        identity.hash = Fingerprint(arguments, module, graph, plan, target);
+        host::MakePart(identity, options.window, target);
+    }
+    if (arguments.skipExisting)
+        SkipExisting(streams, targets,
+            [&](const host::BakeTarget& target) { return host::IsPart(target.file, target.attributes); });
+    options.encoding = {};
+    return targets.empty() ? Result() : host::Bake(graph, targets, options, statistics);
+}
+
+} // namespace
 
 int Bake(const BakeArguments& arguments, const Streams& streams)
 {
-    host::BakeOptions options;
-    std::vector<std::optional<int>> frames;
-    if (!ReadOptions(arguments, streams, options) || !ChooseFrames(arguments, streams, frames))
+    BakePlan plan;
+    if (!PlanBake(arguments, streams, plan))
         return kWrongInput;
     std::shared_ptr<host::Module> module;
     if (!LoadModule(arguments.module, streams, module))
         return kFailed;
 
-    ProgressBar bar(streams, arguments.progress == "always" || (arguments.progress == "auto" && streams.isErrTerminal));
+    Progress progress(streams, ParseProgress(arguments.progress, streams));
+    Summary summary;
     host::BakeStatistics statistics;
+    plan.options.hashesPixels = arguments.json;
     const auto messages = std::make_shared<RenderMessages>(); // of all frames, so that each is said once
-    for (const std::optional<int>& frame : frames)
+    for (const std::optional<int>& frame : plan.frames)
     {
-        // Every frame starts from fresh state.
         host::Graph graph;
-        if (!LoadGraph(arguments.graph, {}, module, streams, graph))
-            return kWrongInput;
-        graph.messages = messages;
-        std::vector<std::size_t> outputs;
-        if (!ChooseOutputs(arguments, streams, graph, outputs))
+        std::vector<host::BakeTarget> targets;
+        if (!PlanFrame(arguments, frame, module, streams, plan, graph, targets))
             return kWrongInput;
         if (!HasMemory(arguments.graph, graph, {}, streams))
             return kFailed;
-        std::vector<host::BakeTarget> targets;
-        for (const std::size_t output : outputs)
-            targets.push_back({output, FileName(arguments.file, graph.program->outputs[output].name, frame)});
-        options.seconds = frame ? *frame / options.framesPerSecond : 0.0;
-        const std::string name = targets.empty() ? std::string() : targets.front().file;
-        options.progress = [&](const host::BakeProgress& progress) { bar(progress, name); };
-        if (const Result baked = host::Bake(graph, targets, options, statistics); baked.IsError())
+        graph.messages = messages;
+        const std::string name = targets.front().file;
+        plan.options.progress = [&](const host::BakeProgress& at) { progress.Show(at, name); };
+        if (const Result baked = BakeFrame(arguments, *module, streams, plan, graph, targets, statistics);
+            baked.IsError())
         {
             host::Diagnostics ignored;
             const bool lacksMemory = baked.Kind() == error::kOutOfMemory.View() && host::MemoryRefusals() > 0;
-            if (lacksMemory && !HasMemory(arguments.graph, graph, host::LookForPictures(graph, ignored), streams))
-                return kFailed;
-            PrintError(streams, baked.Message());
+            if (!lacksMemory || HasMemory(arguments.graph, graph, host::LookForPictures(graph, ignored), streams))
+                PrintError(streams, baked.Message());
             return kFailed;
         }
-        if (arguments.stats && &frame == &frames.back())
+        for (const host::WrittenFile& file : std::exchange(statistics.files, {}))
+            summary.AddFile(file, graph, frame);
+        if (&frame != &plan.frames.back())
+            continue;
+        if (arguments.stats)
             PrintStatistics(streams, graph, statistics);
+        if (arguments.json)
+            streams.out << summary
+                               .Finish(graph, statistics,
+                                   streams.warningTexts ? *streams.warningTexts : std::vector<std::string>())
+                               .Write()
+                        << '\n';
     }
     return kSuccess;
 }

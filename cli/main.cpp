@@ -3,7 +3,9 @@
 #include "check.h"
 #include "ending.h"
 #include "eval.h"
+#include "farm.h"
 #include "inspect.h"
+#include "merge.h"
 #include "module.h"
 #include "nodes.h"
 
@@ -15,6 +17,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <string_view>
 
 namespace velto::cli
 {
@@ -117,20 +120,21 @@ std::string Meant(const CLI::App& app, int argc, char** argv)
     return {};
 }
 
-void AddBake(CLI::App& app, BakeArguments& a)
+// What bakes, merges and farms share: a part is as the whole.
+void AddBakeOptions(CLI::App* bake, BakeArguments& a)
 {
-    CLI::App* const bake = app.add_subcommand("bake", "evaluates a graph over the unit square and writes an image");
-    AddGraph(*bake, a.graph);
     AddModule(*bake, a.module);
     bake->add_option("-o", a.file, "the image file; its suffix is the format (png, jpg, tif, exr, hdr, tga, ...)")
         ->type_name("FILE")
         ->required();
+    bake->add_option("--format", a.format, "the format, a suffix, whatever FILE ends in; - as FILE is standard output")
+        ->type_name("SUFFIX");
     bake->add_option("--size", a.size, "pixels: N or WxH")->capture_default_str();
     bake->add_option("--output", a.graph.outputs, "an output to bake; default: every one, FILE then holds {output}")
         ->allow_extra_args(false);
     auto* const frame = bake->add_option("--frame", a.frame, "the frame to bake; its time is N / fps");
-    bake->add_option("--frames", a.frames, "frames A to B; FILE then holds {frame} or ####")
-        ->type_name("A-B")
+    bake->add_option("--frames", a.frames, "frames such as 1-24, 1-24x2 or 3,7,20-10; FILE then holds {frame} or ####")
+        ->type_name("LIST")
         ->excludes(frame);
     bake->add_option("--fps", a.framesPerSecond, "frames a second")
         ->check(CLI::Validator(
@@ -140,7 +144,9 @@ void AddBake(CLI::App& app, BakeArguments& a)
             },
             "FLOAT in [1e-06 - 1e+06]"))
         ->capture_default_str();
-    bake->add_option("--threads", a.threads, "threads; default: all")->check(CLI::Range(1, 1024));
+    bake->add_option("--threads", a.threads, "threads; default: as many cores as the process may use")
+        ->check(CLI::Range(1, 1024))
+        ->envname("VELTO_THREADS");
     bake->add_option("--supersample", a.supersample, "N x N samples a pixel, each filtered for its share of it")
         ->check(CLI::Range(1, 64))
         ->capture_default_str();
@@ -148,10 +154,61 @@ void AddBake(CLI::App& app, BakeArguments& a)
     bake->add_option("--depth", a.depth, "uint8, uint16, half or float; default by format");
     bake->add_option("--colorspace", a.colorSpace, "srgb or linear; default srgb for 8- and 16-bit files, else linear");
     bake->add_option("--shape", a.shape, "plane or sphere")->capture_default_str();
-    bake->add_option("--progress", a.progress, "auto, always or never")
-        ->check(CLI::IsMember({"auto", "always", "never"}))
+    bake->add_option("--progress", a.progress, "auto, always, never, or json: lines of JSON on stderr")
+        ->check(CLI::IsMember({"auto", "always", "never", "json"}))
         ->capture_default_str();
+}
+
+void AddBake(CLI::App& app, BakeArguments& a)
+{
+    CLI::App* const bake = app.add_subcommand("bake", "evaluates a graph over the unit square and writes an image");
+    AddGraph(*bake, a.graph);
+    AddBakeOptions(bake, a);
+    bake->add_option("--shard", a.shard, "bakes the K-th of N parts, to FILE with .K-of-N.part.exr for its suffix")
+        ->type_name("K/N");
+    bake->add_flag(
+        "--skip-existing", a.skipExisting, "leaves files that are there, and parts of this very bake, alone");
     bake->add_flag("--stats", a.stats, "times, samples, evaluations and baked rasters as JSON on stderr");
+    bake->add_flag("--json", a.json, "files with sizes and hashes of their pixels as JSON on standard output");
+}
+
+void AddMerge(CLI::App& app, MergeArguments& a)
+{
+    CLI::App* const merge = app.add_subcommand("merge", "puts the parts of a bake together");
+    AddGraph(*merge, a.bake.graph);
+    merge->get_option("GRAPH")->required(false);
+    merge->remove_option(merge->get_option("GRAPH"));
+    merge->add_option("GRAPH or PARTS", a.files, "the graph, with the options of its parts; or the parts themselves")
+        ->required();
+    AddBakeOptions(merge, a.bake);
+    merge->add_flag("--remove-parts", a.removeParts, "removes the parts once they are merged");
+}
+
+void AddFarm(CLI::App& app, FarmArguments& a, BakeArguments& bake)
+{
+    CLI::App* const farm =
+        app.add_subcommand("farm", "hands a bake to a scheduler, in parts; -- ENGINE OPTIONS at the end");
+    AddGraph(*farm, bake.graph);
+    AddBakeOptions(farm, bake);
+    farm->add_option("--shards", a.shards, "how many parts")->check(CLI::Range(1, 100'000))->required();
+    farm->add_option("--engine", a.engine, "slurm, or local: processes of this machine")->capture_default_str();
+    farm->add_flag("--wait", a.wait, "shows how far the parts are, and ends as the merge does");
+    farm->add_flag("--cancel-on-interrupt", a.cancelOnInterrupt, "an interrupt of --wait cancels the jobs too");
+    farm->add_flag("--dry-run", a.dryRun, "prints what would be run");
+}
+
+// The graph and the options of its bake as they were typed, without what is the farm's.
+void TakeFarmArguments(int argc, char** argv, FarmArguments& a)
+{
+    for (int i = 2; i < argc; ++i)
+    {
+        const std::string_view word = argv[i];
+        if (word == "--shards" || word == "--engine")
+            ++i;
+        else if (!word.starts_with("--shards=") && !word.starts_with("--engine=") && word != "--wait" &&
+                 word != "--dry-run" && word != "--cancel-on-interrupt")
+            a.bakeArguments.emplace_back(word);
+    }
 }
 
 int Main(int argc, char** argv)
@@ -162,6 +219,13 @@ int Main(int argc, char** argv)
 
     BakeArguments bake;
     AddBake(app, bake);
+
+    MergeArguments merge;
+    AddMerge(app, merge);
+
+    FarmArguments farm;
+    BakeArguments farmBake;
+    AddFarm(app, farm, farmBake);
 
     EvalArguments eval;
     CLI::App* const evalCommand = app.add_subcommand("eval", "evaluates a graph at single samples and prints JSON");
@@ -202,6 +266,8 @@ int Main(int argc, char** argv)
     std::atomic<std::size_t> warnings = 0;
     Streams streams{std::cout, std::cerr, isatty(STDERR_FILENO) != 0};
     streams.warnings = &warnings;
+    std::vector<std::string> warningTexts;
+    streams.warningTexts = &warningTexts;
     double timeLimit = 0.0;
     for (CLI::App* const each : app.get_subcommands([](const CLI::App*) { return true; }))
     {
@@ -213,6 +279,11 @@ int Main(int argc, char** argv)
     const HostOutput output(streams);
     try
     {
+        // What is behind -- is for the engine of a farm.
+        const auto isFarm = argc > 1 && std::string_view(argv[1]) == "farm";
+        char** const dashes = isFarm ? std::find(argv, argv + argc, std::string_view("--")) : argv + argc;
+        farm.engineOptions.assign(std::min(dashes + 1, argv + argc), argv + argc);
+        argc = static_cast<int>(dashes - argv);
         app.parse(argc, argv);
     }
     catch (const CLI::ParseError& failure)
@@ -231,6 +302,14 @@ int Main(int argc, char** argv)
     int status = kFailed;
     if (command->get_name() == "bake")
         status = Bake(bake, streams);
+    else if (command->get_name() == "merge")
+        status = Merge(merge, streams);
+    else if (command->get_name() == "farm")
+    {
+        TakeFarmArguments(argc, argv, farm);
+        farm.file = farmBake.file;
+        status = Farm(farm, streams);
+    }
     else if (command == evalCommand)
         status = Eval(eval, streams);
     else if (command == nodesCommand)

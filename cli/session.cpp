@@ -81,6 +81,8 @@ void PrintWarning(const Streams& streams, std::string_view text)
 {
     if (streams.warnings)
         ++*streams.warnings;
+    if (streams.warningTexts)
+        streams.warningTexts->emplace_back(text);
     if (streams.isStrict)
         PrintError(streams, text);
     else if (!streams.isQuiet)
@@ -93,14 +95,24 @@ void PrintNote(const Streams& streams, std::string_view text)
         streams.err << "velto: " << host::Escaped(text) << '\n';
 }
 
-HostOutput::HostOutput(const Streams& streams)
+HostOutput::HostOutput(const Streams& streams) : streams_(streams)
 {
-    host::SetOutputHandler([&streams](host::OutputChannel channel, LogTarget, std::string_view line) {
+    host::SetOutputHandler([this](host::OutputChannel channel, LogTarget, std::string_view line) {
         if (channel == host::OutputChannel::Message)
-            PrintWarning(streams, line);
-        else
-            streams.err << host::Escaped(line) << '\n';
+            PrintWarning(streams_, line);
+        else if (counts_.size() >= kMostLines || ++counts_[std::string(line)] == 1)
+            streams_.err << host::Escaped(line) << '\n';
     });
+}
+
+HostOutput::~HostOutput()
+{
+    host::SetOutputHandler({});
+    for (const auto& [line, count] : counts_)
+    {
+        if (count > 1)
+            streams_.err << fmt::format("{} (said {} times)\n", host::Escaped(line), count);
+    }
 }
 
 void PrintDiagnostics(const Streams& streams, const std::string& file, const host::Diagnostics& diagnostics)

@@ -5,6 +5,9 @@
 
 #include <atomic>
 #include <iosfwd>
+#include <map>
+#include <string>
+#include <vector>
 
 namespace velto::cli
 {
@@ -18,6 +21,7 @@ struct Streams
     bool isQuiet = false;  // errors only
     bool isVerbose = false;
     std::atomic<std::size_t>* warnings = nullptr; // counts them
+    std::vector<std::string>* warningTexts = nullptr;
 };
 
 enum Exit : int
@@ -32,14 +36,21 @@ void PrintError(const Streams& streams, std::string_view text);
 void PrintWarning(const Streams& streams, std::string_view text);
 void PrintNote(const Streams& streams, std::string_view text); // where much is wanted
 
-// While it lives, what the host says goes to the command's streams.
+// While it lives, what the host says goes to the command's streams. Of equal lines the first is said, and in the end
+// how many there were.
 class HostOutput
 {
 public:
     explicit HostOutput(const Streams& streams);
-    ~HostOutput() { host::SetOutputHandler({}); }
+    ~HostOutput();
     HostOutput(const HostOutput&) = delete;
     HostOutput& operator=(const HostOutput&) = delete;
+
+private:
+    static constexpr std::size_t kMostLines = 1000; // that are told apart
+
+    const Streams& streams_;
+    std::map<std::string, std::size_t> counts_;
 };
 
 // A line for each: `velto: error: FILE: PLACE: TEXT`, and who uses the file where it is not the one asked for.

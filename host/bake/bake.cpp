@@ -3,6 +3,7 @@
 #include "output.h"
 #include "tiles.h"
 
+#include "host/system/cores.h"
 #include "host/system/guard.h"
 #include "host/system/memory.h"
 #include "host/system/message.h"
@@ -71,8 +72,8 @@ public:
         VELTO_TRY(OpenOutputs(targets));
         // Without it more threads than cores are refused, with a warning on stderr.
         const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
-            static_cast<std::size_t>(std::max(options_.threads, tbb::info::default_concurrency())));
-        tbb::task_arena arena(options_.threads > 0 ? options_.threads : tbb::task_arena::automatic);
+            static_cast<std::size_t>(std::max(Threads(), tbb::info::default_concurrency())));
+        tbb::task_arena arena(Threads());
         Result ran;
         arena.execute([&] {
             ran = Guarded([&] { return RunInArena(); });
@@ -81,7 +82,7 @@ public:
                 ran = std::move(written);
         });
         VELTO_TRY(ran);
-        return outputs_.Finish();
+        return outputs_.Finish(statistics_.files);
     }
 
 private:
@@ -94,8 +95,8 @@ private:
             return MakeError(
                 error::kIllegalArgument, fmt::format("the crop {},{},{}x{} is not inside {}x{}", window_.x, window_.y,
                                              window_.width, window_.height, options_.view.width, options_.view.height));
-        return outputs_.Open(
-            *graph_.program, targets, window_, options_.view.width, options_.view.height, options_.encoding);
+        return outputs_.Open(*graph_.program, targets, window_, options_.view.width, options_.view.height,
+            options_.encoding, options_.hashesPixels);
     }
 
     Result RunInArena()
@@ -221,6 +222,8 @@ private:
         return MakeError(kind, fmt::format("nodes.{}: {} (at pixel {}, {})", failure.node ? *failure.node : "?",
                                    error.Message(), failure.x, failure.y));
     }
+
+    int Threads() const { return options_.threads > 0 ? options_.threads : UsableCores(); }
 
     bool IsStopped() const { return options_.stop && options_.stop->load(std::memory_order_relaxed); }
 

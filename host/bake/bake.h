@@ -26,8 +26,9 @@ struct BakeOptions
     BakeWindow window;    // of the picture; empty: all of it
     double seconds = 0.0; // the time of the frame
     double framesPerSecond = 25.0;
-    int threads = 0; // 0: as many as there are
+    int threads = 0; // 0: as many as the process may use
     PictureEncoding encoding;
+    bool hashesPixels = false;
     std::function<void(const BakeProgress&)> progress; // [the calling thread]
     const std::atomic<bool>* stop = nullptr;           // true: stop soon
 };
@@ -40,6 +41,7 @@ struct BakeStatistics
     double writeSeconds = 0.0;
     EvaluationCounts evaluations; // by index of the program's node names
     std::vector<SetupRaster> rasters;
+    std::vector<WrittenFile> files;
 };
 
 inline constexpr int kMaxPictureSide = 32'768;

@@ -3,6 +3,8 @@
 
 #include "target.h"
 
+#include "host/system/sha256.h"
+
 #include "host/runtime/program.h"
 #include "host/system/memory.h"
 
@@ -21,7 +23,7 @@ class BakeOutputs
 public:
     // Opens a file for each target; nothing of them is left unless all are finished.
     Result Open(const Program& program, const std::vector<BakeTarget>& targets, const BakeWindow& window,
-        int wholeWidth, int wholeHeight, const PictureEncoding& encoding);
+        int wholeWidth, int wholeHeight, const PictureEncoding& encoding, bool hashesPixels);
     void Allocate(int bandRows);
 
     struct Target
@@ -31,6 +33,8 @@ public:
         std::unique_ptr<PictureWriter> writer;
         std::vector<float> band; // to be filled, rows of the window
         std::vector<float> written;
+        Sha256 sum;
+        WrittenFile file;
     };
     std::vector<Target>& Targets() { return targets_; }
 
@@ -42,17 +46,20 @@ public:
     Result Wait();
 
     // Puts all files in place, after `Wait`.
-    Result Finish();
+    Result Finish(std::vector<WrittenFile>& files);
 
     double Seconds() const { return seconds_; } // spent on files, on whatever thread
 
 private:
+    Result Write(Target& target, int rows);
+
     std::vector<Target> targets_;
     tbb::task_group writing_;
     Result written_;
     std::atomic<UInt> bandsWritten_ = 0;
     MemoryShare memory_;
     int width_ = 0;
+    bool hashesPixels_ = false;
     double seconds_ = 0.0;
 };
 

@@ -19,9 +19,22 @@ struct BakeWindow
 // One output to one file.
 struct BakeTarget
 {
-    std::size_t output = 0;  // of the program
-    std::string file;        // `-`: standard output
+    std::size_t output = 0; // of the program
+    std::string file;       // `-`: standard output
+    PictureAttributes attributes = {};
+    bool isPart = false;     // floats as they are, not packed
     std::string format = {}; // a suffix; empty: that of the file
+};
+
+// What was written for a target.
+struct WrittenFile
+{
+    std::string path;
+    std::size_t output = 0; // of the program
+    int width = 0;
+    int height = 0;
+    int channels = 0;   // that were baked
+    std::string pixels; // SHA-256 of the floats before encoding, row by row
 };
 
 } // namespace velto::host

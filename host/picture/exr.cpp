@@ -1,4 +1,6 @@
 // OpenEXR's scan lines, blocks of 16 packed on all threads.
+#include "exr.h"
+
 #include "deflate.h"
 #include "encoder.h"
 
@@ -16,7 +18,7 @@ namespace
 
 static_assert(std::endian::native == std::endian::little);
 
-constexpr int kBlockRows = 16;
+constexpr int kZipRows = 16;
 constexpr int kLevel = 4;
 
 template <class T>
@@ -52,19 +54,6 @@ std::vector<std::byte> Values(T... values)
     return bytes;
 }
 
-// The names of a pixel's channels in their order, and the order that the file has them in, that of the names.
-struct ChannelNames
-{
-    const char* names;
-    int order[4];
-};
-
-ChannelNames NamesOf(int channels)
-{
-    static constexpr ChannelNames all[] = {{"Y", {0}}, {"YA", {1, 0}}, {"RGB", {2, 1, 0}}, {"RGBA", {3, 2, 1, 0}}};
-    return all[channels - 1];
-}
-
 // Low bytes behind high ones, each as its difference from the one before: what is alike comes together.
 void Arrange(const std::vector<std::byte>& plain, std::vector<std::byte>& arranged)
 {
@@ -87,22 +76,22 @@ class ExrEncoder : public PictureEncoder
 public:
     ExrEncoder(const StoredPicture& picture, NewFile& file)
         : picture_(picture), file_(file), componentBytes_(picture.depth == PixelDepth::Half ? 2 : 4),
-          rowBytes_(picture.RowBytes())
+          rowBytes_(picture.RowBytes()), blockRows_(picture.layout.isPlain ? 1 : kZipRows)
     {
     }
 
-    int BlockRows() const override { return kBlockRows; }
+    int BlockRows() const override { return blockRows_; }
 
     Result WriteRows(const std::byte* rows, int rowCount) override
     {
         if (rowsDone_ == 0)
             VELTO_TRY(WriteHead());
-        const int blocks = (rowCount + kBlockRows - 1) / kBlockRows;
+        const int blocks = (rowCount + blockRows_ - 1) / blockRows_;
         std::vector<std::vector<std::byte>> made(static_cast<std::size_t>(blocks));
         tbb::parallel_for(0, blocks, [&](int block) {
-            const int first = block * kBlockRows;
+            const int first = block * blockRows_;
             made[static_cast<std::size_t>(block)] = PackBlock(
-                rows + static_cast<std::size_t>(first) * rowBytes_, first, std::min(kBlockRows, rowCount - first));
+                rows + static_cast<std::size_t>(first) * rowBytes_, first, std::min(blockRows_, rowCount - first));
         });
         for (const std::vector<std::byte>& block : made)
         {
@@ -123,21 +112,9 @@ public:
 private:
     Result WriteHead()
     {
-        std::vector<std::byte> bytes = Values(std::uint32_t{0x01312f76}, std::uint32_t{2});
-        const ChannelNames names = NamesOf(picture_.channels);
-        std::vector<std::byte> channels;
-        for (int i = 0; i < picture_.channels; ++i)
-        {
-            channels.push_back(static_cast<std::byte>(names.names[names.order[i]]));
-            channels.push_back({});
-            Append(channels, std::int32_t{picture_.depth == PixelDepth::Half ? 1 : 2});
-            Append(channels, std::uint32_t{0}); // looks linear
-            Append(channels, std::int32_t{1});  // every pixel of a row
-            Append(channels, std::int32_t{1});  // and every row
-        }
-        channels.push_back({});
-        AppendAttribute(bytes, "channels", "chlist", channels);
-        AppendAttribute(bytes, "compression", "compression", {std::byte{3}}); // zip
+        std::vector<std::byte> bytes = Values(kExrMagic, kExrVersion);
+        AppendAttribute(bytes, "channels", "chlist", ExrChannelList(picture_.channels, picture_.depth));
+        AppendAttribute(bytes, "compression", "compression", {picture_.layout.isPlain ? kExrPlain : kExrZip});
         const PictureLayout& layout = picture_.layout;
         AppendAttribute(bytes, "dataWindow", "box2i",
             Values(layout.x, layout.y, layout.x + layout.width - 1, layout.y + layout.height - 1));
@@ -155,7 +132,7 @@ private:
         }
         bytes.push_back({});
         tableAt_ = bytes.size();
-        const auto blocks = static_cast<std::size_t>((layout.height + kBlockRows - 1) / kBlockRows);
+        const auto blocks = static_cast<std::size_t>((layout.height + blockRows_ - 1) / blockRows_);
         bytes.resize(bytes.size() + blocks * sizeof(UInt));
         offsets_.reserve(blocks);
         return file_.Write(0, bytes.data(), bytes.size());
@@ -165,7 +142,7 @@ private:
     {
         std::vector<std::byte> plain(static_cast<std::size_t>(rowCount) * rowBytes_);
         const std::size_t step = componentBytes_ * static_cast<std::size_t>(picture_.channels);
-        const ChannelNames names = NamesOf(picture_.channels);
+        const ExrChannels names = ExrChannelsOf(picture_.channels);
         std::byte* to = plain.data();
         for (int y = 0; y < rowCount; ++y, rows += rowBytes_)
         {
@@ -176,11 +153,14 @@ private:
                     std::memcpy(to, from, componentBytes_);
             }
         }
-        std::vector<std::byte> arranged;
-        Arrange(plain, arranged);
         std::vector<std::byte> packed;
-        DeflateWhole(arranged, kLevel, packed);
-        const std::vector<std::byte>& content = packed.size() < plain.size() ? packed : plain;
+        if (!picture_.layout.isPlain)
+        {
+            std::vector<std::byte> arranged;
+            Arrange(plain, arranged);
+            DeflateWhole(arranged, kLevel, packed);
+        }
+        const std::vector<std::byte>& content = !packed.empty() && packed.size() < plain.size() ? packed : plain;
         std::vector<std::byte> block =
             Values(picture_.layout.y + rowsDone_ + first, static_cast<std::int32_t>(content.size()));
         block.insert(block.end(), content.begin(), content.end());
@@ -191,12 +171,36 @@ private:
     NewFile& file_;
     const std::size_t componentBytes_;
     const std::size_t rowBytes_;
+    const int blockRows_;
     UInt tableAt_ = 0;
     std::vector<UInt> offsets_;
     int rowsDone_ = 0;
 };
 
 } // namespace
+
+ExrChannels ExrChannelsOf(int channels)
+{
+    static constexpr ExrChannels all[] = {{"Y", {0}}, {"YA", {1, 0}}, {"RGB", {2, 1, 0}}, {"RGBA", {3, 2, 1, 0}}};
+    return all[channels - 1];
+}
+
+std::vector<std::byte> ExrChannelList(int channels, PixelDepth depth)
+{
+    const ExrChannels names = ExrChannelsOf(channels);
+    std::vector<std::byte> list;
+    for (int i = 0; i < channels; ++i)
+    {
+        list.push_back(static_cast<std::byte>(names.names[names.order[i]]));
+        list.push_back({});
+        Append(list, std::int32_t{depth == PixelDepth::Half ? 1 : 2});
+        Append(list, std::uint32_t{0}); // looks linear
+        Append(list, std::int32_t{1});  // every pixel of a row
+        Append(list, std::int32_t{1});  // and every row
+    }
+    list.push_back({});
+    return list;
+}
 
 std::unique_ptr<PictureEncoder> MakeExrEncoder(const StoredPicture& picture, NewFile& file)
 {

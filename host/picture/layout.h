@@ -31,6 +31,9 @@ struct PictureEncoding
     PictureColorSpace colorSpace = PictureColorSpace::Default;
 };
 
+// Names of at most 31 bytes, and texts.
+using PictureAttributes = std::vector<std::pair<std::string, std::string>>;
+
 // What is written, and of which picture it is a part. Formats without a place for the whole write the part alone.
 struct PictureLayout
 {
@@ -41,7 +44,8 @@ struct PictureLayout
     int y = 0;
     int wholeWidth = 0;
     int wholeHeight = 0;
-    std::vector<std::pair<std::string, std::string>> attributes = {}; // names of at most 31 bytes; only exr has them
+    PictureAttributes attributes = {}; // only exr has them
+    bool isPlain = false;              // not packed: a part, written and read once
 };
 
 } // namespace velto::host

@@ -43,17 +43,18 @@ TEST(BakeArguments, Crops)
 
 TEST(BakeArguments, Frames)
 {
-    int first = 0;
-    int last = 0;
-    ASSERT_TRUE(ParseFrames("3-12", first, last));
-    EXPECT_TRUE(first == 3 && last == 12);
-    ASSERT_TRUE(ParseFrames("-4--2", first, last));
-    EXPECT_TRUE(first == -4 && last == -2);
-    EXPECT_TRUE(ParseFrames("7-7", first, last));
-    EXPECT_TRUE(ParseFrames("1-1000000", first, last));
+    const auto frames = [](const char* text) {
+        std::vector<int> list;
+        return ParseFrames(text, list) ? list : std::vector<int>();
+    };
+    EXPECT_EQ(frames("7"), (std::vector{7}));
+    EXPECT_EQ(frames("-4--2"), (std::vector{-4, -3, -2}));
+    EXPECT_EQ(frames("1-8x3"), (std::vector{1, 4, 7}));
+    EXPECT_EQ(frames("3,7,5-3,2147483647"), (std::vector{3, 7, 5, 4, 2147483647}));
+    EXPECT_EQ(frames("-999999-0").size(), 1'000'000u);
     for (const char* const wrong :
-        {"", "3", "3-", "-3", "12-3", "3-12-14", "a-b", "1-1000001", "-2147483648-2147483647"})
-        EXPECT_FALSE(ParseFrames(wrong, first, last)) << wrong;
+        {"", "3-", "3-12-14", "a-b", "1,", ",1", "1-4x0", "1-4x-1", "1x", "1-1000001", "-2147483648-2147483647"})
+        EXPECT_TRUE(frames(wrong).empty()) << wrong;
 }
 
 TEST(BakeArguments, FileNames)

@@ -295,6 +295,92 @@ TEST_F(CommandTest, SignalsAndTheTimeLimitEndABakeAtOnce)
     }
 }
 
+TEST_F(CommandTest, PartsMergeToTheBytesOfOneBake)
+{
+    Write("g.json", R"({"version": 1, "nodes": {"n": {"type": "noise", "inputs": {"octaves": 2}}},
+        "outputs": {"color": "n.result"}})");
+    // More shards than rows of tiles, too.
+    for (const char* const options : {"-o x.png --size 90x300", "-o x.exr --size 200x130 --crop 20,30,100x90",
+             "-o x.tif --size 64x200 --depth float --frame 3"})
+    {
+        ASSERT_EQ(Run(fmt::format("bake g.json {}", options)).status, 0);
+        const std::string file(options + 3, 5);
+        const std::string whole = ReadAll(file);
+        std::filesystem::remove(folder_ / file);
+        for (int k = 1; k <= 4; ++k)
+            ASSERT_EQ(Run(fmt::format("bake g.json {} --shard {}/4 --threads {}", options, k, k)).status, 0);
+        EXPECT_FALSE(std::filesystem::exists(folder_ / file));
+        const Ran merged = Run(fmt::format("merge g.json {} --remove-parts", options));
+        EXPECT_EQ(merged.status, 0) << merged.err;
+        EXPECT_TRUE(ReadAll(file) == whole) << options;
+        EXPECT_FALSE(std::filesystem::exists(folder_ / "x.1-of-4.part.exr"));
+    }
+    const std::string all = "-o x.png --size 90x300";
+    ASSERT_EQ(Run("bake g.json " + all).status, 0);
+    const std::string whole = ReadAll("x.png");
+    std::filesystem::remove(folder_ / "x.png");
+    const Ran farmed = Run("farm g.json " + all + " --shards 3 --engine local");
+    EXPECT_EQ(farmed.status, 0) << farmed.err;
+    EXPECT_TRUE(ReadAll("x.png") == whole);
+}
+
+TEST_F(CommandTest, PartsThatDoNotMakeAWholeAreNamed)
+{
+    const std::string good = "good.json -o x.png --size 40x200 ";
+    for (int k = 1; k <= 3; ++k)
+        ASSERT_EQ(Run(fmt::format("bake {} --shard {}/3", good, k)).status, 0);
+    const std::string part = ReadAll("x.2-of-3.part.exr");
+    const auto left = [&] { return std::filesystem::last_write_time(folder_ / "x.2-of-3.part.exr"); };
+    const auto before = left();
+    EXPECT_THAT(Run("bake " + good + "--shard 2/3 --skip-existing").err, HasSubstr("is left as it is"));
+    EXPECT_EQ(left(), before);
+    const struct
+    {
+        std::string part; // in the place of the second; empty: none
+        std::string arguments;
+        const char* error;
+    } table[] = {
+        {"", good, "x.2-of-3.part.exr is missing"},
+        {part.substr(0, part.size() - 1), good, "x.2-of-3.part.exr is cut off or damaged"},
+        {part.substr(0, 40), good, "x.2-of-3.part.exr is no part of a picture, or cut off"},
+        {part, good + "--set n.contrast=1", "x.2-of-3.part.exr belongs to another bake"},
+        {ReadAll("x.1-of-3.part.exr"), good, "x.2-of-3.part.exr: part 1 is given twice"},
+        {part, "-o x.png x.1-of-3.part.exr x.3-of-3.part.exr", "x.2-of-3.part.exr is missing"},
+    };
+    for (const auto& row : table)
+    {
+        std::filesystem::remove(folder_ / "x.2-of-3.part.exr");
+        if (!row.part.empty())
+            Write("x.2-of-3.part.exr", row.part);
+        const Ran merged = Run("merge " + row.arguments);
+        EXPECT_EQ(merged.status, 1) << row.error;
+        EXPECT_THAT(merged.err, HasSubstr(row.error));
+        EXPECT_FALSE(std::filesystem::exists(folder_ / "x.png"));
+    }
+    Write("x.2-of-3.part.exr", part);
+    EXPECT_EQ(Run("merge -o x.png x.3-of-3.part.exr x.1-of-3.part.exr x.2-of-3.part.exr").status, 0);
+    for (const char* const wrong : {"0/3", "4/3", "1/0", "1", "1/2/3", "a/b", "-1/3"})
+        EXPECT_EQ(Run("bake " + good + "--shard " + wrong).status, 2) << wrong;
+}
+
+TEST_F(CommandTest, ASummaryTellsThePixelsWhateverTheFormat)
+{
+    const Ran png = Run("bake good.json -o x.png --size 30x20 --json --threads 2");
+    const Ran exr = Run("bake good.json -o x.exr --size 30x20 --json --threads 1 --progress json");
+    const Json one = Parse(png.out);
+    const Json other = Parse(exr.out);
+    const Json& file = one.Find("files")->Elements()[0];
+    EXPECT_EQ(file.Find("pixels")->AsString().size(), 64u);
+    EXPECT_EQ(file.Find("pixels")->AsString(), other.Find("files")->Elements()[0].Find("pixels")->AsString());
+    EXPECT_EQ(file.Find("bytes")->AsInteger(), static_cast<Int>(std::filesystem::file_size(folder_ / "x.png")));
+    EXPECT_EQ(one.Find("samples")->AsInteger(), 600);
+    const Json last = Parse(exr.err.substr(exr.err.rfind('{')));
+    EXPECT_EQ(last.Find("share")->AsNumber(), 1.0);
+    const Ran streamed = Run("bake good.json -o - --format png --size 30x20");
+    EXPECT_TRUE(streamed.out == ReadAll("x.png"));
+    EXPECT_EQ(Run("bake good.json -o - --size 30x20").status, 2);
+}
+
 } // namespace
 
 } // namespace velto::test

@@ -1,0 +1,19 @@
+// What tells two bakes apart before they are run.
+#pragma once
+
+#include "bake.h"
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace velto::host
+{
+
+// A hash of all that determines the pixels of one output: the graph after its settings, the files that its values
+// name, the view and its time, the module's bytes and `settings`. Of a sequence of pictures the name counts, the files
+// do not.
+Result BakeFingerprint(const Graph& graph, std::size_t output, const BakeOptions& options,
+    const std::filesystem::path& module, std::string_view settings, std::string& hash);
+
+} // namespace velto::host
