@@ -85,9 +85,10 @@ Result PrivateGetMicroNode(MicroNodeGroup* group, UInt key, PortMicroNode** node
 Result SetMayStayUnwritten(MicroNodeGroup* group, UInt key)
 {
     GroupPort* port = nullptr;
-    VELTO_TRY(FindByKey(group, key, port));
-    port->mayStayUnwritten = true;
-    return {};
+    Result found = FindByKey(group, key, port);
+    if (port)
+        port->mayStayUnwritten = true;
+    return found;
 }
 
 Result AddMicroNode(MicroNodeGroup* self, MicroNode* record)
