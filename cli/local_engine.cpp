@@ -20,7 +20,7 @@ namespace velto::cli
 namespace
 {
 
-class LocalEngine : public Engine
+class LocalEngine final : public Engine
 {
 public:
     ~LocalEngine() override { Cancel(); }
