@@ -424,7 +424,8 @@ std::unique_ptr<Picture> ReadMovie(const TextureFileRequest& request, const File
                 {
                     const auto* const row =
                         reinterpret_cast<const From*>(from.pixels + from.rowBytes * static_cast<std::size_t>(y));
-                    use(y, Converted(row, static_cast<std::size_t>(from.width * from.channels), buffer));
+                    use(y, Converted(row,
+                               static_cast<std::size_t>(from.width) * static_cast<std::size_t>(from.channels), buffer));
                 }
             });
         };
@@ -432,6 +433,7 @@ std::unique_ptr<Picture> ReadMovie(const TextureFileRequest& request, const File
             return request.asFloat ? build(std::uint8_t(), float()) : build(std::uint8_t(), std::uint8_t());
         return request.asFloat ? build(std::uint16_t(), float()) : build(std::uint16_t(), std::uint16_t());
     });
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): it loses sight of the pointer within the lambdas
     picture->framesPerSecond = movie->GetClip().framesPerSecond;
     picture->seconds = movie->GetClip().seconds;
     return picture;
