@@ -87,6 +87,21 @@ void ListNode(const host::NodeType& type, const Streams& streams)
     streams.out << head << std::string_view(help).substr(std::min(help.size() - 1, help.find_first_not_of(' ')));
 }
 
+void PrintNodes(
+    const NodesArguments& arguments, const Streams& streams, const std::vector<const host::NodeType*>& types)
+{
+    Json list = Json::Array();
+    for (const host::NodeType* const type : types)
+    {
+        if (arguments.json)
+            list.Append(DescribeNode(*type));
+        else
+            ListNode(*type, streams);
+    }
+    if (arguments.json)
+        streams.out << list.Write(true) << '\n';
+}
+
 // Lists the nodes that have all the words; those that are named so come first.
 int FindByWords(const NodesArguments& arguments, const Streams& streams, host::NodeCatalog& catalog)
 {
@@ -110,16 +125,10 @@ int FindByWords(const NodesArguments& arguments, const Streams& streams, host::N
         return kWrongInput;
     }
     std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-    Json list = Json::Array();
+    std::vector<const host::NodeType*> types;
     for (const auto& [isMentioned, type] : found)
-    {
-        if (arguments.json)
-            list.Append(DescribeNode(*type));
-        else
-            ListNode(*type, streams);
-    }
-    if (arguments.json)
-        streams.out << list.Write(true) << '\n';
+        types.push_back(&*type);
+    PrintNodes(arguments, streams, types);
     return kSuccess;
 }
 
@@ -168,16 +177,10 @@ void ListCore(const NodesArguments& arguments, const Streams& streams, const hos
 
 void ListDescribed(const NodesArguments& arguments, const Streams& streams, const host::NodeCatalog& catalog)
 {
-    Json list = Json::Array();
+    std::vector<const host::NodeType*> types;
     for (const auto& type : catalog.Described())
-    {
-        if (arguments.json)
-            list.Append(DescribeNode(*type));
-        else
-            ListNode(*type, streams);
-    }
-    if (arguments.json)
-        streams.out << list.Write(true) << '\n';
+        types.push_back(type.get());
+    PrintNodes(arguments, streams, types);
 }
 
 } // namespace
