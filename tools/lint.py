@@ -116,6 +116,12 @@ def check_host_order():
         visit(unit, [])
 
 
+def check_readme():
+    shown = re.search(r"```json\n(.*?)```", (ROOT / "README.md").read_text(), re.DOTALL)
+    if shown.group(1) != (ROOT / "examples/demo.json").read_text():
+        fault("README.md", "its first graph is not examples/demo.json")
+
+
 def check_port(place, port, is_input):
     for member in port.get("bundle", []):
         check_port(f"{place}.{port['name']}", member, is_input)
@@ -223,6 +229,7 @@ def main():
     check_text()
     check_includes()
     check_host_order()
+    check_readme()
     check_descriptions(arguments.command)
     if arguments.headers:
         check_headers()

@@ -42,6 +42,7 @@ public:
 
 std::unique_ptr<PictureEncoder> MakePngEncoder(const StoredPicture& picture, NewFile& file);
 std::unique_ptr<PictureEncoder> MakeExrEncoder(const StoredPicture& picture, NewFile& file);
+std::unique_ptr<PictureEncoder> MakeWebpEncoder(const StoredPicture& picture, NewFile& file);
 
 // The other formats', which the library of pictures has.
 Result MakeLibraryEncoder(const StoredPicture& picture, NewFile& file, std::unique_ptr<PictureEncoder>& encoder);

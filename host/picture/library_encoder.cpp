@@ -159,6 +159,11 @@ private:
 
 Result MakeLibraryEncoder(const StoredPicture& picture, NewFile& file, std::unique_ptr<PictureEncoder>& encoder)
 {
+    if (std::string_view(picture.format->name) == "webp")
+    {
+        encoder = MakeWebpEncoder(picture, file);
+        return {};
+    }
     auto made = std::make_unique<LibraryEncoder>(picture, file);
     VELTO_TRY(made->Create());
     encoder = std::move(made);
