@@ -173,7 +173,7 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
         std::vector<host::BakeTarget> targets;
         if (!PlanFrame(arguments, frame, module, streams, plan, graph, targets))
             return kWrongInput;
-        if (!HasMemory(arguments.graph, graph, {}, streams))
+        if (!HasTime(arguments.graph, graph, streams) || !HasMemory(arguments.graph, graph, {}, streams))
             return kFailed;
         graph.messages = messages;
         const std::string name = targets.front().file;

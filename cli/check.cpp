@@ -18,7 +18,8 @@ int Check(const CheckArguments& arguments, const Streams& streams)
     PrintDiagnostics(streams, arguments.graph.file, diagnostics);
     if (streams.isStrict && diagnostics.HasWarnings())
         return kWrongInput;
-    return HasMemory(arguments.graph, graph, pictures, streams) ? kSuccess : kFailed;
+    const bool hasTime = HasTime(arguments.graph, graph, streams);
+    return HasMemory(arguments.graph, graph, pictures, streams) && hasTime ? kSuccess : kFailed;
 }
 
 } // namespace velto::cli

@@ -74,12 +74,21 @@ int Eval(const EvalArguments& arguments, const Streams& streams)
     if (!LoadGraph(arguments.graph, host::VariableInputs(samples), module, streams, graph) ||
         !HasOutputs(arguments.graph, graph, streams))
         return kWrongInput;
+    if (!HasTime(arguments.graph, graph, streams) || !HasMemory(arguments.graph, graph, {}, streams))
+        return kFailed;
     host::Json results;
     bool anyFailed = false;
     if (!host::EvaluateSamples(graph, samples, arguments.counts, diagnostics, results, anyFailed))
     {
         PrintDiagnostics(streams, arguments.samples, diagnostics);
         return kWrongInput;
+    }
+    if (host::MemoryRefusals() > 0) // what was refused shows as something else
+    {
+        anyFailed = true;
+        host::Diagnostics ignored;
+        if (HasMemory(arguments.graph, graph, host::LookForPictures(graph, ignored), streams))
+            PrintError(streams, "Out of memory.");
     }
     streams.out << results.Write(true) << '\n';
     return anyFailed || (streams.isStrict && HasMessages(results)) ? kFailed : kSuccess;

@@ -51,6 +51,8 @@ void AddGraph(CLI::App& command, GraphArguments& arguments)
         ->type_name("MB")
         ->check(CLI::Range(1, 1 << 20))
         ->envname("VELTO_MEMORY");
+    command.add_flag(
+        "--force", arguments.force, "goes on although a sample takes more than 1,000,000,000 evaluations of nodes");
     command
         .add_option("--library", arguments.libraries,
             "where documents are that go by their names; VELTO_LIBRARY names further directories")

@@ -183,6 +183,17 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
     return isGood;
 }
 
+bool HasTime(const GraphArguments& arguments, const host::Graph& graph, const Streams& streams)
+{
+    if (streams.isVerbose)
+        PrintNote(streams, fmt::format("{}: evaluations of nodes a sample: about {:.2g}", arguments.file,
+                               host::EstimateWork(*graph.program).sum));
+    const std::string complaint = arguments.force ? std::string() : host::WorkComplaint(*graph.program);
+    if (!complaint.empty())
+        PrintError(streams, fmt::format("{}: {}", arguments.file, complaint));
+    return complaint.empty();
+}
+
 bool HasMemory(const GraphArguments& arguments, const host::Graph& graph,
     const std::vector<host::ShownPicture>& pictures, const Streams& streams)
 {

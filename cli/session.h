@@ -77,6 +77,7 @@ struct GraphArguments
     std::vector<std::string> outputs; // that are wanted; empty: all
     int textureMemory = 2048;         // megabytes
     int memory = 0;                   // megabytes; 0: most of what there is
+    bool force = false;               // however much work a sample is
 };
 
 // Reads a graph with its settings; errors are printed, and warnings.
@@ -85,6 +86,9 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
 
 // Whether there is anything to evaluate; that a material drives nothing is printed.
 bool HasOutputs(const GraphArguments& arguments, const host::Graph& graph, const Streams& streams);
+
+// Whether a sample is no more work than is done unasked; why not is printed, and the work where much is wanted.
+bool HasTime(const GraphArguments& arguments, const host::Graph& graph, const Streams& streams);
 
 // Whether what the graph asks for is granted; what it lacks is printed.
 bool HasMemory(const GraphArguments& arguments, const host::Graph& graph,

@@ -17,6 +17,7 @@
 #include "host/bake/demand.h"
 #include "host/bake/pictures.h"
 #include "host/bake/samples.h"
+#include "host/bake/work.h"
 #include "host/loader/module.h"
 #include "host/runtime/graph.h"
 #include "host/runtime/sampler.h"

@@ -87,12 +87,15 @@ TEST_F(BakeAnimationTest, MemoryIsShared)
     EXPECT_EQ("", Run(url, "check image.json --memory 8"));
     EXPECT_EQ("velto: error: " + refusal + "\n", Run(url, "check image.json --memory 4", 1));
     EXPECT_EQ("", Run(url, "bake image.json -o out.tif --size 4 --memory 8"));
+    EXPECT_EQ("velto: error: " + refusal + "\n", Run(url, "eval image.json --memory 4 >out.txt", 1));
     EXPECT_NE(std::string::npos, Run(url, "bake image.json -o out.tif --size 4 --memory 4", 1).find(refusal));
     folder.WriteBytes("blur.json", R"({"version": 1, "nodes": {"place": {"type": "placement2d"},
         "blur": {"type": "blur", "inputs": {"resolution": 1000, "color": [1, 1, 1, 1]}}}, "outputs": {"o": "blur.result"}})");
     EXPECT_EQ("velto: error: blur.json: asks for 31 MB of memory, and 30 MB are granted (--memory); most of it is for "
               "nodes.blur (raster of 1000 x 1000), 31 MB\n",
         Run(url, "bake blur.json -o out.tif --size 4 --memory 30", 1));
+    EXPECT_EQ("", Run(url, "eval blur.json --memory 70 >out.txt"));
+    EXPECT_NE("", Run(url, "eval blur.json --memory 30 >out.txt", 1));
 }
 
 // Both name the input and the file that is looked for.

@@ -71,6 +71,7 @@ protected:
         Write("broken.json", "{\"version\": \xff}");
         Write("brackets.json", std::string(100'000, '['));
         Write("samples.json", R"([{}, {"uvw": [1, 0]}])");
+        Write("kernels.json", Kernels(30));
     }
     ~CommandTest() override { std::filesystem::remove_all(folder_); }
 
@@ -80,6 +81,16 @@ protected:
     {
         std::ifstream in(folder_ / name, std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    // Each invokes the one before it ten times.
+    static std::string Kernels(int count)
+    {
+        std::string nodes = R"("k0": {"type": "checkerboard"})";
+        for (int i = 1; i <= count; ++i)
+            nodes += fmt::format(
+                R"(, "k{}": {{"type": "kernel", "inputs": {{"color": {{"from": "k{}.result"}}}}}})", i, i - 1);
+        return fmt::format(R"({{"version": 1, "nodes": {{{}}}, "outputs": {{"o": "k{}.result"}}}})", nodes, count);
     }
 
     // In the test's folder.
@@ -161,6 +172,11 @@ TEST_F(CommandTest, ExitStatusesAndDiagnostics)
         {"check far.json", 0, "far.json: nodes.n.inputs.contrast: 12 is above the most, 10"},
         {"check below/outside.json --files below", 2, "there is no node type \"../good.json\""},
         {"bake below/outside.json -o x.png --preset none", 2, "there is no such preset"},
+        {"check kernels.json", 1, "kernels.json: takes about 1.1e+30 evaluations a sample, and no more than 1e+09"},
+        {"eval kernels.json", 1, "the nodes evaluated most are nodes.k0, nodes.k1, nodes.k2"},
+        {"bake kernels.json -o kernels.png", 1, "--force"},
+        {"check kernels.json --force", 0, ""},
+        {"bake kernels.json -o kernels.png --size 1 --force --time-limit 0.2", 1, "the time limit is over"},
         {"nodes mix", 0, ""},
         {"nodes contrst", 2, "did you mean \"contrast\"?"},
         {"nodes contrast --module nosuch.module", 1, "nosuch.module"},
@@ -263,9 +279,17 @@ TEST_F(CommandTest, OutputThatCannotBeWrittenFails)
 TEST_F(CommandTest, SignalsAndTheTimeLimitEndABakeAtOnce)
 {
     Write("kept.exr", "kept");
+    Write("raster.json", R"({"version": 1, "nodes": {"n": {"type": "noise"}, "c": {"type": "cache", "inputs":
+        {"color": {"from": "n.result"}, "width": 8192, "height": 8192}}}, "outputs": {"color": "c.result"}})");
+    const struct
+    {
+        int signal; // 0: the time limit
+        const char* document;
+    } table[] = {{SIGINT, "good.json"}, {SIGTERM, "good.json"}, {SIGHUP, "good.json"}, {SIGQUIT, "good.json"},
+        {0, "good.json"}, {SIGINT, "kernels.json"}, {SIGINT, "raster.json"}};
     const std::size_t before =
         static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder_), {}));
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, 0})
+    for (const auto& [signal, document] : table)
     {
         const pid_t child = fork();
         ASSERT_GE(child, 0);
@@ -274,15 +298,18 @@ TEST_F(CommandTest, SignalsAndTheTimeLimitEndABakeAtOnce)
             const rlimit noCore{0, 0};
             setrlimit(RLIMIT_CORE, &noCore);
             if (chdir(folder_.c_str()) == 0 && std::freopen("err.txt", "w", stderr))
-                execl(VELTO_BUILD_DIR "/velto", "velto", "bake", "good.json", "-o", "kept.exr", "--size", "32768",
-                    "--time-limit", signal == 0 ? "0.4" : "1000", nullptr);
+                execl(VELTO_BUILD_DIR "/velto", "velto", "bake", document, "-o", "kept.exr", "--size", "32768",
+                    "--force", "--time-limit", signal == 0 ? "0.4" : "1000", nullptr);
             _exit(127);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(signal == 0 ? 0 : 400));
+        const auto sent = std::chrono::steady_clock::now();
         if (signal != 0)
             kill(child, signal);
         int status = 0;
         waitpid(child, &status, 0);
+        const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - sent;
+        EXPECT_LT(seconds.count(), 1.0) << document; // a tenth where nothing else runs
         if (signal != 0)
             EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << signal << ' ' << status;
         else

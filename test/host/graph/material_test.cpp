@@ -154,6 +154,14 @@ TEST(DescribedNodes, DefaultsHoldForCoreNodesToo)
     EXPECT_EQ(Output(results, "color"), "[0.75, 0.5, 0, 1]"); // the mask lets colours pass and not alpha
 }
 
+// Nobody but the renderer sees into it.
+TEST(Material, ALayerMayBeAnOutputOfADocument)
+{
+    EXPECT_EQ(R"({"type": "net.velto.render.datatype.bsdflayer"})",
+        Output(
+            EvalJson(R"({"version": 1, "nodes": {"n": {"type": "bsdflayer"}}, "outputs": {"o": "n.result"}})"), "o"));
+}
+
 } // namespace
 
 } // namespace velto::test

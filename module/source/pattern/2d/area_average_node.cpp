@@ -1,9 +1,12 @@
 // The mean of a colour over the unit square, weighted by a mask: one colour for all samples, worked out by the first.
+#include "../limits.h"
 #include "sampling.h"
 #include "velto/node.h"
 
 namespace velto::pattern::twod
 {
+
+static constexpr Int kMostGridPoints = 100'000'000;
 
 static Result AreaAverage(In<"context", ShadingContext> context, In<"color", ColorAFunction> color,
     In<"width", UInt32> width, In<"height", UInt32> height, In<"mask", FloatFunction> mask,
@@ -15,6 +18,7 @@ static Result AreaAverage(In<"context", ShadingContext> context, In<"color", Col
 
     const UInt32 w = PreviewLimited(*width, *renderMode);
     const UInt32 h = PreviewLimited(*height, *renderMode);
+    VELTO_TRY(CheckLimit("grid points", Int(w) * Int(h), kMostGridPoints));
     ShadingContext local;
     CopyContext(local, *context);
     const Float halfU = (1.0 / w) * 0.5;

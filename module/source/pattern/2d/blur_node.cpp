@@ -2,6 +2,7 @@
 // around the sample, or from random places about it.
 #include "../generator/random.h"
 #include "../generator/truncate.h"
+#include "../limits.h"
 #include "bakedimagedata.h"
 #include "boxblur.h"
 #include "velto/mask.h"
@@ -16,6 +17,9 @@ VELTO_INTERNED_ID(kBaked, "baked");
 VELTO_INTERNED_ID(kKernel, "kernel");
 VELTO_INTERNED_ID(kStochastic, "stochastic");
 VELTO_INTERNED_ID(kNearest, "nearest");
+
+static constexpr Int kMostSamples = 1'000'000;
+static constexpr Int kMostCells = 2'000; // on each side of the sample's own
 
 static Result BlurPre(Connected<"color", ColorAFunction> color, In<"resolution", UInt32> resolution,
     In<"radius", Float> radius, In<"mode", InternedId> mode, In<"renderMode", RenderMode> renderMode,
@@ -53,8 +57,9 @@ static Result GaussianMean(
 
     const Float n = resolution;
     const Float sigma = radius * n;
-    // -1 is no cell at all; the upper limit is more cells than anybody can wait for.
+    // -1 is no cell at all.
     const Int reach = Max<Int>(Truncate<Int>(Min(std::ceil(sigma * kCutOff), 0x1p40)), -1);
+    VELTO_TRY(CheckLimit("cells within the radius", reach, kMostCells));
     const auto cell = [n](Float c) {
         Float f = c - std::trunc(c);
         if (f < 0.0)
@@ -114,6 +119,7 @@ static Result StochasticMean(
 {
     if (samples <= 0)
         return {};
+    VELTO_TRY(CheckLimit("samples", samples, kMostSamples));
     RandomStream random = RandomStream::FromState(IntegerHash32(seed));
     const Vector centre = context.uvw;
     const Float reach = radius + radius;

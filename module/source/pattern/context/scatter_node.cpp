@@ -1,6 +1,7 @@
 // Places turned and scaled square items at random on the unit tile, and moves the coordinate into the one that lies
 // under the sample.
 #include "../generator/random.h"
+#include "../limits.h"
 #include "velto/node.h"
 
 #include <cmath>
@@ -52,6 +53,7 @@ namespace velto::pattern
 
 VELTO_PUBLISH_DATA_TYPE(ScatterCachedBucketData);
 
+static constexpr Int kMostItems = 100'000;
 static constexpr Int kGrid = 16; // buckets along an axis
 static constexpr Float kBucketSize = 0.0625;
 static constexpr ScatterBox kUnitBox{0.0, 0.0, 1.0, 1.0};
@@ -272,10 +274,12 @@ static Result Scatter(Argument<"count", 1> count, In<"context", ShadingContext> 
 
     if (buckets->IsEmpty())
     {
+        VELTO_CHECK_ARGUMENT(count >= 0);
+        VELTO_TRY(CheckLimit("items (count)", count, kMostItems));
         const ScatterFunctions functions{skipProbability.IsConnected() ? &*skipProbability : nullptr, rotation,
             randomRotation, scale, randomScale, randomScaleUniform, uniformScale};
         ScatterBuild build(seed, tile, removeOverlaps, context, *buckets, *splats);
-        VELTO_TRY(build.Run(Max(static_cast<UInt32>(Int(count)), UInt32(1)), functions));
+        VELTO_TRY(build.Run(static_cast<UInt32>(Max<Int>(count, 1)), functions));
     }
     const BaseArray<Int>* const bucket = BucketAt(*buckets, x, y);
     if (!bucket)

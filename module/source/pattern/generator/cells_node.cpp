@@ -1,4 +1,5 @@
 // A Voronoi diagram over points that the pre node scatters in the unit square, by a density map if there is one.
+#include "../limits.h"
 #include "random.h"
 #include "velto/node.h"
 
@@ -28,6 +29,7 @@ VELTO_INTERNED_ID(kMode4, "4");
 VELTO_INTERNED_ID(kMode5, "5");
 VELTO_INTERNED_ID(kMode6, "6");
 
+static constexpr Int kMostPoints = 1'000'000;
 static constexpr Float kLargest = std::numeric_limits<Float>::max();
 
 template <UInt32 Base>
@@ -85,6 +87,7 @@ static Result PointGenerator(Connected<"distribution", FloatFunction> distributi
     BaseArray<Vector2d>& points = (*result)->points;
     if (!points.IsEmpty())
         return {};
+    VELTO_TRY(CheckLimit("points", *count, kMostPoints));
 
     CandidateSource candidates(IntegerHash32(static_cast<UInt32>(*seed)), *strategy == kMode0);
     ShadingContext context;

@@ -1,4 +1,5 @@
 // Thin bent scratches in several layers, each layer on a grid of its own.
+#include "../limits.h"
 #include "floor.h"
 #include "random.h"
 #include "truncate.h"
@@ -12,6 +13,7 @@ namespace velto::pattern
 
 static constexpr Float kPi = std::numbers::pi;
 static constexpr Float kTwoPi = 2.0 * std::numbers::pi;
+static constexpr Int kMostLayers = 100'000;
 
 struct ScratchShape
 {
@@ -54,11 +56,12 @@ static Float Layer(Float x, Float y, RandomStream stream, const ScratchShape& sh
     return Clamp01((std::pow(along, shape.gamma) * along * (1.0 - inside) - 1.0) * shape.depth + 1.0);
 }
 
-static Float Scratches(In<"context", ShadingContext>, In<"contextLocal", ShadingContext> local, In<"seed", Int> seed,
+static Result Scratches(In<"context", ShadingContext>, In<"contextLocal", ShadingContext> local, In<"seed", Int> seed,
     In<"bend", Float> bend, In<"scale", Float> scale, In<"layers", Int> layers, In<"density", Float> density,
     In<"frequencystep", Float> frequencyStep, In<"rotation", Float> rotation, In<"gamma", Float> gamma,
-    In<"thickness", Float> thickness, In<"depth", Float> depth)
+    In<"thickness", Float> thickness, In<"depth", Float> depth, Out<"result", Float> result)
 {
+    VELTO_TRY(CheckLimit("layers", layers, kMostLayers));
     const ScratchShape shape{bend, density, rotation, gamma, thickness, depth};
     const Float cell = Max(scale * 0.01, 1e-7);
     const Float u = local->uvw.x * (1.0 / cell);
@@ -80,7 +83,8 @@ static Float Scratches(In<"context", ShadingContext>, In<"contextLocal", Shading
         // real value makes 1 - m NaN, which does not count.
         removed = removed + Max(removed, 1.0 - m);
     }
-    return Clamp01(1.0 - removed);
+    result = Clamp01(1.0 - removed);
+    return {};
 }
 
 VELTO_CORE_NODE("net.velto.pattern.corenode.generator.scratches", Scratches);

@@ -1,4 +1,5 @@
 // The interference colour of a thin film under the ray of a sample: soap bubbles, oil, tempered metal.
+#include "../limits.h"
 #include "colormatching1nm.h"
 #include "rec709.h"
 #include "velto/node.h"
@@ -15,6 +16,7 @@ static constexpr Float32 kSpan = 300.0f;
 static constexpr Float32 kLuminousIntegral = 106.856895f; // of y over the whole table
 static constexpr Float32 kPi = std::numbers::pi_v<Float32>;
 static constexpr Float32 kTwoPi = 2.0f * kPi;
+static constexpr Int kMostBands = 100'000;
 
 // The means of the colour matching curves over equal bands of the visible spectrum.
 struct ThinFilmInit
@@ -72,6 +74,7 @@ static Result ThinFilmPre(In<"spectralsamples", Int> spectralSamples, Once<"thin
     // No table that was made holds less than one band.
     if (*spectralSamples == table->samples && *spectralSamples >= 1)
         return {};
+    VELTO_TRY(CheckLimit("spectral samples", *spectralSamples, kMostBands));
     const Int count = Max<Int>(*spectralSamples, 1);
     table->bands.Reset();
     table->samples = count;

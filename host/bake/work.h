@@ -1,0 +1,26 @@
+// How much work a sample is, before it is done.
+#pragma once
+
+#include "host/runtime/program.h"
+
+namespace velto::host
+{
+
+// The most evaluations a sample that are made without being told to.
+inline constexpr double kMostEvaluations = 1e9;
+
+// The sample is one of the outputs, or of a raster or table of the set-up if that takes more.
+struct WorkEstimate
+{
+    std::vector<double> evaluations; // of each node, by its place among the program's names
+    double sum = 0.0;
+};
+
+// Multiplies through function-valued inputs: what a node invokes ten times is evaluated ten times. It goes by the
+// constants of the document; a number that is linked counts as one invocation.
+WorkEstimate EstimateWork(const Program& program);
+
+// Empty, or why a sample is too much work, with the three nodes that are evaluated most.
+std::string WorkComplaint(const Program& program);
+
+} // namespace velto::host
