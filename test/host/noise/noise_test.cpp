@@ -3,6 +3,7 @@
 #include "host/loader/services.h"
 #include "host/noise/noisekernels.h"
 #include "host/system/allocator.h"
+#include "test/support/numbers.h"
 
 #include <gtest/gtest.h>
 
@@ -19,18 +20,7 @@ namespace velto::host
 namespace
 {
 
-class Numbers
-{
-public:
-    float Next(float from, float to)
-    {
-        state_ = state_ * 69069 + 1;
-        return from + (to - from) * (static_cast<float>(state_ >> 8) * 0x1p-24f);
-    }
-
-private:
-    UInt32 state_ = 7;
-};
+using test::Numbers;
 
 std::vector<NoisePoint> Points(int count)
 {

@@ -50,22 +50,8 @@ TEST_P(CellsTable, Row)
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, CellsTable,
-    ::testing::Values(
-        CellsRow{"euclidean", kEven, R"(, "distanceMode": "0", "exponent": 1)",
-            R"({"distance": 0.053038309325714704, "f1": 0.004859335987107673, "f2": 0.05789764531282238, "index": 24,
-            "center": [0.3785200414713472, 0.557650490456388],
-            "direction": [-0.16063938650503745, 0.9870131648074838]})"},
-        CellsRow{"manhattan has another nearest", kEven, R"(, "distanceMode": "4", "exponent": 0.5)",
-            R"({"distance": 0.2459616727559207, "f1": 0.0007558803588894325, "f2": 0.24671755311481014, "index": 12,
-            "center": [0.3726606664713472, 0.5521635220064566],
-            "direction": [-0.045954657688953876, 0.9989435266503762]})"},
-        CellsRow{"minkowski", kEven, R"(, "distanceMode": "6", "exponent": 1.7)",
-            R"({"distance": 0.05374281655338608, "f1": 0.00427480290548838, "f2": 0.05801761945887446, "index": 24})"},
-        CellsRow{"a negative exponent finds the farthest", kEven, R"(, "distanceMode": "0", "exponent": -1)",
-            R"({"distance": 1.1444416009589404, "f1": 0.4017350826490784, "f2": 1.5461766836080189, "index": 17,
-            "center": [0.9976606664713472, 0.002094934900832525]})"},
-        CellsRow{"random points", kRandom, R"(, "distanceMode": "0", "exponent": 1)",
-            R"({"distance": 0.15022577974096235, "f1": 0.031409085344095033, "index": 7,
+    ::testing::Values(CellsRow{"random points", kRandom, R"(, "distanceMode": "0", "exponent": 1)",
+                          R"({"distance": 0.15022577974096235, "f1": 0.031409085344095033, "index": 7,
             "center": [0.21977457799948752, 0.6103278468362987]})"},
         CellsRow{"beyond the square nothing repeats", kEven, R"(, "distanceMode": "0", "exponent": 1)",
             R"({"distance": 1.8058841966253596, "f2": 2.039325293038898, "index": 17})",
@@ -155,6 +141,15 @@ TEST(CellsTest, MatchesAPlainSearch)
                     << mode << ' ' << exponent << ' ' << i;
                 ASSERT_EQ(second, Parse(Output(results, "f2", i)).AsNumber()) << mode << ' ' << exponent << ' ' << i;
                 ASSERT_EQ(std::to_string(index), Output(results, "index", i)) << mode << ' ' << exponent << ' ' << i;
+                if (nearest > 1e300 || second > 1e300)
+                    continue;
+                const double x = RadicalInverse(first + index, 2, 0.5);
+                const double y = RadicalInverse(first + index, 3, 0.3333333333333333);
+                const double length = std::hypot(places[i].first - x, places[i].second - y);
+                const host::Json expected =
+                    Parse(fmt::format(R"({{"center": [{}, {}], "direction": [{}, {}], "f1": {}}})", x, y,
+                        (places[i].first - x) / length, (places[i].second - y) / length, second - nearest));
+                ASSERT_TRUE(AreEqual(expected, *Entry(results, i).Find("outputs"), 1e-14));
             }
         }
     }
