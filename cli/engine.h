@@ -28,7 +28,7 @@ class Engine
 public:
     virtual ~Engine() = default;
 
-    // What `Submit` would run, for people.
+    // The commands that `Submit` would run, as text.
     virtual std::string Describe(const FarmJob& job) const = 0;
 
     // Returns at once, with the ids that the scheduler's own commands take; false and why when it takes no jobs.
@@ -42,6 +42,16 @@ public:
     // Whether jobs go on when this process ends.
     virtual bool OutlivesUs() const = 0;
 };
+
+// What `execvp` takes; it points into `command`.
+inline std::vector<char*> ArgumentList(const std::vector<std::string>& command)
+{
+    std::vector<char*> arguments;
+    for (const std::string& argument : command)
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    return arguments;
+}
 
 // Null where there is no engine of the name.
 std::unique_ptr<Engine> MakeEngine(const std::string& name);

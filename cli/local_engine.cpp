@@ -1,4 +1,4 @@
-// The parts as processes of this machine, as many at once as it has cores: for trying a farm out.
+// Runs the parts as processes of this machine, as many at once as it has cores, to try a farm out.
 #include "engine.h"
 
 #include "host/system/cores.h"
@@ -73,10 +73,7 @@ public:
 private:
     void Start(const std::vector<std::string>& command, const char* threads)
     {
-        std::vector<char*> arguments;
-        for (const std::string& argument : command)
-            arguments.push_back(const_cast<char*>(argument.c_str()));
-        arguments.push_back(nullptr);
+        const std::vector<char*> arguments = ArgumentList(command);
         const pid_t process = fork();
         if (process == 0)
         {

@@ -33,7 +33,7 @@ std::string Quoted(const std::vector<std::string>& words)
     return line;
 }
 
-// Runs a command with a text to read; what it prints, errors too, is taken.
+// Runs a command with `input` as its standard input, and takes its output and errors.
 int Run(const std::vector<std::string>& command, const std::string& input, std::string& output)
 {
     FILE* const script = std::tmpfile();
@@ -47,10 +47,7 @@ int Run(const std::vector<std::string>& command, const std::string& input, std::
         std::fclose(script);
         return -1;
     }
-    std::vector<char*> arguments;
-    for (const std::string& argument : command)
-        arguments.push_back(const_cast<char*>(argument.c_str()));
-    arguments.push_back(nullptr);
+    const std::vector<char*> arguments = ArgumentList(command);
     const pid_t process = fork();
     if (process == 0)
     {

@@ -157,6 +157,14 @@ struct Axis
     HWY_INLINE U NextCell(UInt32 prime) const { return hn::Add(cell, hn::Set(UInts(), prime)); }
 };
 
+// Of the octaves from `i` on, one a lane.
+HWY_INLINE Axis OctaveAxis(const GradientBank& bank, int i, float at, const Float32* shift, UInt32 prime)
+{
+    const Floats d;
+    const V frequency = hn::LoadU(d, bank.frequency + i);
+    return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::LoadU(d, shift + i)), prime);
+}
+
 template <bool kMoving>
 HWY_INLINE void Gradients3d(const GradientBank& bank, int count, const NoisePoint& point, Float32* values)
 {
@@ -165,13 +173,9 @@ HWY_INLINE void Gradients3d(const GradientBank& bank, int count, const NoisePoin
     const V time = hn::Set(d, point.time);
     for (int i = 0; i < count; i += kLanes)
     {
-        const V frequency = hn::LoadU(d, bank.frequency + i);
-        const auto axis = [&](float at, const Float32* shift, UInt32 prime) {
-            return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::LoadU(d, shift + i)), prime);
-        };
-        const Axis x = axis(point.x, bank.shiftX, kPrimeX);
-        const Axis y = axis(point.y, bank.shiftY, kPrimeY);
-        const Axis z = axis(point.z, bank.shiftZ, kPrimeZ);
+        const Axis x = OctaveAxis(bank, i, point.x, bank.shiftX, kPrimeX);
+        const Axis y = OctaveAxis(bank, i, point.y, bank.shiftY, kPrimeY);
+        const Axis z = OctaveAxis(bank, i, point.z, bank.shiftZ, kPrimeZ);
         const U seed = hn::LoadU(du, bank.seed + i);
         const V fadeZ = Fade(z.fraction);
         const auto edge = [&](U cellsXY, V dx, V dy) {
@@ -199,12 +203,8 @@ HWY_INLINE void Gradients2d(const GradientBank& bank, int count, const NoisePoin
     const V time = hn::Set(d, point.time);
     for (int i = 0; i < count; i += kLanes)
     {
-        const V frequency = hn::LoadU(d, bank.frequency + i);
-        const auto axis = [&](float at, const Float32* shift, UInt32 prime) {
-            return Axis(hn::Add(hn::Mul(hn::Set(d, at), frequency), hn::LoadU(d, shift + i)), prime);
-        };
-        const Axis x = axis(point.x, bank.shiftX, kPrimeX);
-        const Axis y = axis(point.y, bank.shiftY, kPrimeY);
+        const Axis x = OctaveAxis(bank, i, point.x, bank.shiftX, kPrimeX);
+        const Axis y = OctaveAxis(bank, i, point.y, bank.shiftY, kPrimeY);
         const U seed = hn::LoadU(du, bank.seed + i);
         const V fadeY = Fade(y.fraction);
         const auto edge = [&](U cellX, V dx) {
@@ -462,15 +462,15 @@ struct LaneMinima
     }
 
     // The lane, and -1 when there is none.
-    HWY_INLINE int Find(const V (&squares)[kParts], float square, int butNot) const
+    HWY_INLINE int Find(const V (&squares)[kParts], float square, int except) const
     {
         const Floats d;
         for (int part = 0; part < kParts; ++part)
         {
             auto equal = hn::Eq(squares[part], hn::Set(d, square));
-            if (butNot >= 0 && butNot / kLanes == part)
+            if (except >= 0 && except / kLanes == part)
                 equal =
-                    hn::And(equal, hn::Ne(hn::Iota(d, 0.0f), hn::Set(d, static_cast<float>(butNot - part * kLanes))));
+                    hn::And(equal, hn::Ne(hn::Iota(d, 0.0f), hn::Set(d, static_cast<float>(except - part * kLanes))));
             const auto lane = hn::FindFirstTrue(d, equal);
             if (lane >= 0)
                 return part * kLanes + static_cast<int>(lane);
