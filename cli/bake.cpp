@@ -106,7 +106,7 @@ private:
     Json files_ = Json::Array();
 };
 
-// Leaves out what is there already: whole files, and whole parts of this very bake.
+// Leaves out targets that exist already: whole files, and whole parts of this very bake.
 void SkipExisting(const Streams& streams, std::vector<host::BakeTarget>& targets,
     const std::function<bool(const host::BakeTarget&)>& isThere)
 {

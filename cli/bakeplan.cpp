@@ -102,7 +102,7 @@ bool ChooseOutputs(
         names.push_back(output.name);
     for (std::size_t i = 0; i < names.size(); ++i)
     {
-        // What a material drives may be a choice: for who reads its channels, not for a picture.
+        // A channel of a material may be a choice, which renderers read but which is no picture.
         const host::CoreOutput& output = graph.document.graph.outputs[i];
         const bool isChannel = output.type != nullptr;
         if (!isChannel || !arguments.graph.outputs.empty() || host::IsPicture(output.type))
@@ -284,7 +284,7 @@ std::string Fingerprint(const BakeArguments& arguments, const host::Module& modu
 {
     std::string hash;
     const std::string settings = fmt::format("{} {}", VELTO_VERSION, arguments.graph.renderMode);
-    // Without memory it stays empty, and nothing is taken for what it is not.
+    // Without memory the hash stays empty and matches nothing.
     host::BakeFingerprint(graph, target.output, plan.options, module.File(), settings, hash).Ignore();
     return hash;
 }

@@ -50,7 +50,7 @@ bool PlanFrame(const BakeArguments& arguments, const std::optional<int>& frame,
     const std::shared_ptr<host::Module>& module, const Streams& streams, BakePlan& plan, host::Graph& graph,
     std::vector<host::BakeTarget>& targets);
 
-// The hash of a target's pixels-to-be.
+// A hash of everything that determines a target's pixels.
 std::string Fingerprint(const BakeArguments& arguments, const host::Module& module, const host::Graph& graph,
     const BakePlan& plan, const host::BakeTarget& target);
 

@@ -19,7 +19,7 @@ using host::NodeType;
 namespace
 {
 
-// The order of access; what stands for many is behind all others.
+// In the order of access; ports that stand for many come last.
 std::vector<std::pair<const NodePort*, std::size_t>> InAccessOrder(const NodeType& type)
 {
     std::vector<std::pair<const NodePort*, std::size_t>> ports;
@@ -73,7 +73,7 @@ std::string ShortValue(const std::string& value, const std::vector<std::string>&
     return host::FindValue(word, values) == value ? word : value;
 }
 
-// What an enumeration knows, and what that means where the word does not say it.
+// The values of an enumeration, with labels where the word alone does not say what it means.
 std::string DescribeValues(const NodePort& port)
 {
     std::vector<std::string> values;

@@ -13,7 +13,7 @@ host::Json DescribeCoreNode(const std::string& id, const host::NodeType& type);
 host::Json DescribeNode(const host::NodeType& type);
 
 // A few lines for people.
-// For a terminal of so many columns; 0: lines are as long as they are.
+// For a terminal of `width` columns; 0: lines are not wrapped.
 std::string DescribeForPeople(const host::NodeType& type, std::size_t width);
 
 // The words on lines that are indented and, where there is a width, no longer than that.

@@ -21,13 +21,13 @@ namespace velto::cli
 namespace
 {
 
-// Nothing that a signal handler may not call.
+// Calls only what a signal handler may call.
 void Say(std::string_view text)
 {
     [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
 }
 
-// A progress bar's line.
+// Clears the line of a progress bar.
 void ClearLine()
 {
     if (isatty(STDERR_FILENO) != 0)

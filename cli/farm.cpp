@@ -23,7 +23,7 @@ FarmJob MakeJob(const FarmArguments& arguments)
     {
         std::vector<std::string> command{velto, "bake"};
         command.insert(command.end(), arguments.bakeArguments.begin(), arguments.bakeArguments.end());
-        // What a job did that is run again is not done again.
+        // A job that is run again keeps what it finished before.
         command.insert(command.end(), {"--shard", fmt::format("{}/{}", i, arguments.shards), "--skip-existing"});
         job.parts.push_back(std::move(command));
     }
@@ -45,7 +45,7 @@ void ShowBar(const Streams& streams, const FarmArguments& arguments, const FarmS
                 << std::flush;
 }
 
-// Signals are taken while it waits, so that what is cancelled is cancelled whole.
+// Signals are handled between the steps of the wait, so that a cancellation is complete.
 int Wait(const FarmArguments& arguments, const Streams& streams, Engine& engine)
 {
     sigset_t signals;

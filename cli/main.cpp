@@ -1,4 +1,4 @@
-// The command line: what there is to say, and which command it goes to.
+// The command line: its options, and the command that gets them.
 #include "bake.h"
 #include "check.h"
 #include "ending.h"
@@ -74,7 +74,7 @@ void AddGraph(CLI::App& command, GraphArguments& arguments)
         ->check(CLI::IsMember({"any", "below"}));
 }
 
-// What every command takes.
+// The options of every command.
 void AddCommon(CLI::App& command, Streams& streams)
 {
     command.add_flag("--strict", streams.isStrict, "warnings are errors");
@@ -90,7 +90,7 @@ void AddCommon(CLI::App& command, Streams& streams)
     }
 }
 
-// What a command line that cannot be read may have meant.
+// Suggests what was meant by a command line that cannot be read.
 std::string Meant(const CLI::App& app, int argc, char** argv)
 {
     const auto names = [](const CLI::App& command) {
@@ -122,7 +122,7 @@ std::string Meant(const CLI::App& app, int argc, char** argv)
     return {};
 }
 
-// What bakes, merges and farms share: a part is as the whole.
+// The options that bakes, merges and farms share.
 void AddBakeOptions(CLI::App* bake, BakeArguments& a)
 {
     AddModule(*bake, a.module);
@@ -199,7 +199,7 @@ void AddFarm(CLI::App& app, FarmArguments& a, BakeArguments& bake)
     farm->add_flag("--dry-run", a.dryRun, "prints what would be run");
 }
 
-// The graph and the options of its bake as they were typed, without what is the farm's.
+// The graph and the options of its bake as they were typed, without the options of the farm.
 void TakeFarmArguments(int argc, char** argv, FarmArguments& a)
 {
     for (int i = 2; i < argc; ++i)
@@ -281,7 +281,7 @@ int Main(int argc, char** argv)
     const HostOutput output(streams);
     try
     {
-        // What is behind -- is for the engine of a farm.
+        // The words after -- are options of the farm's engine.
         const auto isFarm = argc > 1 && std::string_view(argv[1]) == "farm";
         char** const dashes = isFarm ? std::find(argv, argv + argc, std::string_view("--")) : argv + argc;
         farm.engineOptions.assign(std::min(dashes + 1, argv + argc), argv + argc);

@@ -8,7 +8,7 @@ namespace velto::cli
 
 struct MergeArguments
 {
-    BakeArguments bake;             // of the graph whose parts are merged; without one only the file is looked at
+    BakeArguments bake;             // of the graph whose parts are merged; without a graph only the file matters
     std::vector<std::string> files; // a graph, or parts
     bool removeParts = false;
 };

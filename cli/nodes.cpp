@@ -65,7 +65,7 @@ std::string LowerCase(std::string_view text)
     return lower;
 }
 
-// What there is to find in a node: all that people read of it.
+// The text of a node that is searched: everything that people read of it.
 std::string SearchText(const host::NodeType& type)
 {
     std::string text = fmt::format("{} {} {} {} {}", type.id, type.label, type.category, type.help, type.keywords);
@@ -111,7 +111,7 @@ int FindByWords(const NodesArguments& arguments, const Streams& streams, host::N
         const std::string text = SearchText(*type);
         const std::string name = LowerCase(fmt::format("{} {} {}", type->name, type->label, type->keywords));
         const auto isIn = [](const std::string& where) {
-            // Where a word begins so: "add" is not in "padding".
+            // Finds only beginnings of words: "add" is not in "padding".
             return
                 [&where](const std::string& word) { return (" " + where).find(" " + LowerCase(word)) != where.npos; };
         };

@@ -24,7 +24,7 @@ void Progress::Show(const host::BakeProgress& progress, const std::string& name)
 {
     if (form_ == ProgressForm::None)
         return;
-    // Not more often than eyes follow, and no bar for what is done at once; programs are told of every end.
+    // No more often than the eye can follow, and no bar for a bake that ends at once. Programs get a line at each end.
     const bool isTooSoon = progress.seconds >= last_ && progress.seconds - last_ < 0.1;
     if (form_ == ProgressForm::Bar ? progress.seconds < 0.3 || isTooSoon : isTooSoon && progress.share < 1.0)
         return;

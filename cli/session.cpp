@@ -49,7 +49,7 @@ void AddFromEnvironment(const char* variable, std::vector<std::string>& director
     }
 }
 
-// Where the files are that a document names, and which of them may be read.
+// The directories of the files that a document names, and which files may be read.
 void PlacesOf(const GraphArguments& arguments, host::GraphOptions& options)
 {
     const bool isFile = arguments.file != "-";

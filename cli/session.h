@@ -31,12 +31,12 @@ enum Exit : int
     kWrongInput = 2 // the command line or a document is wrong
 };
 
-// One line: `velto: error: ...`. What would break it or a terminal is escaped.
+// Prints one line, `velto: error: ...`. Characters that would break the line or a terminal are escaped.
 void PrintError(const Streams& streams, std::string_view text);
 void PrintWarning(const Streams& streams, std::string_view text);
-void PrintNote(const Streams& streams, std::string_view text); // where much is wanted
+void PrintNote(const Streams& streams, std::string_view text); // with --verbose
 
-// While it lives, what the host says goes to the command's streams. Of equal lines the first is said, and in the end
+// While this lives, the host's output goes to the command's streams. Of equal lines the first is printed, and at last
 // how many there were.
 class HostOutput
 {
@@ -53,7 +53,7 @@ private:
     std::map<std::string, std::size_t> counts_;
 };
 
-// A line for each: `velto: error: FILE: PLACE: TEXT`, and who uses the file where it is not the one asked for.
+// A line for each: `velto: error: FILE: PLACE: TEXT`, and who uses the file if it is not the one asked for.
 void PrintDiagnostics(const Streams& streams, const std::string& file, const host::Diagnostics& diagnostics);
 
 struct ModuleOptions
@@ -84,13 +84,13 @@ struct GraphArguments
 bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& variable,
     const std::shared_ptr<host::Module>& module, const Streams& streams, host::Graph& graph);
 
-// Whether there is anything to evaluate; that a material drives nothing is printed.
+// Whether there is anything to evaluate. If a material drives no channel, an error is printed.
 bool HasOutputs(const GraphArguments& arguments, const host::Graph& graph, const Streams& streams);
 
-// Whether a sample is no more work than is done unasked; why not is printed, and the work where much is wanted.
+// Whether the work of a sample is within the limit. If not, the reason is printed; the estimate is a note.
 bool HasTime(const GraphArguments& arguments, const host::Graph& graph, const Streams& streams);
 
-// Whether what the graph asks for is granted; what it lacks is printed.
+// Whether the budget covers what the graph needs. If not, the largest demands are printed.
 bool HasMemory(const GraphArguments& arguments, const host::Graph& graph,
     const std::vector<host::ShownPicture>& pictures, const Streams& streams);
 

@@ -77,7 +77,7 @@ public:
         Result ran;
         arena.execute([&] {
             ran = Guarded([&] { return RunInArena(); });
-            // In the arena, whose threads alone may run what is waited for.
+            // In the arena, since only its threads may run the tasks that are waited for.
             if (Result written = outputs_.Wait(); ran.IsOk())
                 ran = std::move(written);
         });

@@ -50,7 +50,7 @@ inline constexpr int kMaxPictureSide = 32'768;
 bool IsPicture(const DataType* type);
 
 // Evaluates the picture once and writes each target, in bands, in order of rows. Files are put in place at the end: on
-// error, or when stopped, what was there before is there still. An output that is no number and no colour is an error.
+// error, or when stopped, the old files stay. An output that is neither a number nor a colour is an error.
 Result Bake(
     Graph& graph, const std::vector<BakeTarget>& targets, const BakeOptions& options, BakeStatistics& statistics);
 

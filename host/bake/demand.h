@@ -1,4 +1,4 @@
-// What a graph asks for before it runs: who wants much memory.
+// How much memory a graph will need, and which of its parts need most of it.
 #pragma once
 
 #include "pictures.h"
@@ -12,10 +12,10 @@ struct MemoryDemand
     UInt bytes = 0;
 };
 
-// The rasters that the outputs need and these pictures, the largest first. What else there is, is small.
+// The rasters that the outputs need and these pictures, the largest first. Everything else is small.
 std::vector<MemoryDemand> MemoryDemands(const Graph& graph, const std::vector<ShownPicture>& pictures);
 
-// Empty, or why it is more than there is, with the three largest.
+// Empty if the budget covers the demands, or else a text that names the three largest.
 std::string MemoryComplaint(const std::vector<MemoryDemand>& demands);
 
 } // namespace velto::host

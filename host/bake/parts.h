@@ -54,8 +54,8 @@ struct MergeJob
     int threads = 0;
 };
 
-// Puts all parts together to the file that a whole bake writes. Where something is amiss nothing is written, and each
-// problem is said.
+// Puts all parts together to the file that a whole bake writes. If something is wrong, nothing is written, and every
+// problem is reported.
 bool MergeParts(const MergeJob& job, std::vector<std::string>& problems);
 
 } // namespace velto::host

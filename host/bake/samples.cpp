@@ -47,7 +47,7 @@ bool ReadSample(const Json& json, const std::string& place, const ChangeableInpu
     return !diagnostics.HasFaults();
 }
 
-// What was said during a sample.
+// Collects the messages of a sample.
 class Listener
 {
 public:
@@ -93,7 +93,7 @@ Json DescribeCounts(const Program& program, const std::vector<std::string>& name
     std::map<std::string_view, UInt> sums;
     for (std::size_t i = 0; i < counts.size(); ++i)
     {
-        // What is inside a document counts for the node that it is.
+        // Nodes inside a used document count for the node that uses it.
         const std::string_view name = program.nodeNames[i];
         sums[name.substr(0, name.find('/'))] += counts[i];
     }
@@ -154,11 +154,11 @@ bool EvaluateSamples(
         Result ran;
         for (const InputChange& change : samples[i].changes)
         {
-            // What no output needs has no constant in the program.
+            // An input that no output needs has no constant in the program.
             if (graph.setup->TypeOfConstant(change.origin) && ran.IsOk())
                 ran = graph.setup->Set(change.origin, change.value);
         }
-        // What fails here fails the samples that need it, and is said by them.
+        // A failure here fails the samples that need the value, and they report it.
         if (i == 0 || !samples[i].changes.empty())
             graph.setup->Run().Ignore();
         else

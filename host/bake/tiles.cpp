@@ -101,7 +101,7 @@ Result TileSampler::SampleDirectly(const Tile& tile, int y, std::span<float* con
     return sampled;
 }
 
-// A row of each of the samples of a pixel after the other. Of several pixels that fail, the first is told.
+// Computes the samples of the pixels row by row. If several pixels fail, the first one is reported.
 Result TileSampler::SampleMeans(const Tile& tile, int y, std::span<float* const> to, std::size_t pixel, int& failed)
 {
     const int n = view_.supersample;

@@ -55,7 +55,7 @@ bool FillSphere(const BakeView& view, double x, double y, ShadingContext& contex
     Vector position;
     if (!OnSphere(view, x, y, position))
         return false;
-    // A neighbour behind the horizon gives way to the one on the other side.
+    // A neighbour beyond the horizon is replaced by the one on the other side.
     const auto neighbour = [&](double dx, double dy) {
         Vector next;
         if (OnSphere(view, x + dx, y + dy, next))

@@ -16,7 +16,7 @@ namespace
 
 constexpr double kCountless = 1e300; // what is more is no number
 
-// A call as its node sees it.
+// The inputs of a call.
 class CallInputs
 {
 public:
@@ -25,7 +25,7 @@ public:
     {
     }
 
-    // What every sample finds there; null where it is computed.
+    // The value of an input if it is the same in every sample; null if it is computed.
     template <class T>
     const T* Constant(std::string_view port) const
     {
@@ -37,7 +37,7 @@ public:
         return value.store == Store::Setup && constant != constants_.end() ? constant->second->As<T>() : nullptr;
     }
 
-    // What the node is built with; of one that has neither more arguments nor lists of ports.
+    // The construction argument of a node that has one argument and no lists of ports.
     double Argument() const { return static_cast<double>(*reinterpret_cast<const Int*>(call_.record + 1)); }
 
 private:
@@ -63,7 +63,7 @@ double BlurTaps(const CallInputs& inputs)
     return radius && *radius <= 0.0 ? 1.0 : samples ? std::max(*samples, 0) : 0.0;
 }
 
-// How often a call of the node invokes the function. What it invokes once and keeps does not count.
+// How often a call of the node invokes the function. Values that it computes once and keeps do not count.
 double Invocations(const HostGroup& group, std::string_view port, const CallInputs& inputs)
 {
     const auto isOnce = [](const GroupPort* other) { return other && other->Mark() == port_mark::kOncePerSetup; };

@@ -1,4 +1,4 @@
-// How much work a sample is, before it is done.
+// An estimate of the work of one sample, before it is done.
 #pragma once
 
 #include "host/runtime/program.h"
@@ -6,7 +6,7 @@
 namespace velto::host
 {
 
-// The most evaluations a sample that are made without being told to.
+// The most evaluations for one sample that are made unless the user insists.
 inline constexpr double kMostEvaluations = 1e9;
 
 // The sample is one of the outputs, or of a raster or table of the set-up if that takes more.
@@ -20,7 +20,7 @@ struct WorkEstimate
 // constants of the document; a number that is linked counts as one invocation.
 WorkEstimate EstimateWork(const Program& program);
 
-// Empty, or why a sample is too much work, with the three nodes that are evaluated most.
+// Empty if the work of a sample is within the limit, or else a text that names the three nodes that run most often.
 std::string WorkComplaint(const Program& program);
 
 } // namespace velto::host

@@ -18,14 +18,14 @@ struct CorePort
     std::string port;
 };
 
-// What an input is given. Neither link nor value: the default of its type.
+// The source of an input. Without a link and a value it is the default of its type.
 struct CoreInput
 {
     std::optional<CorePort> link;
     Data value;            // of a function-valued port: a value of what the function yields
     bool connected = true; // whether the node sees the input as connected
     std::string origin;    // the name by which `Setup::Set` finds the value; empty: it cannot be set
-    // What an enumeration knows, for those who set the value; null: anything.
+    // The values of an enumeration, checked when the value is set; null: any value.
     const std::vector<std::string>* values = nullptr;
 };
 

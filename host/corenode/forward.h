@@ -1,4 +1,4 @@
-// A node that hands its input on. Programs contain none: whoever reads the output reads the input.
+// A node that passes its input on. Programs contain none: a reader of the output reads the input instead.
 #pragma once
 
 #include "velto/corenodes.h"

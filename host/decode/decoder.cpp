@@ -293,7 +293,7 @@ bool MovieDecoder::Stream::ReadPacket()
     return true;
 }
 
-// Decodes the next picture; false behind the last one. What is broken is passed over.
+// Decodes the next picture, skipping broken ones. False after the last one.
 bool MovieDecoder::Stream::Fetch()
 {
     for (;;)

@@ -24,7 +24,7 @@ NodeCatalog::NodeCatalog() : described_(DescribedNodes())
     {
         byName_[type->id].push_back(type.get());
         byName_[type->name].push_back(type.get());
-        // What a description says of a port holds for the core node behind it, too.
+        // What a description says of a port also holds for the port of the core node inside.
         for (const NodePort& port : type->ports)
         {
             const auto note = [&](const NodePort& described) {

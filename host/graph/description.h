@@ -1,4 +1,4 @@
-// Descriptions: what users see of nodes, and which core nodes stand behind them.
+// Descriptions: what users see of nodes, and which core nodes implement them.
 //
 // A description database is a directory with a JSON file a node (docs/descriptions.md). A module registers it, then
 // hands those descriptions that are nodes to the processor that they name; the host's own makes a node type of them.

@@ -24,7 +24,7 @@ constexpr std::string_view kContext = "context";
 constexpr std::string_view kLocalContext = "contextLocal";
 
 // Core nodes by how they are reached from the outputs: by links of values, and from inputs that take functions, where
-// whoever invokes them gives the context.
+// the node that invokes them gives the context.
 struct Reached
 {
     std::vector<char> directly;

@@ -87,7 +87,7 @@ struct NodeType
     std::string label;
     std::string category;
     std::string help;
-    std::string keywords;        // for those who look for it, with spaces between them
+    std::string keywords;        // that a search finds the node by, separated by spaces
     std::vector<NodePort> ports; // see AddPort
     std::vector<InnerNode> inner;
     std::vector<NodeButtons> buttons;

@@ -12,7 +12,7 @@ namespace velto::host
 // Whether documents can give values of this type.
 bool IsWritable(const DataType* type);
 
-// The type of that name, or null; and the names of all whose values documents can give.
+// The type of that name, or null; and the names of all types whose values documents can give.
 const DataType* TypeNamed(std::string_view name);
 std::vector<std::string> WritableTypeNames();
 

@@ -33,7 +33,7 @@ constexpr int kMachine = EM_AARCH64;
 class File
 {
 public:
-    // Opening a pipe would wait for who writes to it.
+    // Opening a pipe would wait for its writer.
     explicit File(const std::filesystem::path& path)
         : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
     {
@@ -96,7 +96,7 @@ std::string_view Fault(const File& file)
         return "it cannot be read";
     for (const ProgramHeader& part : parts)
     {
-        // What is mapped from behind the end of a file ends the process when it is touched.
+        // Touching memory that is mapped from beyond the end of a file would end the process.
         if (!LiesWithin(size, part.p_offset, part.p_filesz))
             return kShort;
     }

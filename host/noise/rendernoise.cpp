@@ -91,7 +91,7 @@ public:
         const int whole = static_cast<int>(wanted);
         const Float32 rest = wanted - static_cast<Float32>(whole);
         count_ = Max(whole + (rest > 0.0f ? 1 : 0), 1);
-        lively_ = whole == 0 ? rest : 1.0f; // with less than one octave the first fades to its mean
+        contrast_ = whole == 0 ? rest : 1.0f; // with less than one octave the first fades to its mean
         weight_[0] = noise.amplitude[0];
         keep_[0] = KeepAt(noise.octaves.frequency[0]);
         if (count_ == 1)
@@ -112,7 +112,7 @@ public:
     // What the filter leaves of a shape with a frequency of its own.
     Float32 KeepAt(Float32 frequency) const
     {
-        return filterWidth_ == 0.0f ? lively_ : lively_ * Keep(filterWidth_ * frequency);
+        return filterWidth_ == 0.0f ? contrast_ : contrast_ * Keep(filterWidth_ * frequency);
     }
 
     // For shapes that bend the sum of the octaves, whose mean is another where the sum is weaker: the octaves that the
@@ -120,7 +120,7 @@ public:
     template <class Shape>
     Float32 Settled(Mean mean, Shape shape) const
     {
-        if (filterWidth_ == 0.0f && lively_ == 1.0f)
+        if (filterWidth_ == 0.0f && contrast_ == 1.0f)
             return shape(*this);
         NoiseSampler left = *this;
         Float32 all = 0.0f;
@@ -167,7 +167,7 @@ public:
         return sum / norm;
     }
 
-    // The plain octaves; as lively whatever their number is.
+    // The plain octaves, with the same contrast whatever their number is.
     Float32 Fractal(const NoisePoint& at) const
     {
         if (count_ == 1)
@@ -320,7 +320,7 @@ private:
     NoisePoint point_;
     Float32 filterWidth_;
     int count_;
-    Float32 lively_;
+    Float32 contrast_;
     Float32 weight_[kMaxOctaves];
     Float32 keep_[kMaxOctaves];
 };

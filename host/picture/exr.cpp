@@ -54,7 +54,7 @@ std::vector<std::byte> Values(T... values)
     return bytes;
 }
 
-// Low bytes behind high ones, each as its difference from the one before: what is alike comes together.
+// High bytes first, then low ones, each as its difference from the byte before, so that similar bytes lie together.
 void Arrange(const std::vector<std::byte>& plain, std::vector<std::byte>& arranged)
 {
     const std::size_t size = plain.size();

@@ -42,7 +42,7 @@ public:
         head_.resize(std::min(static_cast<std::size_t>(status.st_size), kMostHeadBytes));
         if (!ReadAt(0, head_.data(), head_.size()) || !ReadHead())
             return Fault("is no part of a picture, or cut off");
-        // Rows lie one behind the other, so that the size tells whether all are there.
+        // Rows lie one after the other, so the file's size shows whether all are there.
         const UInt rows = static_cast<UInt>(layout_.height);
         rowsAt_ = at_ + rows * sizeof(UInt);
         line_.resize(kLineHead + RowFloats() * sizeof(float));

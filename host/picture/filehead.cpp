@@ -234,7 +234,7 @@ private:
         return text;
     }
 
-    // 0 behind the end.
+    // 0 beyond the end.
     std::int64_t Number()
     {
         unsigned char bytes[4] = {};

@@ -1,4 +1,4 @@
-// The formats that pictures are written in: each is tested, and is told every short write.
+// The formats that pictures are written in. Each is tested, and reports every short write.
 #pragma once
 
 #include "layout.h"

@@ -40,7 +40,7 @@ MovieProcess::Patience PatienceFor(std::uintmax_t fileSize)
     return std::chrono::seconds(10 + fileSize / 2'000'000);
 }
 
-// Whether the numbers make sense together, whoever wrote them.
+// Whether the numbers are consistent. They come from the decoder, which is not trusted.
 bool IsPlausible(const MovieFacts& facts)
 {
     const std::int64_t packed = std::int64_t(facts.width) * facts.channels * facts.bytesPerChannel;

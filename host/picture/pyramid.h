@@ -124,7 +124,7 @@ private:
     mutable std::array<Chain, 4> chains_;
 };
 
-// The most that a picture comes to whose finest level takes so much. A chain of coarser levels is a third of it; there
+// The most bytes of a picture whose finest level takes `finest` bytes. A chain of coarser levels takes a third. There
 // may be two where colours are encoded, and twice as many where there is alpha.
 UInt BytesOfAllLevels(UInt finest, const Transfer& transfer, bool isOpaque);
 

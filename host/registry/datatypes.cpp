@@ -120,7 +120,7 @@ const DataTypeOperations* ComposedOperations(std::string_view parametric, Int co
 Result GetDataTypeForData(const Id& id, const DataType** type)
 {
     return Guarded([&]() -> Result {
-        // What a module published under this name goes before the host's own.
+        // A type that a module published under this name takes precedence over the host's own.
         if (const Data* const published = FindEntry(registry::kDataTypes.View(), id.View()))
         {
             *type = Ref<const DataType>(*static_cast<const Ref<const DataType>*>(published->Value())).Detach();

@@ -30,10 +30,10 @@ struct FunctionType
 
 std::span<const FunctionType> FunctionTypes();
 
-// What a function of `type` yields; null where its values are no functions.
+// The type that functions of `type` return; null if the type is not a function type.
 const DataType* FunctionResultType(const DataType* type);
 
-// A module makes the type of search paths, so its address is not the same for good.
+// The type of search paths belongs to a module, so its address changes when the module is loaded again.
 inline bool IsSearchPathsType(const DataType* type)
 {
     return type->id == DataTypeTraits<SearchPathsType>::kId;

@@ -19,7 +19,7 @@ Int EntryCount(const DictionaryObject* dictionary);
 const DictionaryKey& EntryKey(const DictionaryObject* dictionary, Int i);
 const Data& EntryData(const DictionaryObject* dictionary, Int i);
 
-// Notes under which names values are looked up on its thread while it lives, whether there are any or not.
+// While this lives, records the names under which its thread looks values up, found or not.
 class LookUpNotes
 {
 public:
@@ -28,7 +28,7 @@ public:
     LookUpNotes(const LookUpNotes&) = delete;
     LookUpNotes& operator=(const LookUpNotes&) = delete;
 
-    // For who looks a value up: a module, into which nothing may be thrown.
+    // Called when a module looks a value up; must not throw into the module.
     static void Note(const Id& name) noexcept;
 
     // Each name once, in order. Throws when there was no memory for one.

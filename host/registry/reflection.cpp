@@ -24,7 +24,7 @@ std::map<std::string, Function, std::less<>>& Functions()
     return functions;
 }
 
-// Nothing of the descriptor survives the call but what is copied.
+// The descriptor is valid for this call only, so what is needed of it is copied.
 Result Receive(void* receiver, const FunctionDescriptor* function)
 {
     return Guarded([&]() -> Result {

@@ -17,7 +17,7 @@ inline constexpr std::string_view kRootFunctionHash = "@fe0b344e033cea7a";
 Result RegisterFunctions(const ReflectionProvider* providers, std::vector<std::string>& names);
 void UnregisterFunctions(const std::vector<std::string>& names);
 
-// Calls `net.velto.shadernode.SetupContext` and its kin. Unresolved when no module offers it.
+// Calls a function such as `net.velto.shadernode.SetupContext`. Unresolved when no module offers it.
 Result CallRootFunction(std::string_view name, const MutableRoot& root);
 
 std::vector<std::string> FunctionNames();

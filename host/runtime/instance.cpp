@@ -63,7 +63,7 @@ void Instance::PrimeBody(RunnableBody& body, const ShadingContext* context)
 {
     const OutputSilence silence;
     const Int failedBefore = failedNode;
-    RunBody(body, context).Ignore(); // leaves no state then: who fails here may fail again where it counts
+    RunBody(body, context).Ignore(); // a failure leaves no state, and occurs again where it counts
     if (counts_)
     {
         const UInt step = countStep_;

@@ -319,7 +319,7 @@ private:
         return PlaceConversion(body, node.source->name, type, wanted, address, needs);
     }
 
-    // Puts a conversion behind the value at `address` where the types differ; one for all who want the same. What is
+    // Adds a conversion of the value at `address` where the types differ; readers of one type share it. What is
     // fixed is converted once.
     Result PlaceConversion(Body& body, const std::string& reader, const DataType* from, const DataType* to,
         Address& address, std::vector<UInt32>& needs)

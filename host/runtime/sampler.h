@@ -73,7 +73,7 @@ public:
     const ShadingContext& Shared() const { return shared_; }
     void SetShared(const ShadingContext& shared) { CopyContext(shared_, shared); }
 
-    // Computes `count` samples. On error those before the failed one are written, and those behind it are not.
+    // Computes `count` samples. On error those before the failed one are written, and those after it are not.
     Result Sample(std::size_t count, std::span<const FieldArray> fields, std::span<const ValueArray> values,
         SampleFailure* failure = nullptr);
 

@@ -23,8 +23,8 @@ bool IsRefused(UInt size)
     return size > kMostBytes || AllocationFault::Strikes();
 }
 
-// A block that is filled from end to end, as rasters are, is had in large pages: the system takes as long to hand out
-// small ones as a simple graph to fill them.
+// A block that is filled from end to end, as rasters are, is made of large pages: the system takes as long to hand out
+// small ones as a simple graph takes to fill them.
 void* AllocLarge(UInt size)
 {
     constexpr UInt kPage = UInt(2) << 20;
@@ -34,7 +34,7 @@ void* AllocLarge(UInt size)
     return memory;
 }
 
-// Blocks from this size on count for the budget, as large as they are in fact.
+// Blocks of at least this size count towards the budget, with the size that they really have.
 constexpr UInt kCounted = UInt(64) << 10;
 
 UInt CountedBytes(void* memory)

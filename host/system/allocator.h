@@ -1,4 +1,4 @@
-// The allocator behind everything that modules own.
+// The allocator of everything that modules own.
 #pragma once
 
 #include "velto/system.h"

@@ -6,7 +6,7 @@
 namespace velto::host
 {
 
-// The cores that it may run on, or fewer where a control group's quota gives it less than their time; at least 1.
+// How many cores the process may run on, or fewer if a control group's quota is less than their time; at least 1.
 int UsableCores();
 
 // The quota in cores of a control group and those above it, as files below `root` state it; 0: none. `groups` is what

@@ -7,8 +7,8 @@
 namespace velto::host
 {
 
-// From now on only files in these directories are read, wherever links lead; without this call, any. For the whole
-// process.
+// From now on the process reads only files in these directories, after following links. Without this call it reads
+// any file.
 void ReadOnlyBelow(const std::vector<std::filesystem::path>& directories);
 
 // Lets any file be read again.

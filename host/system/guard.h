@@ -9,7 +9,7 @@
 namespace velto::host
 {
 
-// Runs a service's body; what it throws becomes an error.
+// Runs a service's body. An exception becomes an error.
 template <class Body>
 Result Guarded(Body&& body) noexcept
 {
@@ -27,14 +27,14 @@ Result Guarded(Body&& body) noexcept
     }
 }
 
-// Throws on an error that can only be a want of memory, where the caller has no result to pass it on by.
+// Throws on an error that can only mean that memory is out, where the caller has no result to pass it on.
 inline void ThrowIfError(const Result& result)
 {
     if (result.IsError())
         throw std::bad_alloc();
 }
 
-// Throws on a want of memory; what else went wrong is for the caller to say.
+// Throws when memory is out; any other error is the caller's to report.
 inline void ThrowIfOutOfMemory(const Result& result)
 {
     if (result.Kind() == error::kOutOfMemory.View())

@@ -24,7 +24,7 @@ void EnqueueAndWait(const JobGroup* group)
             [&] { tbb::parallel_for(Int32(0), group->jobs, runNext, tbb::simple_partitioner()); });
         return {};
     });
-    // Without memory for its tasks the library gives up, once those have ended that have begun.
+    // Without memory for its tasks the library throws, once the tasks that were started have ended.
     while (queued.IsError() && next < group->jobs)
         runNext(0);
 }

@@ -23,7 +23,7 @@ std::atomic<UInt> taken = 0;
 std::atomic<UInt> refusals = 0;
 thread_local bool isTrying = false;
 
-// "max" and what else is no number is no limit.
+// "max", and anything else that is not a number, means no limit.
 UInt LimitIn(const std::filesystem::path& file)
 {
     std::ifstream stream(file);

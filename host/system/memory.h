@@ -9,8 +9,8 @@
 namespace velto::host
 {
 
-// The least of the machine's memory, the limit of the process's address space and those of its control groups. These
-// are read below `root`.
+// The least of the machine's memory, the limit of the process's address space and the limits of its control groups,
+// which are read below `root`.
 UInt AvailableMemory(const std::filesystem::path& root = "/");
 
 // Three quarters of what is available, unless it is set.
@@ -18,11 +18,11 @@ UInt MemoryBudget();
 void SetMemoryBudget(UInt bytes);
 UInt MemoryTaken();
 
-// How often more was asked for than there is. Who is refused may go on with another result: whoever needs the one that
-// memory would give looks here.
+// How many requests were refused. A caller that is refused may go on with another result, so those who need the result
+// that more memory would have given look here.
 UInt MemoryRefusals();
 
-// While it lives, what this thread is refused does not count: it will try again.
+// While this lives, refusals on this thread are not counted, since the thread will try again.
 class MemoryTrial
 {
 public:
@@ -36,7 +36,7 @@ public:
 bool TakeMemory(UInt bytes);
 void GiveMemoryBack(UInt bytes);
 
-// A part of it that is taken as long as this lives.
+// A part of the budget, taken for as long as this lives.
 class MemoryShare
 {
 public:

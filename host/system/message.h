@@ -10,8 +10,8 @@
 namespace velto
 {
 
-// What was said so far by the nodes of a graph. Many threads meet the same trouble, and say so once; also those that
-// otherwise are silent, since it may be they who meet it first.
+// The messages of a graph's nodes so far. When many threads meet the same trouble, the first of them reports it once,
+// even if that thread's output is otherwise dropped.
 struct RenderMessages
 {
     std::mutex mutex;

@@ -192,7 +192,7 @@ Result NewFile::Write(UInt offset, const void* bytes, std::size_t count)
             return Fault(written < 0 ? errno : ENOSPC);
         done += static_cast<std::size_t>(written);
     }
-    // The disk begins now with what it will be waited for in the end.
+    // The disk starts writing now, so that the wait at the end is short.
     sync_file_range(file_, static_cast<off_t>(offset), static_cast<off_t>(count), SYNC_FILE_RANGE_WRITE);
     return {};
 }
@@ -278,7 +278,7 @@ Result NewFile::TakeName(bool isOneOfSeveral)
 {
     if (path_.empty())
         return CopyToOutput();
-    // Nobody else's file is lost that came meanwhile: the last complete one stands.
+    // A file that somebody else put there meanwhile is not lost unnoticed: the last complete one stands.
     if (!isReplacing_ && temporary_.empty() &&
         linkat(AT_FDCWD, NameOf(file_).c_str(), AT_FDCWD, path_.c_str(), AT_SYMLINK_FOLLOW) == 0)
     {
@@ -320,7 +320,7 @@ void NewFile::ForgetReplaced()
         unlink(temporary_.c_str());
     temporary_.clear();
     Forget(slot_);
-    // So that the name, too, survives the machine.
+    // The name, too, survives a crash of the machine.
     const int folder = path_.empty() ? -1 : open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folder < 0)
         return;
@@ -355,7 +355,7 @@ bool RemoveUnfinishedFiles(int signal)
     if (!phase.compare_exchange_strong(writing, kEnding) && writing == kNaming)
     {
         heldSignal = signal;
-        // It may just have ended without a look at the signal.
+        // The renaming may just have ended without looking at the signal.
         writing = kWriting;
         if (!phase.compare_exchange_strong(writing, kEnding) && writing == kNaming)
             return false;

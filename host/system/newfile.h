@@ -20,16 +20,16 @@ public:
     NewFile& operator=(const NewFile&) = delete;
 
     // Begins a file without a name in the folder of `path`, or one with a random name where the file system knows
-    // none without. With an empty path it is copied to standard output in the end. What cannot be replaced is told
-    // now: a folder, a device, a pipe, a file that may not be written.
+    // none without. With an empty path it is copied to standard output in the end. Fails now if the path names
+    // something that cannot be replaced: a folder, a device, a pipe, a file that may not be written.
     Result Open(const std::string& path);
 
-    // Every byte arrives, or it is an error. What lies behind the end is zero.
+    // Fails unless every byte is written. A gap beyond the end is filled with zeros.
     Result Write(UInt offset, const void* bytes, std::size_t count);
     Result Read(UInt offset, void* bytes, std::size_t count, std::size_t& read);
     UInt Size() const { return size_; }
 
-    // All that was written is on the disk.
+    // Returns when everything written is on the disk.
     Result Complete();
 
     // Gives complete files their names: to all of them or, with an error, to none.

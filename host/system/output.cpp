@@ -63,7 +63,7 @@ void WriteOutput(OutputChannel channel, LogTarget target, std::string_view line)
     }
     catch (const std::exception&)
     {
-        // A line that cannot be said is lost; who says it must not fail for that.
+        // A line that cannot be written is lost. Its writer must not fail for that.
     }
 }
 

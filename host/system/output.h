@@ -19,12 +19,12 @@ enum class OutputChannel
 // [any thread] Receives every line. Lines of many threads arrive one at a time.
 using OutputHandler = std::function<void(OutputChannel channel, LogTarget target, std::string_view line)>;
 
-// Replaces who receives the lines, and returns who did; an empty handler restores the default, which writes to stderr.
+// Replaces the handler and returns the one before it. An empty handler restores the default, which writes to stderr.
 OutputHandler SetOutputHandler(OutputHandler handler);
 
 void WriteOutput(OutputChannel channel, LogTarget target, std::string_view line);
 
-// While it lives, what this thread says is dropped, but for render messages, which are said once in any case.
+// While this lives, the output of this thread is dropped, except for render messages, which always appear once.
 class OutputSilence
 {
 public:

@@ -14,7 +14,7 @@ class Sha256
 {
 public:
     void Add(const void* bytes, std::size_t count);
-    // With its length, so that texts one after the other are told from one text.
+    // Includes the length, so that two texts in a row differ from one long text.
     void AddText(std::string_view text);
 
     // 64 hexadecimal digits, once.

@@ -29,7 +29,7 @@ struct HostString : StringObject
         return count;
     }
 
-    // The byte at which the character `position` starts; the end for positions behind it.
+    // The byte at which the character `position` starts, or the end for positions beyond it.
     std::size_t ByteOf(Int position) const
     {
         if (position >= length)
@@ -95,7 +95,7 @@ Int GetLength(const StringObject* string)
     return string ? static_cast<const HostString*>(string)->length : 0;
 }
 
-// Puts `changed` in the place of `*string`: in the same object if nobody else holds it.
+// Replaces `*string` by `changed`, in the same object if nothing else refers to it.
 Result Store(StringObject** string, std::string changed)
 {
     auto* const held = static_cast<HostString*>(*string);
@@ -133,7 +133,7 @@ Result AppendInPlace(StringObject** string, const StringObject* tail)
     });
 }
 
-// Those who join texts go on without the part that failed: the user hears of it here.
+// Nodes that join texts go on without the part that failed, so the user is told here.
 Result Append(StringObject** string, const StringObject* tail)
 {
     Result appended = AppendInPlace(string, tail);

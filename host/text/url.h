@@ -10,7 +10,7 @@ namespace velto::host
 
 Result MakeUrl(std::string_view path, Url& url);
 
-// Of a document, which names it at `place`: what is said of its file can tell where it is given.
+// The URL that a document gives at `place`, so that messages about the file can name that place.
 Result MakeUrlAt(std::string_view path, std::string_view place, Url& url);
 std::string_view PlaceOf(const UrlObject* url); // empty where it comes from elsewhere
 

@@ -86,7 +86,7 @@ public:
                 reading->failure = failure.what();
             }
             reading->isRead.store(true, std::memory_order_release);
-            // As a message: it is who comes first that says it, in an otherwise silent sample too.
+            // As a render message: the first reader reports it once, even in a sample whose output is dropped.
             if (!note.empty())
                 WriteOutput(OutputChannel::Message, LogTarget::Warning, note);
         });
@@ -173,7 +173,7 @@ Result Resolve(const Url& url, const SearchPathsType* searchPaths, Url& resolved
     return {};
 }
 
-// Lets the callback say what is shown of `url`. A file that is nowhere may be one of a sequence whose other files are
+// Asks the callback what to show of `url`. A file that is nowhere may belong to a sequence whose other files are
 // in one of the directories: it is asked about each.
 Result SelectFrame(
     const FrameCallback& callback, const SearchPathsType* searchPaths, const Clip& clip, Url& url, TimeValue& time)
@@ -205,7 +205,7 @@ Result UnreadableFile(std::string_view text)
     return MakeError("net.velto.error.unreadablefile", text);
 }
 
-// Says first which input of a document names the file.
+// The text begins with the input of the document that names the file.
 std::string WithPlace(const Url& given, std::string_view text)
 {
     const std::string_view place = PlaceOf(given.Get());
@@ -226,7 +226,7 @@ Result Select(const Url& given, const SearchPathsType* searchPaths, const TimeVa
     VELTO_TRY(Resolve(given, searchPaths, selection.url));
     if (Path(selection.url).empty())
         return UnreadableFile("There is no file given.");
-    // A file that is not there may be one of a sequence whose other files are.
+    // A missing file may belong to a sequence of which other files are there.
     if (const std::filesystem::path file(Path(selection.url)); IsFile(file))
     {
         try

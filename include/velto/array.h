@@ -79,7 +79,7 @@ public:
         return {};
     }
 
-    // Gives room that is not used back; on error the array is as it was.
+    // Frees room that is not used; on error the array is as it was.
     Result Shrink()
     {
         if (count_ == capacity_)

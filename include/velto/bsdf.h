@@ -7,7 +7,7 @@
 namespace velto::bsdf
 {
 
-// What a value of a name is, for who reads or writes one.
+// The kind of value that a name has.
 enum class Kind
 {
     Switch,      // Bool

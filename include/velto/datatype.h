@@ -92,7 +92,7 @@ inline void MoveDataTypes(DataTypeRecord*& head)
     dataTypes = &head;
 }
 
-// [any thread; setup] The record's type, worked out by the first who asks.
+// [any thread; setup] The record's type, worked out on first use.
 inline Result ResolveDataType(DataTypeRecord& record, const DataType*& type)
 {
     std::atomic_ref<const DataType*> resolved(record.resolved);

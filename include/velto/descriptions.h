@@ -1,4 +1,4 @@
-// Where descriptions of nodes come from, and who makes something of them.
+// Where descriptions of nodes come from, and what turns them into nodes.
 #pragma once
 
 #include "velto/data.h"
@@ -49,7 +49,7 @@ struct ProcessedDescription
 
 struct DescriptionProcessorObject : Object
 {
-    // [one thread; loading] Makes something of a description, which is borrowed.
+    // [one thread; loading] Processes a description, which is borrowed.
     Result (*process)(const DescriptionProcessorObject* self, const Id& id, const DescriptionObject* description,
         ProcessedDescription* result) = nullptr;
 };

@@ -108,7 +108,7 @@ class InternedId
 public:
     constexpr InternedId() = default;
 
-    // `unique` is the one pointer for its text; only who keeps the table of strings can promise that.
+    // `unique` is the one pointer for its text, which only the owner of the table of strings can promise.
     constexpr InternedId(const char* unique, UInt word) : text_(unique), word_(word) {}
 
     constexpr bool IsEmpty() const { return text_ == nullptr; }

@@ -12,7 +12,7 @@ namespace velto
 namespace detail
 {
 
-// `directory` with a name behind it: `prefix`, zeros, `number`, `suffix`.
+// `directory` and a name in it: `prefix`, zeros, `number`, `suffix`.
 inline Result SequenceName(const Url& directory, std::string_view prefix, std::size_t zeros, std::string_view number,
     std::string_view suffix, Url& url)
 {

@@ -137,7 +137,7 @@ struct Method<Name, R(A...), GivenHash>
         if constexpr (std::is_same_v<R, Result>)
             return Result::Adopt(detail::UnresolvedError());
         else if constexpr (std::is_same_v<R, ErrorObject*>)
-            return detail::UnresolvedError(); // what cannot be told is an error all the same
+            return detail::UnresolvedError(); // even if its text cannot be made, it is an error
         else if constexpr (!std::is_void_v<R>)
             return R{};
     }

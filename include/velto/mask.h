@@ -6,7 +6,7 @@
 namespace velto
 {
 
-// One parameter that stands for five ports, behind a node's own inputs.
+// One parameter that stands for five ports, after a node's own inputs.
 class Mask
 {
 public:
@@ -21,7 +21,7 @@ public:
     }();
     static Mask Read(const PortReader& reader, Int index, UInt32) { return Mask(reader, index); }
 
-    // Ports are read when they are applied, behind the node's own arithmetic, and so not carried through it.
+    // Ports are read when they are applied, after the node's own arithmetic, and so are not carried through it.
     Mask(const PortReader& reader, Int index) : reader_(reader), index_(index) {}
 
     // The input `x` with the adjusted colour `y` laid over it.
@@ -70,7 +70,7 @@ struct MaskedFunction<ColorA (*)(First, Rest...)>
 };
 } // namespace detail
 
-// The function `F` of a colour with the mask behind its own inputs: what the mask leaves out is the first input.
+// The function `F` of a colour with the mask after its own inputs: what the mask leaves out is the first input.
 template <auto F>
 inline constexpr auto Masked = &detail::MaskedFunction<decltype(F)>::template Call<F>;
 

@@ -3,7 +3,7 @@
 //     static ColorA Tint(In<"color", ColorA> color, In<"amount", Float> amount) { ... }
 //     VELTO_CORE_NODE("net.example.tint", Tint);
 //
-// The return value is the port `result`, behind the others; a node that can fail returns `Result` and has its result as
+// The return value is the port `result`, after the others; a node that can fail returns `Result` and has its result as
 // an `Out`. The kinds of parameter are in parameters.h; what declares ports, fills records and reads slots is derived
 // from the function's type at compile time (nodetable.h, nodegroup.h).
 #pragma once

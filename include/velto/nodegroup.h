@@ -205,7 +205,7 @@ inline Result MarkUnwritten(const NodeTable& table, MicroNodeGroup* group)
     return {};
 }
 
-// Fills in what stands behind the record: the ranges of variadic ports, the arguments.
+// Fills in the words that follow the record: the ranges of variadic ports, the arguments.
 inline Result FillExtension(const NodeTable& table, const DictionaryObject* arguments, MicroNode* node)
 {
     auto* const ranges = reinterpret_cast<VariadicRange*>(node + 1);

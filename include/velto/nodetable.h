@@ -16,7 +16,7 @@ struct ArgumentSpec
 // What the host needs to know of a node; all of it constant data.
 struct NodeTable
 {
-    const PortSpec* ports = nullptr; // in access order, those that stand for many behind all others
+    const PortSpec* ports = nullptr; // in access order, variadic ones last
     UInt32 portCount = 0;
     UInt32 variadicCount = 0;
     UInt32 words = 0; // of the record's extension; ranges of the variadic ports come first, in their order

@@ -9,7 +9,7 @@
 namespace velto
 {
 
-// The head of everything that is held by shared reference. Who makes an object sets `destroy`, which runs when the last
+// The head of everything that is held by shared reference. Its maker sets `destroy`, which runs when the last
 // reference goes, on the thread that drops it.
 struct Object
 {

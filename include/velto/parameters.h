@@ -59,7 +59,7 @@ public:
     bool IsConnected(Int index) const { return (SlotAt(index).flags & slot_flags::kNotConnected) == 0; }
     bool IsInUse(Int index) const { return (SlotAt(index).flags & slot_flags::kNotInUse) == 0; }
 
-    // The node's own words behind the record.
+    // The node's own words, which follow the record.
     template <class T>
     const T& Extension(UInt32 word) const
     {

@@ -51,7 +51,7 @@ public:
     std::string_view Kind() const { return error_ ? error_->kind : std::string_view(); }
     std::string_view Message() const { return error_ ? error_->message : std::string_view(); }
 
-    // Says in so many words that nobody will look.
+    // States that the result is ignored on purpose.
     void Ignore() const {}
 
 private:

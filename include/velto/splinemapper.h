@@ -48,8 +48,8 @@ struct SplineMapperInterface
     VELTO_METHOD(ClampPosition, Vector2d(const SplineMapper* mapper, const Vector2d& position));
     // Puts the knots in order of x; those of equal x keep their order, and knots without a number go last.
     VELTO_METHOD(SortKnots, void(SplineMapper* mapper));
-    // The point of the curve at `x`, the knots being in order. Before the first knot and behind the last the curve is
-    // level, through one knot it is level everywhere, without knots it is y = x.
+    // The point of the curve at `x`, the knots being in order. Before the first knot and after the last the curve is
+    // level. With one knot it is level everywhere, without knots it is y = x.
     VELTO_METHOD(GetPoint, Vector2d(const SplineMapper* mapper, Float x));
 };
 VELTO_USED_BY_INCLUDERS("velto/splinemapper.h", SplineMapperInterface);

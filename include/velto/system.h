@@ -17,9 +17,9 @@ struct SystemInterface
     VELTO_METHOD(Alloc, void*(UInt size, const SourceLocation* where));
     // [any thread] Grows or shrinks `memory` (null: allocates). On null `memory` is left as it was.
     VELTO_METHOD(Realloc, void*(void* memory, UInt size, const SourceLocation* where));
-    // [any thread] Gives `memory` back; null is nothing.
+    // [any thread] Frees `memory`; null does nothing.
     VELTO_METHOD(Free, void(void* memory));
-    // [any thread] Runs `destructor` on `memory`, then gives it back; null is nothing.
+    // [any thread] Runs `destructor` on `memory`, then frees it; null does nothing.
     VELTO_METHOD(FreeWithDestructorI, void(void* memory, void (*destructor)(void*)));
 };
 VELTO_USED_BY_INCLUDERS("velto/system.h", SystemInterface);

@@ -47,7 +47,7 @@ struct TranslationUnitRecord : Record
     }
 };
 
-// Four words by which a module offers a function to whoever looks for it by name (see reflection.h).
+// Four words by which a module offers a function that is looked up by name (see reflection.h).
 struct ReflectionProvider
 {
     UInt reserved[2] = {};
@@ -67,7 +67,7 @@ struct ModuleRecord : Record
     UInt32 requiredCount = 0;
     ModuleRecord* nextModule = nullptr;
     ModuleExport* module = nullptr;
-    // Behind what the host reads.
+    // After the part that the host reads.
     TranslationUnitRecord* lastUnit = nullptr;
     Bool constructed = false;
 
@@ -125,7 +125,7 @@ inline TranslationUnitRecord::TranslationUnitRecord(
     unitModule.Add(*this);
 }
 
-// What stands behind the last slash of a path and before the dot; NUL-terminated.
+// The part of a path after the last slash and before the dot; NUL-terminated.
 template <std::size_t N>
 constexpr std::array<char, N> StemOf(const char (&path)[N])
 {

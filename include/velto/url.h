@@ -33,7 +33,7 @@ struct UrlInterface
     VELTO_METHOD(Create, Result(const char* path, UInt length, UrlObject** url));
     // The path, valid as long as the url is held.
     VELTO_METHOD(GetPath, const char*(const UrlObject* url, UInt* length));
-    // Puts a new place in `url`: the old one with `component` behind it. On error `url` is as it was.
+    // Appends `component` to the place in `url`, in a new object. On error `url` is as it was.
     VELTO_METHOD(Append, Result(UrlObject** url, const char* component, UInt length));
     // The place without its last component.
     VELTO_METHOD(GetDirectory, Result(const UrlObject* url, UrlObject** directory));

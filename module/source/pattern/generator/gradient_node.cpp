@@ -32,7 +32,7 @@ namespace velto::pattern
 
 VELTO_PUBLISH_DATA_TYPE(SortedKnotsRef);
 
-// Knots at NaN lie behind all others, so that the order is a total one.
+// Knots at NaN come after all others, so that the order is a total one.
 static bool LiesBefore(const SortedKnot& a, const SortedKnot& b)
 {
     const bool nanA = a.position != a.position;
