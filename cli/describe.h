@@ -1,4 +1,4 @@
-// Node types as JSON and as text.
+// Node types as text.
 #pragma once
 
 #include "host/graph/nodetype.h"
@@ -6,13 +6,6 @@
 namespace velto::cli
 {
 
-// `{"id", "kind", "ports": [...]}` in order of access.
-host::Json DescribeCoreNode(const std::string& id, const host::NodeType& type);
-
-// `{"id", "name", "label", "category", "ports": [...]}`.
-host::Json DescribeNode(const host::NodeType& type);
-
-// A few lines for people.
 // For a terminal of `width` columns; 0: lines are not wrapped.
 std::string DescribeForPeople(const host::NodeType& type, std::size_t width);
 

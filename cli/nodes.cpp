@@ -2,6 +2,7 @@
 
 #include "describe.h"
 
+#include "host/graph/describe.h"
 #include "host/registry/registry.h"
 
 #include <fmt/format.h>
@@ -40,9 +41,9 @@ void Describe(
     if (!arguments.json)
         streams.out << DescribeForPeople(type, TerminalWidth());
     else if (type.isDescribed)
-        streams.out << DescribeNode(type).Write(true) << '\n';
+        streams.out << host::DescribeNode(type).Write(true) << '\n';
     else
-        streams.out << DescribeCoreNode(id, type).Write(true) << '\n';
+        streams.out << host::DescribeCoreNode(id, type).Write(true) << '\n';
 }
 
 int DescribeDocument(const std::string& file, const NodesArguments& arguments, const Streams& streams,
@@ -94,7 +95,7 @@ void PrintNodes(
     for (const host::NodeType* const type : types)
     {
         if (arguments.json)
-            list.Append(DescribeNode(*type));
+            list.Append(host::DescribeNode(*type));
         else
             ListNode(*type, streams);
     }
@@ -167,7 +168,7 @@ void ListCore(const NodesArguments& arguments, const Streams& streams, const hos
         if (!type)
             continue;
         if (arguments.json)
-            list.Append(DescribeCoreNode(id, *type));
+            list.Append(host::DescribeCoreNode(id, *type));
         else
             streams.out << id << '\n';
     }
