@@ -18,6 +18,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <thread>
 
 namespace velto::host
 {
@@ -36,20 +37,25 @@ double SecondsSince(Clock::time_point start)
 class FirstError
 {
 public:
-    void Take(Result error)
+    void Take(Result error, const TileFailure& failure = {-1, -1, nullptr})
     {
         const std::lock_guard lock(mutex_);
         if (error_.IsOk())
+        {
             error_ = std::move(error);
+            failure_ = {failure.node ? *failure.node : std::string(), failure.x >= 0, failure.x, failure.y};
+        }
         isSet_.store(true, std::memory_order_relaxed);
     }
     bool IsSet() const { return isSet_.load(std::memory_order_relaxed); }
     Result Get() { return error_; }
+    const BakeFailure& Failure() const { return failure_; }
 
 private:
     std::mutex mutex_;
     std::atomic<bool> isSet_ = false;
     Result error_;
+    BakeFailure failure_;
 };
 
 class Baker
@@ -65,6 +71,7 @@ public:
     {
         graph_.setup->CountInto(nullptr);
         graph_.setup->SetProgress({});
+        graph_.setup->SetStop(nullptr);
     }
 
     Result Run(const std::vector<BakeTarget>& targets)
@@ -109,13 +116,20 @@ private:
             graph_.setup->SetProgress([this, start](const SetupRaster& raster) {
                 options_.progress({0.0, 0, SecondsSince(start), &raster});
             });
-        VELTO_TRY(graph_.setup->Run());
+        graph_.setup->SetStop(options_.stop);
+        if (Result ran = graph_.setup->Update(); ran.IsError())
+        {
+            if (const std::string* const node = Instance::FailedNode(*graph_.program))
+                statistics_.failure.node = *node;
+            return ran;
+        }
         statistics_.setupSeconds += SecondsSince(start);
         NoteRasters();
         const int rows = BandRows();
         outputs_.Allocate(rows);
-        const Clock::time_point samplingStart = Clock::now();
-        Report(0, samplingStart);
+        samplingStart_ = Clock::now();
+        sampler_ = std::this_thread::get_id();
+        Report(0);
         for (int row = 0; row < window_.height; row += rows)
         {
             const int count = std::min(rows, window_.height - row);
@@ -123,14 +137,17 @@ private:
             SampleBand(row, count);
             statistics_.sampleSeconds += SecondsSince(sampling);
             if (error_.IsSet())
+            {
+                statistics_.failure = error_.Failure();
                 return error_.Get();
+            }
             if (IsStopped())
                 return MakeError(error::kIllegalState, "interrupted");
             // A picture or a level of one that was refused would show as something else.
             if (MemoryRefusals() != refusals)
                 return OutOfMemory();
             VELTO_TRY(outputs_.Submit(count));
-            Report(row + count, samplingStart);
+            Report(static_cast<UInt>(row + count) * static_cast<UInt>(window_.width));
         }
         VELTO_TRY(outputs_.Wait());
         statistics_.writeSeconds += outputs_.Seconds();
@@ -170,11 +187,14 @@ private:
             area,
             [&](const tbb::blocked_range2d<int>& tile) {
                 SampleTile(row, tile);
-                tilesDone_.fetch_add(1, std::memory_order_release);
+                const auto pixels = static_cast<UInt>(tile.rows().size() * tile.cols().size());
+                const UInt done = pixelsDone_.fetch_add(pixels, std::memory_order_release) + pixels;
+                if (std::this_thread::get_id() == sampler_)
+                    Report(done);
             },
             tbb::simple_partitioner());
         // The library has waited for the tiles, but where race detectors do not look.
-        tilesDone_.load(std::memory_order_acquire);
+        pixelsDone_.load(std::memory_order_acquire);
     }
 
     void SampleTile(int bandRow, const tbb::blocked_range2d<int>& part)
@@ -195,10 +215,11 @@ private:
         std::vector<BakeOutputs::Target>& targets = outputs_.Targets();
         float* to[kMaxTargets];
         for (std::size_t t = 0; t < targets.size(); ++t)
-            to[t] = &targets[t].band[pixel * static_cast<std::size_t>(targets[t].channels)];
+            to[t] = targets[t].band + pixel * static_cast<std::size_t>(targets[t].channels);
         TileFailure failure;
-        if (Result sampled = worker->Sample(tile, {to, targets.size()}, pitch, failure); sampled.IsError())
-            error_.Take(DescribeFailure(sampled, failure));
+        if (Result sampled = worker->Sample(tile, {to, targets.size()}, pitch, options_.stop, failure);
+            sampled.IsError())
+            error_.Take(DescribeFailure(sampled, failure), failure);
     }
 
     Result MakeWorker(std::unique_ptr<TileSampler>& worker)
@@ -227,14 +248,16 @@ private:
 
     bool IsStopped() const { return options_.stop && options_.stop->load(std::memory_order_relaxed); }
 
-    void Report(int rowsDone, Clock::time_point start)
+    // [the calling thread]
+    void Report(UInt pixels)
     {
-        if (!options_.progress)
+        if (!options_.progress || pixels < pixelsReported_)
             return;
-        const UInt pixels = static_cast<UInt>(rowsDone) * static_cast<UInt>(window_.width);
-        options_.progress({static_cast<double>(rowsDone) / window_.height,
+        pixelsReported_ = pixels;
+        const double whole = static_cast<double>(window_.width) * window_.height;
+        options_.progress({static_cast<double>(pixels) / whole,
             pixels * static_cast<UInt>(options_.view.supersample) * static_cast<UInt>(options_.view.supersample),
-            SecondsSince(start)});
+            SecondsSince(samplingStart_)});
     }
 
 public:
@@ -248,7 +271,10 @@ private:
     BakeOutputs outputs_;
     tbb::enumerable_thread_specific<std::unique_ptr<TileSampler>> workers_;
     FirstError error_;
-    std::atomic<UInt> tilesDone_ = 0;
+    std::atomic<UInt> pixelsDone_ = 0;
+    UInt pixelsReported_ = 0;
+    Clock::time_point samplingStart_;
+    std::thread::id sampler_; // the calling thread
 };
 
 } // namespace

@@ -20,6 +20,15 @@ struct BakeProgress
     const SetupRaster* raster = nullptr; // what is made ahead of the samples, or null
 };
 
+// Where a bake failed.
+struct BakeFailure
+{
+    std::string node; // empty: none in particular
+    bool hasPixel = false;
+    int x = 0; // of the whole picture
+    int y = 0;
+};
+
 struct BakeOptions
 {
     BakeView view;
@@ -29,8 +38,8 @@ struct BakeOptions
     int threads = 0; // 0: as many as the process may use
     PictureEncoding encoding;
     bool hashesPixels = false;
-    std::function<void(const BakeProgress&)> progress; // [the calling thread]
-    const std::atomic<bool>* stop = nullptr;           // true: stop soon
+    std::function<void(const BakeProgress&)> progress; // [the calling thread] after each of its tiles
+    const std::atomic<bool>* stop = nullptr;           // true: stop within a row of a tile or a call of a raster
 };
 
 struct BakeStatistics
@@ -41,7 +50,8 @@ struct BakeStatistics
     double writeSeconds = 0.0;
     EvaluationCounts evaluations; // by index of the program's node names
     std::vector<SetupRaster> rasters;
-    std::vector<WrittenFile> files;
+    std::vector<WrittenFile> files; // not those of targets in memory
+    BakeFailure failure;
 };
 
 inline constexpr int kMaxPictureSide = 32'768;
@@ -50,7 +60,9 @@ inline constexpr int kMaxPictureSide = 32'768;
 bool IsPicture(const DataType* type);
 
 // Evaluates the picture once and writes each target, in bands, in order of rows. Files are put in place at the end: on
-// error, or when stopped, the old files stay. An output that is neither a number nor a colour is an error.
+// error, or when stopped, the old files stay, and memory holds what was baked so far. An output that is neither a number
+// nor a colour is an error. Only what is not up to date of the graph's setup runs; the graph can be baked again, also
+// after an error.
 Result Bake(
     Graph& graph, const std::vector<BakeTarget>& targets, const BakeOptions& options, BakeStatistics& statistics);
 

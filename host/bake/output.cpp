@@ -1,8 +1,7 @@
 #include "output.h"
 
-#include "tiles.h"
-
 #include "host/graph/values.h"
+#include "host/runtime/sampler.h"
 #include "host/system/guard.h"
 
 #include <fmt/format.h>
@@ -12,6 +11,12 @@
 
 namespace velto::host
 {
+
+int ChannelsOf(const DataType* type)
+{
+    const int numbers = NumbersOf(type);
+    return numbers == 2 ? 3 : numbers;
+}
 
 Result BakeOutputs::Open(const Program& program, const std::vector<BakeTarget>& targets, const BakeWindow& window,
     int wholeWidth, int wholeHeight, const PictureEncoding& encoding, bool hashesPixels)
@@ -23,8 +28,13 @@ Result BakeOutputs::Open(const Program& program, const std::vector<BakeTarget>& 
         if (channels == 0)
             return MakeError(error::kIllegalArgument,
                 fmt::format("the output {} is a {}, which is no picture", output.name, TypeName(output.type)));
-        Target target{source.output, channels, {}, {}, {}, {}, {}};
+        Target target{source.output, channels, {}, source.pixels, nullptr, {}, {}};
         target.file = {source.file, source.output, window.width, window.height, channels, {}};
+        if (source.pixels)
+        {
+            targets_.push_back(std::move(target));
+            continue;
+        }
         const PictureLayout layout{window.width, window.height, channels, window.x, window.y, wholeWidth, wholeHeight,
             source.attributes, source.isPart};
         const PictureEncoding stored =
@@ -41,11 +51,13 @@ void BakeOutputs::Allocate(int bandRows)
 {
     for (Target& target : targets_)
     {
-        const std::size_t size = static_cast<std::size_t>(bandRows) * static_cast<std::size_t>(width_) *
-                                 static_cast<std::size_t>(target.channels);
+        if (!target.writer)
+            continue;
+        const std::size_t size = RowFloats(target) * static_cast<std::size_t>(bandRows);
         memory_.Take(2 * size * sizeof(float));
-        target.band.resize(size);
-        target.written.resize(size);
+        for (std::vector<float>& band : target.bands)
+            band.resize(size);
+        target.band = target.bands[0].data();
     }
 }
 
@@ -53,12 +65,21 @@ Result BakeOutputs::Submit(int rows)
 {
     VELTO_TRY(Wait());
     for (Target& target : targets_)
-        target.band.swap(target.written);
+    {
+        target.filled = target.band;
+        if (target.writer)
+            target.band = target.bands[target.filled == target.bands[0].data() ? 1 : 0].data();
+        else
+            target.band += RowFloats(target) * static_cast<std::size_t>(rows);
+    }
     writing_.run([this, rows] {
         const auto start = std::chrono::steady_clock::now();
         written_ = Guarded([&]() -> Result {
             for (Target& target : targets_)
-                VELTO_TRY(Write(target, rows));
+            {
+                if (target.writer)
+                    VELTO_TRY(Write(target, rows));
+            }
             return {};
         });
         seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -70,13 +91,10 @@ Result BakeOutputs::Submit(int rows)
 Result BakeOutputs::Write(Target& target, int rows)
 {
     Result written;
-    tbb::parallel_invoke(
-        [&] { written = Guarded([&] { return target.writer->WriteRows(target.written.data(), rows); }); },
+    tbb::parallel_invoke([&] { written = Guarded([&] { return target.writer->WriteRows(target.filled, rows); }); },
         [&] {
             if (hashesPixels_)
-                target.sum.Add(target.written.data(), static_cast<std::size_t>(rows) *
-                                                          static_cast<std::size_t>(width_) *
-                                                          static_cast<std::size_t>(target.channels) * sizeof(float));
+                target.sum.Add(target.filled, static_cast<std::size_t>(rows) * RowFloats(target) * sizeof(float));
         });
     return written;
 }
@@ -92,6 +110,7 @@ Result BakeOutputs::Wait()
 Result BakeOutputs::Finish(std::vector<WrittenFile>& files)
 {
     std::vector<std::unique_ptr<PictureWriter>> writers;
+    std::erase_if(targets_, [](const Target& target) { return !target.writer; });
     for (Target& target : targets_)
     {
         VELTO_TRY(target.writer->Complete());

@@ -21,7 +21,7 @@ namespace velto::host
 class BakeOutputs
 {
 public:
-    // Opens a file for each target; nothing of them is left unless all are finished.
+    // Opens a file for each target that has one; nothing of them is left unless all are finished.
     Result Open(const Program& program, const std::vector<BakeTarget>& targets, const BakeWindow& window,
         int wholeWidth, int wholeHeight, const PictureEncoding& encoding, bool hashesPixels);
     void Allocate(int bandRows);
@@ -30,11 +30,12 @@ public:
     {
         std::size_t output; // of the program
         int channels;
-        std::unique_ptr<PictureWriter> writer;
-        std::vector<float> band; // to be filled, rows of the window
-        std::vector<float> written;
+        std::unique_ptr<PictureWriter> writer; // null: into memory
+        float* band = nullptr;                 // to be filled, rows of the window
+        const float* filled = nullptr;
         Sha256 sum;
         WrittenFile file;
+        std::vector<float> bands[2] = {}; // the one that is filled, and the one that is written
     };
     std::vector<Target>& Targets() { return targets_; }
 
@@ -52,6 +53,10 @@ public:
 
 private:
     Result Write(Target& target, int rows);
+    std::size_t RowFloats(const Target& target) const
+    {
+        return static_cast<std::size_t>(width_) * static_cast<std::size_t>(target.channels);
+    }
 
     std::vector<Target> targets_;
     tbb::task_group writing_;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/picture/writer.h"
+#include "velto/datatype.h"
 
 #include <string>
 
@@ -16,7 +17,10 @@ struct BakeWindow
     int height = 0;
 };
 
-// One output to one file.
+// How many channels values of a type become; 0 where they are no pixels. What has two numbers gets a third, which is 0.
+int ChannelsOf(const DataType* type);
+
+// One output to one file, or into memory.
 struct BakeTarget
 {
     std::size_t output = 0; // of the program
@@ -24,6 +28,7 @@ struct BakeTarget
     PictureAttributes attributes = {};
     bool isPart = false;     // floats as they are, not packed
     std::string format = {}; // a suffix; empty: that of the file
+    float* pixels = nullptr; // not null: rows of the window go here, channels interleaved, and no file is written
 };
 
 // What was written for a target.

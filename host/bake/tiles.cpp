@@ -7,12 +7,6 @@
 namespace velto::host
 {
 
-int ChannelsOf(const DataType* type)
-{
-    const int numbers = NumbersOf(type);
-    return numbers == 2 ? 3 : numbers;
-}
-
 Result TileSampler::Create(Setup& setup, const ShadingContext& shared, const BakeView& view,
     std::vector<std::size_t> outputs, std::unique_ptr<TileSampler>& made)
 {
@@ -40,12 +34,15 @@ Result TileSampler::Create(Setup& setup, const ShadingContext& shared, const Bak
     });
 }
 
-Result TileSampler::Sample(const Tile& tile, std::span<float* const> to, std::size_t pitch, TileFailure& failure)
+Result TileSampler::Sample(const Tile& tile, std::span<float* const> to, std::size_t pitch,
+    const std::atomic<bool>* stop, TileFailure& failure)
 {
     return Guarded([&]() -> Result {
         PrepareColumns(tile);
         for (int row = 0; row < tile.height; ++row)
         {
+            if (stop && stop->load(std::memory_order_relaxed))
+                return {};
             int failed = 0;
             const std::size_t pixel = static_cast<std::size_t>(row) * pitch;
             const auto sample = view_.supersample == 1 ? &TileSampler::SampleDirectly : &TileSampler::SampleMeans;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "rows.h"
+#include "target.h"
 
 #include "host/runtime/graph.h"
 
@@ -19,9 +20,6 @@ struct Tile
     int height = 0;
 };
 
-// How many channels values of a type become; 0 where they are no pixels. What has two numbers gets a third, which is 0.
-int ChannelsOf(const DataType* type);
-
 // The pixel at which a tile failed.
 struct TileFailure
 {
@@ -37,8 +35,10 @@ public:
     static Result Create(Setup& setup, const ShadingContext& shared, const BakeView& view,
         std::vector<std::size_t> outputs, std::unique_ptr<TileSampler>& made);
 
-    // Writes the mean of every pixel's samples: for each output to `to` and on, `pitch` pixels a row.
-    Result Sample(const Tile& tile, std::span<float* const> to, std::size_t pitch, TileFailure& failure);
+    // Writes the mean of every pixel's samples: for each output to `to` and on, `pitch` pixels a row. Leaves the rest
+    // alone once `stop` is true.
+    Result Sample(const Tile& tile, std::span<float* const> to, std::size_t pitch, const std::atomic<bool>* stop,
+        TileFailure& failure);
 
     const EvaluationCounts& Counts() const { return sampler_->Counts(); }
 

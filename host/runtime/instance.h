@@ -102,7 +102,11 @@ public:
     // Runs again if anything failed.
     Result RunAgainIfFailed() { return hasFailed_ ? Run() : Result(); }
 
-    // Changes a constant by its name in the document. The value must have the constant's type.
+    // Runs what has not run, what depends on what was set since it did, and what failed. As `Run` otherwise.
+    Result Update();
+
+    // Changes a constant by its name in the document; a value of another type is converted. While no sample is
+    // computed.
     Result Set(std::string_view origin, const Data& value);
 
     // The type of the constant of that name, or null.
@@ -118,6 +122,9 @@ public:
     // [the thread that runs the setup] Is called every now and then while a raster is made; must not throw.
     void SetProgress(std::function<void(const SetupRaster&)> progress) { progress_ = std::move(progress); }
 
+    // While it is true, functions that the setup's nodes call fail, and so do these nodes. Null: nothing stops it.
+    void SetStop(const std::atomic<bool>* stop) { stop_ = stop; }
+
     // The rasters that there are after a run.
     std::vector<SetupRaster> Rasters() const;
 
@@ -132,6 +139,10 @@ private:
         std::unique_ptr<Instance> instance;
         EvaluationCounts counts;
     };
+
+    void RunCall(std::size_t i);
+    Result FinishRun();
+    std::vector<bool> CallsToUpdate() const;
 
     // The error that a body runs into before it starts, if any.
     Result ErrorOf(const BodyPlan& body) const;
@@ -157,13 +168,17 @@ private:
     std::vector<UInt32> offsets_; // of slots in a frame, for all calls
     std::vector<Result> errors_;  // by call
     std::vector<double> seconds_; // by call
+    bool hasRun_ = false;
     bool hasFailed_ = false;
+    std::set<UInt32> changed_; // constants that were set since the last run, by their offsets
     EvaluationCounts* counts_ = nullptr;
 
     std::function<void(const SetupRaster&)> progress_;
     const char* runner_ = nullptr; // the thread that runs it, as `Instance::owner_`
     std::size_t running_ = 0;      // the call
     UInt invocations_ = 0;         // of functions, by that thread
+    const std::atomic<bool>* stop_ = nullptr;
+    std::atomic<bool> wasStopped_ = false;
 
     UInt serial_; // of all runs of all setups that ever were
     std::atomic<bool> lacksFrame_ = false;

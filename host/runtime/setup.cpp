@@ -5,7 +5,9 @@
 #include "host/system/guard.h"
 #include "velto/bakedimagedata.h"
 
+#include <algorithm>
 #include <chrono>
+#include <map>
 
 namespace velto::host
 {
@@ -24,6 +26,8 @@ struct ThreadFrame
 };
 
 thread_local ThreadFrame threadFrame;
+
+constexpr const char* kStopped = "interrupted";
 
 } // namespace
 
@@ -53,46 +57,141 @@ Result Setup::Create(std::shared_ptr<const Program> program, std::unique_ptr<Set
 
 Result Setup::Run()
 {
-    Result first;
     DropFrames();
-    hasFailed_ = false;
-    failedNode = -1;
     runner_ = &threadMark;
     for (std::size_t i = 0; i < body_.calls.size(); ++i)
-    {
-        const Call& call = body_.calls[i];
-        errors_[i] = {};
-        for (const UInt32 needed : program_->setupDependencies[i])
-        {
-            if (errors_[needed].IsError())
-                errors_[i] = errors_[needed];
-        }
-        if (errors_[i].IsError())
-            continue;
-        running_ = i;
-        const auto start = std::chrono::steady_clock::now();
-        call.compute(&errors_[i], call.record, &call.binding);
-        seconds_[i] += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (counts_)
-            ++(*counts_)[call.node];
-        if (lacksFrame_.exchange(false))
-        {
-            for (const ResetPlan& output : program_->setupOutputs[i])
-                ResetValue(output, storage_.At(output.offset));
-            errors_[i] = OutOfMemory();
-        }
-        if (errors_[i].IsError())
-        {
-            if (!hasFailed_)
-            {
-                first = errors_[i];
-                failedNode = call.node;
-            }
-            hasFailed_ = true;
-        }
-    }
+        RunCall(i);
+    return FinishRun();
+}
+
+Result Setup::Update()
+{
+    if (!hasRun_)
+        return Run();
+    if (!hasFailed_ && changed_.empty())
+        return {};
     DropFrames();
-    return first;
+    runner_ = &threadMark;
+    const std::vector<bool> isOutdated = CallsToUpdate();
+    for (std::size_t i = 0; i < body_.calls.size(); ++i)
+    {
+        if (isOutdated[i])
+            RunCall(i);
+    }
+    return FinishRun();
+}
+
+void Setup::RunCall(std::size_t i)
+{
+    const Call& call = body_.calls[i];
+    errors_[i] = {};
+    for (const UInt32 needed : program_->setupDependencies[i])
+    {
+        if (errors_[needed].IsError())
+            errors_[i] = errors_[needed];
+    }
+    if (errors_[i].IsError())
+        return;
+    running_ = i;
+    const auto start = std::chrono::steady_clock::now();
+    call.compute(&errors_[i], call.record, &call.binding);
+    seconds_[i] += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (counts_)
+        ++(*counts_)[call.node];
+    const bool lacksFrame = lacksFrame_.exchange(false);
+    if (!lacksFrame && !wasStopped_.exchange(false))
+        return;
+    for (const ResetPlan& output : program_->setupOutputs[i])
+        ResetValue(output, storage_.At(output.offset));
+    errors_[i] = lacksFrame ? OutOfMemory() : MakeError(error::kIllegalState, kStopped);
+}
+
+Result Setup::FinishRun()
+{
+    hasRun_ = true;
+    changed_.clear();
+    const auto first = std::find_if(errors_.begin(), errors_.end(), [](const Result& made) { return made.IsError(); });
+    hasFailed_ = first != errors_.end();
+    failedNode = hasFailed_ ? body_.calls[static_cast<std::size_t>(first - errors_.begin())].node : -1;
+    DropFrames();
+    return hasFailed_ ? *first : Result();
+}
+
+namespace
+{
+
+// Which values of the setup are outdated, while its calls are walked in order. What a body reads is made by calls
+// before the one that needs the body: an answer once given stays.
+class OutdatedValues
+{
+public:
+    OutdatedValues(const Program& program, const std::set<UInt32>& changed)
+        : program_(program), offsets_(changed), bodies_(program.bodies.size())
+    {
+        for (const FunctionPlan& function : program.setupBody.functions)
+            functions_[function.place.offset] = &function;
+    }
+
+    bool IsRead(const CallPlan& call)
+    {
+        return std::any_of(call.slots.begin(), call.slots.end(), [this](const SlotPlan& slot) {
+            if (IsOutdated(slot.value))
+                return true;
+            const auto function =
+                slot.value.store == Store::Setup ? functions_.find(slot.value.offset) : functions_.end();
+            return function != functions_.end() && IsOutdated(*function->second);
+        });
+    }
+
+    void Add(UInt32 offset) { offsets_.insert(offset); }
+
+private:
+    bool IsOutdated(Address value) const { return value.store == Store::Setup && offsets_.contains(value.offset); }
+
+    bool IsOutdated(const FunctionPlan& function)
+    {
+        return function.body < 0 ? IsOutdated(function.constant)
+                                 : IsBodyOutdated(static_cast<std::size_t>(function.body));
+    }
+
+    bool IsBodyOutdated(std::size_t index)
+    {
+        if (!bodies_[index])
+        {
+            const BodyPlan& body = program_.bodies[index];
+            bodies_[index] = IsOutdated(body.result) ||
+                             std::any_of(body.calls.begin(), body.calls.end(),
+                                 [this](const CallPlan& call) { return IsRead(call); }) ||
+                             std::any_of(body.functions.begin(), body.functions.end(),
+                                 [this](const FunctionPlan& function) { return IsOutdated(function); });
+        }
+        return *bodies_[index];
+    }
+
+    const Program& program_;
+    std::set<UInt32> offsets_;
+    std::map<UInt32, const FunctionPlan*> functions_; // of the setup's calls, by place
+    std::vector<std::optional<bool>> bodies_;
+};
+
+} // namespace
+
+std::vector<bool> Setup::CallsToUpdate() const
+{
+    OutdatedValues values(*program_, changed_);
+    std::vector<bool> isOutdated(body_.calls.size(), false);
+    for (std::size_t i = 0; i < isOutdated.size(); ++i)
+    {
+        const CallPlan& call = program_->setupBody.calls[i];
+        isOutdated[i] = errors_[i].IsError() || values.IsRead(call);
+        if (!isOutdated[i])
+            continue;
+        for (const ResetPlan& output : program_->setupOutputs[i])
+            values.Add(output.offset);
+        if (!call.record) // a conversion: from the first to the second
+            values.Add(call.slots[1].value.offset);
+    }
+    return isOutdated;
 }
 
 Result Setup::ErrorOf(const BodyPlan& body) const
@@ -120,6 +219,7 @@ Result Setup::Set(std::string_view origin, const Data& value)
         Data converted;
         VELTO_TRY(ConvertValue(value, settable.type, converted));
         VELTO_TRY(AssignValue(*settable.type, storage_.At(settable.offset), converted.Value()));
+        changed_.insert(settable.offset);
     }
     VELTO_CHECK_ARGUMENT(isKnown);
     return {};
@@ -283,6 +383,11 @@ Result Setup::InvokeFunction(const FunctionInterface* self, void* value, const S
     auto& setup = *static_cast<Setup*>(function.owner);
     if (setup.progress_) [[unlikely]]
         setup.ReportProgress();
+    if (setup.stop_ && setup.stop_->load(std::memory_order_relaxed)) [[unlikely]]
+    {
+        setup.wasStopped_.store(true, std::memory_order_relaxed);
+        return MakeError(error::kIllegalState, kStopped);
+    }
     return setup.InvokePooled(function.body, value, context, setup.lacksFrame_);
 }
 
