@@ -1,6 +1,8 @@
 #include "changes.h"
 
+#include "host/corenode/convert.h"
 #include "host/graph/values.h"
+#include "host/system/guard.h"
 
 #include <fmt/format.h>
 
@@ -68,6 +70,55 @@ void ChangeableInputs::Read(const std::string& origin, const Json& json, const s
             names.push_back(name);
         diagnostics.Fault(place, "the document gives no value for this input" + Suggestion(origin, names));
     }
+}
+
+namespace
+{
+
+Result ChangeSource(CoreInput& source, const InputChange& change)
+{
+    if (source.origin != change.origin || source.value.IsEmpty())
+        return {};
+    Data value;
+    VELTO_TRY(ConvertValue(change.value, source.value.Type(), value));
+    source.value = std::move(value);
+    return {};
+}
+
+Result ChangeSources(CoreGraph& graph, const InputChange& change)
+{
+    for (CoreNode& node : graph.nodes)
+    {
+        for (auto& [port, input] : node.inputs)
+            VELTO_TRY(ChangeSource(input, change));
+    }
+    for (CoreOutput& output : graph.outputs)
+        VELTO_TRY(ChangeSource(output.source, change));
+    return {};
+}
+
+} // namespace
+
+Result ChangeInputs(Graph& graph, const std::vector<InputChange>& changes)
+{
+    return Guarded([&]() -> Result {
+        bool isOther = false;
+        for (const InputChange& change : changes)
+        {
+            VELTO_TRY(ChangeSources(graph.document.graph, change));
+            if (graph.program->restsOn.contains(change.origin))
+                isOther = graph.variable.insert(change.origin).second || isOther;
+        }
+        if (isOther)
+            return Recompile(graph);
+        for (const InputChange& change : changes)
+        {
+            // What no output needs has no constant in the program.
+            if (graph.setup->TypeOfConstant(change.origin))
+                VELTO_TRY(graph.setup->Set(change.origin, change.value));
+        }
+        return {};
+    });
 }
 
 } // namespace velto::host

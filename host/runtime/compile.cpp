@@ -31,6 +31,8 @@ Result Program::Compile(const CoreGraph& graph, const CompileOptions& options, s
         VELTO_TRY(SettleGraph(graph, options, settled));
         for (const CoreNode& node : graph.nodes)
             made->nodeNames.push_back(node.name);
+        for (GraphNode& node : settled.nodes)
+            made->restsOn.merge(node.restsOn);
         made->nodeNames.emplace_back(); // conversions are counted apart
         VELTO_TRY(PlaceGraph(graph, options, settled, *made));
         program = std::move(made);

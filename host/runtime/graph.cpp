@@ -1,5 +1,6 @@
 #include "graph.h"
 
+#include "host/system/guard.h"
 #include "host/text/url.h"
 
 #include <fmt/format.h>
@@ -65,6 +66,22 @@ std::vector<std::string> SearchPaths(const GraphOptions& options, const GraphDoc
     return paths;
 }
 
+Result Compile(Graph& graph, std::shared_ptr<const void> module)
+{
+    CompileOptions options;
+    options.renderMode = graph.renderMode;
+    options.searchPaths = graph.searchPaths.get();
+    options.variable = Origins(graph.document.graph, graph.variable);
+    options.keepAlive = std::move(module);
+    std::shared_ptr<const Program> program;
+    std::unique_ptr<Setup> setup;
+    VELTO_TRY(Program::Compile(graph.document.graph, options, program));
+    VELTO_TRY(Setup::Create(program, setup));
+    graph.setup = std::move(setup);
+    graph.program = std::move(program);
+    return {};
+}
+
 bool ReadAndCompile(const Json& json, std::shared_ptr<const void> module, const GraphOptions& options,
     Diagnostics& diagnostics, Graph& graph)
 {
@@ -87,15 +104,9 @@ bool ReadAndCompile(const Json& json, std::shared_ptr<const void> module, const 
         }
     }
     graph.searchPaths = std::move(paths);
-
-    CompileOptions compile;
-    compile.renderMode = options.renderMode;
-    compile.searchPaths = graph.searchPaths.get();
-    compile.variable = Origins(graph.document.graph, options.variable);
-    compile.keepAlive = std::move(module);
-    Result made = Program::Compile(graph.document.graph, compile, graph.program);
-    if (made.IsOk())
-        made = Setup::Create(graph.program, graph.setup);
+    graph.renderMode = options.renderMode;
+    graph.variable = options.variable;
+    const Result made = Compile(graph, std::move(module));
     if (made.IsError())
         diagnostics.Fault("", made.Message());
     return made.IsOk();
@@ -139,6 +150,11 @@ bool LoadDocument(const Json& json, std::shared_ptr<const void> module, const Gr
 {
     return GuardMemory(
         diagnostics, [&] { return ReadAndCompile(json, std::move(module), options, diagnostics, graph); });
+}
+
+Result Recompile(Graph& graph)
+{
+    return Guarded([&] { return Compile(graph, graph.program->keepAlive); });
 }
 
 } // namespace velto::host

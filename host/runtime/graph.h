@@ -31,6 +31,8 @@ struct Graph
     GraphDocument document;
     std::shared_ptr<const SearchPathsType> searchPaths;
     std::shared_ptr<RenderMessages> messages = std::make_shared<RenderMessages>();
+    RenderMode renderMode;
+    std::set<std::string> variable; // as in its options
     std::shared_ptr<const Program> program;
     std::unique_ptr<Setup> setup;
 };
@@ -43,5 +45,9 @@ bool LoadGraph(std::string_view json, std::shared_ptr<const void> module, const 
 // The same for a document that a program makes: what it leaves out has the defaults of the described nodes.
 bool LoadDocument(const Json& json, std::shared_ptr<const void> module, const GraphOptions& options,
     Diagnostics& diagnostics, Graph& graph);
+
+// Makes the program and the setup anew, of the document's graph and the variable inputs as they are now. On error they
+// stay as they were.
+Result Recompile(Graph& graph);
 
 } // namespace velto::host

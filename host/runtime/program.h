@@ -115,7 +115,8 @@ struct CompileOptions
 {
     RenderMode renderMode;
     const SearchPathsType* searchPaths = nullptr;
-    // Origins of values that `Setup::Set` will change: no optimizer may rely on them.
+    // Origins of values that `Setup::Set` will change: no optimizer may rely on them. Others may be changed too, unless
+    // the program rests on them.
     std::set<std::string> variable;
     // Kept for as long as the program lives.
     std::shared_ptr<const void> keepAlive;
@@ -138,6 +139,7 @@ struct Program
     std::vector<BodyPlan> bodies;                       // the first computes the outputs
     std::vector<OutputPlan> outputs;
     std::vector<SettablePlan> settables;
+    std::set<std::string> restsOn; // origins of values by which nodes were replaced; another program has others
     UInt32 maxPorts = 0;
 };
 

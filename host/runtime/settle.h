@@ -42,8 +42,9 @@ struct GraphNode
     std::vector<Int> newOutputs;    // after a replacement: by old access index, the new one
     Visit visit = Visit::New;
     bool isFixed = false;
-    Int takesInput = -1;     // the input that stands for the node's outputs
-    std::set<Int> usedPorts; // outputs that something reads
+    std::set<std::string> restsOn; // origins of the values by which it was replaced
+    Int takesInput = -1;           // the input that stands for the node's outputs
+    std::set<Int> usedPorts;       // outputs that something reads
     Int setupCall = -1;
     std::vector<UInt32> setupPorts; // of a fixed node: offsets of its outputs in the setup's store
 

@@ -26,6 +26,17 @@ struct ProbeFunction : FunctionInterface
     bool answersConstantly;
 };
 
+// That the node's replacement rests on the values that its optimizer saw.
+void NoteValues(GraphNode& node, const std::vector<const void*>& constants)
+{
+    for (std::size_t i = 0; i < constants.size(); ++i)
+    {
+        const CoreInput* const source = node.inputs[i].source;
+        if (constants[i] && source && !source->origin.empty())
+            node.restsOn.insert(source->origin);
+    }
+}
+
 // Puts the group of an answer in the place of the node's, with its links.
 Result SwapGroup(GraphNode& node, Optimization& answer)
 {
@@ -89,6 +100,7 @@ Result SimplifyNode(const SettledGraph& graph, const CompileOptions& options, Gr
         VELTO_TRY(Optimize(node.Group(), request, answer));
         if (answer.kind == Optimization::Kind::Keep)
             return {};
+        NoteValues(node, constants);
         if (answer.kind == Optimization::Kind::TakeInput)
         {
             if (answer.input < 0 || answer.input >= node.PortCount() || !node.Port(answer.input).input)
