@@ -141,6 +141,7 @@ private:
     };
 
     void RunCall(std::size_t i);
+    void ResetOutputs(std::size_t i);
     Result FinishRun();
     std::vector<bool> CallsToUpdate() const;
 

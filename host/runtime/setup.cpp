@@ -75,8 +75,10 @@ Result Setup::Update()
     const std::vector<bool> isOutdated = CallsToUpdate();
     for (std::size_t i = 0; i < body_.calls.size(); ++i)
     {
-        if (isOutdated[i])
-            RunCall(i);
+        if (!isOutdated[i])
+            continue;
+        ResetOutputs(i); // a node may keep what it made before
+        RunCall(i);
     }
     return FinishRun();
 }
@@ -101,9 +103,14 @@ void Setup::RunCall(std::size_t i)
     const bool lacksFrame = lacksFrame_.exchange(false);
     if (!lacksFrame && !wasStopped_.exchange(false))
         return;
+    ResetOutputs(i);
+    errors_[i] = lacksFrame ? OutOfMemory() : MakeError(error::kIllegalState, kStopped);
+}
+
+void Setup::ResetOutputs(std::size_t i)
+{
     for (const ResetPlan& output : program_->setupOutputs[i])
         ResetValue(output, storage_.At(output.offset));
-    errors_[i] = lacksFrame ? OutOfMemory() : MakeError(error::kIllegalState, kStopped);
 }
 
 Result Setup::FinishRun()
