@@ -60,9 +60,9 @@ inline constexpr int kMaxPictureSide = 32'768;
 bool IsPicture(const DataType* type);
 
 // Evaluates the picture once and writes each target, in bands, in order of rows. Files are put in place at the end: on
-// error, or when stopped, the old files stay, and memory holds what was baked so far. An output that is neither a number
-// nor a colour is an error. Only what is not up to date of the graph's setup runs; the graph can be baked again, also
-// after an error.
+// error, or when stopped, the old files stay, and memory holds what was baked so far. An output that is neither a
+// number nor a colour is an error. Only what is not up to date of the graph's setup runs; the graph can be baked again,
+// also after an error.
 Result Bake(
     Graph& graph, const std::vector<BakeTarget>& targets, const BakeOptions& options, BakeStatistics& statistics);
 
