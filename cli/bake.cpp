@@ -120,7 +120,7 @@ void SkipExisting(const Streams& streams, std::vector<host::BakeTarget>& targets
 }
 
 // Bakes one frame, or a shard of it.
-Result BakeFrame(const BakeArguments& arguments, const host::Module& module, const Streams& streams,
+Result BakeFrame(const BakeArguments& arguments, const host::Modules& modules, const Streams& streams,
     const BakePlan& plan, host::Graph& graph, std::vector<host::BakeTarget>& targets, host::BakeStatistics& statistics)
 {
     host::BakeOptions options = plan.options;
@@ -141,7 +141,7 @@ Result BakeFrame(const BakeArguments& arguments, const host::Module& module, con
         identity.window = {0, 0, options.view.width, options.view.height};
     for (host::BakeTarget& target : targets)
     {
-        identity.hash = Fingerprint(arguments, module, graph, plan, target);
+        identity.hash = Fingerprint(arguments, modules, graph, plan, target);
         host::MakePart(identity, options.window, target);
     }
     if (arguments.skipExisting)
@@ -158,8 +158,8 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
     BakePlan plan;
     if (!PlanBake(arguments, streams, plan))
         return kWrongInput;
-    std::shared_ptr<host::Module> module;
-    if (!LoadModule(arguments.module, streams, module))
+    std::shared_ptr<host::Modules> modules;
+    if (!LoadModules(arguments.modules, streams, modules))
         return kFailed;
 
     Progress progress(streams, ParseProgress(arguments.progress, streams));
@@ -171,14 +171,14 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
     {
         host::Graph graph;
         std::vector<host::BakeTarget> targets;
-        if (!PlanFrame(arguments, frame, module, streams, plan, graph, targets))
+        if (!PlanFrame(arguments, frame, modules, streams, plan, graph, targets))
             return kWrongInput;
         if (!HasTime(arguments.graph, graph, streams) || !HasMemory(arguments.graph, graph, {}, streams))
             return kFailed;
         graph.messages = messages;
         const std::string name = targets.front().file;
         plan.options.progress = [&](const host::BakeProgress& at) { progress.Show(at, name); };
-        if (const Result baked = BakeFrame(arguments, *module, streams, plan, graph, targets, statistics);
+        if (const Result baked = BakeFrame(arguments, *modules, streams, plan, graph, targets, statistics);
             baked.IsError())
         {
             host::Diagnostics ignored;

@@ -261,11 +261,11 @@ bool PlanBake(const BakeArguments& arguments, const Streams& streams, BakePlan& 
 }
 
 bool PlanFrame(const BakeArguments& arguments, const std::optional<int>& frame,
-    const std::shared_ptr<host::Module>& module, const Streams& streams, BakePlan& plan, host::Graph& graph,
+    const std::shared_ptr<host::Modules>& modules, const Streams& streams, BakePlan& plan, host::Graph& graph,
     std::vector<host::BakeTarget>& targets)
 {
     std::vector<std::size_t> outputs;
-    if (!LoadGraph(arguments.graph, {}, module, streams, graph) || !ChooseOutputs(arguments, streams, graph, outputs))
+    if (!LoadGraph(arguments.graph, {}, modules, streams, graph) || !ChooseOutputs(arguments, streams, graph, outputs))
         return false;
     plan.options.seconds = frame ? *frame / plan.options.framesPerSecond : 0.0;
     for (const std::size_t output : outputs)
@@ -279,13 +279,16 @@ bool PlanFrame(const BakeArguments& arguments, const std::optional<int>& frame,
     return true;
 }
 
-std::string Fingerprint(const BakeArguments& arguments, const host::Module& module, const host::Graph& graph,
+std::string Fingerprint(const BakeArguments& arguments, const host::Modules& modules, const host::Graph& graph,
     const BakePlan& plan, const host::BakeTarget& target)
 {
     std::string hash;
     const std::string settings = fmt::format("{} {}", VELTO_VERSION, arguments.graph.renderMode);
     // Without memory the hash stays empty and matches nothing.
-    host::BakeFingerprint(graph, target.output, plan.options, module.File(), settings, hash).Ignore();
+    std::vector<std::filesystem::path> files;
+    for (const auto& module : modules.All())
+        files.push_back(module->File());
+    host::BakeFingerprint(graph, target.output, plan.options, files, settings, hash).Ignore();
     return hash;
 }
 

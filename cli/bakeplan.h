@@ -13,7 +13,7 @@ namespace velto::cli
 
 struct BakeArguments
 {
-    ModuleOptions module;
+    ModuleOptions modules;
     GraphArguments graph;
     std::string file; // may hold `{output}`, and `{frame}` or a run of `#`; `-`: standard output
     std::string format;
@@ -47,11 +47,11 @@ bool PlanBake(const BakeArguments& arguments, const Streams& streams, BakePlan& 
 // Reads the graph for one frame and names the files; the time goes into the plan's options. Every frame starts from
 // fresh state.
 bool PlanFrame(const BakeArguments& arguments, const std::optional<int>& frame,
-    const std::shared_ptr<host::Module>& module, const Streams& streams, BakePlan& plan, host::Graph& graph,
+    const std::shared_ptr<host::Modules>& modules, const Streams& streams, BakePlan& plan, host::Graph& graph,
     std::vector<host::BakeTarget>& targets);
 
 // A hash of everything that determines a target's pixels.
-std::string Fingerprint(const BakeArguments& arguments, const host::Module& module, const host::Graph& graph,
+std::string Fingerprint(const BakeArguments& arguments, const host::Modules& modules, const host::Graph& graph,
     const BakePlan& plan, const host::BakeTarget& target);
 
 // `N` or `WxH`, each from 1 to the largest side of a picture.

@@ -5,13 +5,13 @@ namespace velto::cli
 
 int Check(const CheckArguments& arguments, const Streams& streams)
 {
-    std::shared_ptr<host::Module> module;
-    if (!LoadModule(arguments.module, streams, module))
+    std::shared_ptr<host::Modules> modules;
+    if (!LoadModules(arguments.modules, streams, modules))
         return kFailed;
     GraphArguments asked = arguments.graph;
     asked.warnsOutsideLimits = true;
     host::Graph graph;
-    if (!LoadGraph(asked, {}, module, streams, graph))
+    if (!LoadGraph(asked, {}, modules, streams, graph))
         return kWrongInput;
     host::Diagnostics diagnostics;
     const std::vector<host::ShownPicture> pictures = host::LookForPictures(graph, diagnostics);

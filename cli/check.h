@@ -8,7 +8,7 @@ namespace velto::cli
 
 struct CheckArguments
 {
-    ModuleOptions module;
+    ModuleOptions modules;
     GraphArguments graph;
 };
 

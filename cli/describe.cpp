@@ -70,6 +70,8 @@ std::string DescribeForPeople(const NodeType& type, std::size_t width)
     std::string text = type.label.empty() ? type.id + "\n" : fmt::format("{} ({})\n", type.label, type.id);
     if (!type.help.empty())
         text += Wrapped(type.help, 0, width);
+    if (!type.module.empty())
+        text += fmt::format("module {}\n", type.module);
     const auto list = [&](const NodePort& port, std::size_t indent) {
         std::string line = fmt::format("{:{}}{:<24} {:<18}", "", indent, port.name + (port.isVariadic ? "[]" : ""),
             port.type ? host::TypeName(port.type.Get()) : "bundle[]");

@@ -65,13 +65,13 @@ int Eval(const EvalArguments& arguments, const Streams& streams)
         return kWrongInput;
     }
 
-    std::shared_ptr<host::Module> module;
-    if (!LoadModule(arguments.module, streams, module))
+    std::shared_ptr<host::Modules> modules;
+    if (!LoadModules(arguments.modules, streams, modules))
         return kFailed;
     if (!arguments.pixel.empty() && !ReadPixel(arguments, streams, samples))
         return kWrongInput;
     host::Graph graph;
-    if (!LoadGraph(arguments.graph, host::VariableInputs(samples), module, streams, graph) ||
+    if (!LoadGraph(arguments.graph, host::VariableInputs(samples), modules, streams, graph) ||
         !HasOutputs(arguments.graph, graph, streams))
         return kWrongInput;
     if (!HasTime(arguments.graph, graph, streams) || !HasMemory(arguments.graph, graph, {}, streams))

@@ -8,7 +8,7 @@ namespace velto::cli
 
 struct EvalArguments
 {
-    ModuleOptions module;
+    ModuleOptions modules;
     GraphArguments graph;
     std::string samples; // file, `-` for standard input; empty: one sample in the middle
     std::string pixel;   // X,Y; the sample is this one

@@ -7,11 +7,11 @@ namespace velto::cli
 
 int Inspect(const InspectArguments& arguments, const Streams& streams)
 {
-    std::shared_ptr<host::Module> module;
-    if (!LoadModule(arguments.module, streams, module))
+    std::shared_ptr<host::Modules> modules;
+    if (!LoadModules(arguments.modules, streams, modules))
         return kFailed;
     host::Graph graph;
-    if (!LoadGraph(arguments.graph, {}, module, streams, graph))
+    if (!LoadGraph(arguments.graph, {}, modules, streams, graph))
         return kWrongInput;
     streams.out << host::DescribeNodeSystem(host::AsHost(graph.document.root)).Write(true) << '\n';
     return kSuccess;

@@ -8,7 +8,7 @@ namespace velto::cli
 
 struct InspectArguments
 {
-    ModuleOptions module;
+    ModuleOptions modules;
     GraphArguments graph;
 };
 

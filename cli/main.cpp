@@ -25,9 +25,13 @@ namespace velto::cli
 namespace
 {
 
-void AddModule(CLI::App& command, ModuleOptions& options)
+void AddModules(CLI::App& command, ModuleOptions& options)
 {
-    command.add_option("--module", options.file, "the module to load")->type_name("FILE");
+    command
+        .add_option(
+            "--module", options.files, "a module to load beside those of the folder modules next to the command")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
 }
 
 void AddGraph(CLI::App& command, GraphArguments& arguments)
@@ -125,7 +129,7 @@ std::string Meant(const CLI::App& app, int argc, char** argv)
 // The options that bakes, merges and farms share.
 void AddBakeOptions(CLI::App* bake, BakeArguments& a)
 {
-    AddModule(*bake, a.module);
+    AddModules(*bake, a.modules);
     bake->add_option("-o", a.file, "the image file; its suffix is the format (png, jpg, tif, exr, hdr, tga, ...)")
         ->type_name("FILE")
         ->required();
@@ -232,7 +236,7 @@ int Main(int argc, char** argv)
     EvalArguments eval;
     CLI::App* const evalCommand = app.add_subcommand("eval", "evaluates a graph at single samples and prints JSON");
     AddGraph(*evalCommand, eval.graph);
-    AddModule(*evalCommand, eval.module);
+    AddModules(*evalCommand, eval.modules);
     evalCommand->add_option("--samples", eval.samples, "the samples, a JSON file, or - for standard input")
         ->type_name("FILE");
     evalCommand->add_option("--pixel", eval.pixel, "the sample of this pixel, as a bake has it; y counts from the top")
@@ -245,24 +249,24 @@ int Main(int argc, char** argv)
     CLI::App* const nodesCommand = app.add_subcommand("nodes", "lists the nodes, or describes one");
     nodesCommand->add_option("ID", nodes.words, "the node to describe, a document, or words to look for")
         ->type_name("");
-    AddModule(*nodesCommand, nodes.module);
+    AddModules(*nodesCommand, nodes.modules);
     nodesCommand->add_flag("--core", nodes.core, "core nodes instead of described nodes");
     nodesCommand->add_flag("--json", nodes.json, "JSON");
 
     CheckArguments check;
     CLI::App* const checkCommand = app.add_subcommand("check", "reads and builds a graph and reports every fault");
     AddGraph(*checkCommand, check.graph);
-    AddModule(*checkCommand, check.module);
+    AddModules(*checkCommand, check.modules);
 
     InspectArguments inspect;
     CLI::App* const inspectCommand =
         app.add_subcommand("inspect", "prints a graph's root after its set-up: ports, attributes and wires");
     AddGraph(*inspectCommand, inspect.graph);
-    AddModule(*inspectCommand, inspect.module);
+    AddModules(*inspectCommand, inspect.modules);
 
     ModuleArguments module;
-    CLI::App* const moduleCommand = app.add_subcommand("module", "tells what the loaded module publishes");
-    AddModule(*moduleCommand, module.module);
+    CLI::App* const moduleCommand = app.add_subcommand("module", "tells what the loaded modules publish");
+    AddModules(*moduleCommand, module.modules);
     moduleCommand->add_flag("--json", module.json, "JSON");
 
     std::atomic<std::size_t> warnings = 0;

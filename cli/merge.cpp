@@ -34,15 +34,15 @@ int MergeGraph(MergeArguments arguments, const Streams& streams)
     BakePlan plan;
     if (!PlanBake(arguments.bake, streams, plan))
         return kWrongInput;
-    std::shared_ptr<host::Module> module;
-    if (!LoadModule(arguments.bake.module, streams, module))
+    std::shared_ptr<host::Modules> modules;
+    if (!LoadModules(arguments.bake.modules, streams, modules))
         return kFailed;
     bool isGood = true;
     for (const std::optional<int>& frame : plan.frames)
     {
         host::Graph graph;
         std::vector<host::BakeTarget> targets;
-        if (!PlanFrame(arguments.bake, frame, module, streams, plan, graph, targets))
+        if (!PlanFrame(arguments.bake, frame, modules, streams, plan, graph, targets))
             return kWrongInput;
         for (const host::BakeTarget& target : targets)
         {
@@ -50,7 +50,7 @@ int MergeGraph(MergeArguments arguments, const Streams& streams)
             job.file = target.file;
             job.format = target.format;
             job.parts = host::FindParts(target.file);
-            job.hash = Fingerprint(arguments.bake, *module, graph, plan, target);
+            job.hash = Fingerprint(arguments.bake, *modules, graph, plan, target);
             job.encoding = plan.options.encoding;
             isGood = MergeFile(arguments, streams, std::move(job)) && isGood;
         }

@@ -6,7 +6,9 @@
 
 #include <fmt/format.h>
 
+#include <filesystem>
 #include <ostream>
+#include <set>
 
 namespace velto::cli
 {
@@ -48,9 +50,49 @@ Json DescribeInterfaces(const ModuleExport& module)
     return interfaces;
 }
 
-Json Describe(const ModuleExport& module)
+// What a module published, and with the first of them what the host did.
+Json DescribeRegistries(const host::Module& module, bool withHost)
 {
+    Json registries = Json::Object();
+    for (const std::string& name : host::RegistryNames())
+    {
+        Json entries = Json::Array();
+        for (const std::string& entry : host::EntryNames(name))
+        {
+            const std::string publisher = host::PublisherOf(name, entry);
+            if (publisher == module.File() || (withHost && publisher.empty()))
+                entries.Append(entry);
+        }
+        if (withHost || !entries.Elements().empty())
+            registries.Add(name, std::move(entries));
+    }
+    return registries;
+}
+
+// Modules share the names of switches.
+Json DescribeConfiguration()
+{
+    Json configuration = Json::Array();
+    std::set<std::string_view> known;
+    for (const ConfigurationEntry* const value : host::Configuration())
+    {
+        if (!known.insert(value->name).second)
+            continue;
+        Json entry = Json::Object();
+        entry.Add("name", value->name);
+        entry.Add("help", value->help);
+        entry.Add("value", *value->value);
+        configuration.Append(std::move(entry));
+    }
+    return configuration;
+}
+
+Json Describe(const host::Module& loaded, bool isFirst)
+{
+    const ModuleExport& module = loaded.Export();
     Json json = Json::Object();
+    if (!isFirst)
+        json.Add("file", loaded.File().string());
     json.Add("stamp", module.stamp);
     Json modules = Json::Array();
     for (const ModuleRecord* record = module.moduleRecords; record; record = record->nextModule)
@@ -66,30 +108,43 @@ Json Describe(const ModuleExport& module)
         units.Append(std::move(entry));
     });
     json.Add("translationUnits", std::move(units));
-    Json registries = Json::Object();
-    for (const std::string& name : host::RegistryNames())
-    {
-        Json entries = Json::Array();
-        for (const std::string& entry : host::EntryNames(name))
-            entries.Append(entry);
-        registries.Add(name, std::move(entries));
-    }
-    json.Add("registries", std::move(registries));
+    json.Add("registries", DescribeRegistries(loaded, isFirst));
     json.Add("interfaces", DescribeInterfaces(module));
-    Json configuration = Json::Array();
-    for (const ConfigurationEntry* const value : host::Configuration())
-    {
-        Json entry = Json::Object();
-        entry.Add("name", value->name);
-        entry.Add("help", value->help);
-        entry.Add("value", *value->value);
-        configuration.Append(std::move(entry));
-    }
-    json.Add("configuration", std::move(configuration));
     return json;
 }
 
-void Print(const Json& description, std::ostream& out)
+// The module that is asked about: the first that the command line names, or that of the shader nodes, or any.
+const host::Module& Asked(const ModuleArguments& arguments, const host::Modules& modules)
+{
+    for (const auto& module : modules.All())
+    {
+        std::error_code ignored;
+        const std::vector<std::string>& files = arguments.modules.files;
+        if (files.empty() ? module->File().stem() == "shadernodes"
+                          : std::filesystem::equivalent(module->File(), files.front(), ignored))
+            return *module;
+    }
+    return *modules.All().front();
+}
+
+// One of them as a whole, the others below `modules`.
+Json DescribeAll(const ModuleArguments& arguments, const host::Modules& modules)
+{
+    const host::Module& asked = Asked(arguments, modules);
+    Json json = Describe(asked, true);
+    json.Add("configuration", DescribeConfiguration());
+    Json others = Json::Array();
+    for (const auto& module : modules.All())
+    {
+        if (module.get() != &asked)
+            others.Append(Describe(*module, false));
+    }
+    if (!others.Elements().empty())
+        json.Add("modules", std::move(others));
+    return json;
+}
+
+void PrintModule(const Json& description, std::ostream& out)
 {
     for (const auto& [name, value] : description.GetMembers())
     {
@@ -114,14 +169,31 @@ void Print(const Json& description, std::ostream& out)
     }
 }
 
+void Print(const Json& description, std::ostream& out)
+{
+    Json first = Json::Object();
+    for (const auto& [name, value] : description.GetMembers())
+    {
+        if (name != "modules")
+            first.Add(name, value);
+    }
+    PrintModule(first, out);
+    const Json* const others = description.Find("modules");
+    for (std::size_t i = 0; others && i < others->Elements().size(); ++i)
+    {
+        out << '\n';
+        PrintModule(others->Elements()[i], out);
+    }
+}
+
 } // namespace
 
 int Module(const ModuleArguments& arguments, const Streams& streams)
 {
-    std::shared_ptr<host::Module> module;
-    if (!LoadModule(arguments.module, streams, module))
+    std::shared_ptr<host::Modules> modules;
+    if (!LoadModules(arguments.modules, streams, modules))
         return kFailed;
-    const Json description = Describe(module->Export());
+    const Json description = DescribeAll(arguments, *modules);
     if (arguments.json)
         streams.out << description.Write(true) << '\n';
     else

@@ -1,4 +1,4 @@
-// `velto module`: what the loaded module publishes.
+// `velto module`: what the loaded modules publish.
 #pragma once
 
 #include "session.h"
@@ -8,7 +8,7 @@ namespace velto::cli
 
 struct ModuleArguments
 {
-    ModuleOptions module;
+    ModuleOptions modules;
     bool json = false;
 };
 

@@ -82,7 +82,7 @@ std::string SearchText(const host::NodeType& type)
 void ListNode(const host::NodeType& type, const Streams& streams)
 {
     const std::size_t width = TerminalWidth();
-    const std::string head = fmt::format("{:<24} {:<12} ", type.name, type.category);
+    const std::string head = fmt::format("{:<24} {:<12} {:<12} ", type.name, type.category, type.module);
     const std::string help = Wrapped(
         FirstSentence(type.help), width > head.size() + 20 ? head.size() : 0, width > head.size() + 20 ? width : 0);
     streams.out << head << std::string_view(help).substr(std::min(help.size() - 1, help.find_first_not_of(' ')));
@@ -188,8 +188,8 @@ void ListDescribed(const NodesArguments& arguments, const Streams& streams, cons
 
 int Nodes(const NodesArguments& arguments, const Streams& streams)
 {
-    std::shared_ptr<host::Module> module;
-    if (!LoadModule(arguments.module, streams, module))
+    std::shared_ptr<host::Modules> modules;
+    if (!LoadModules(arguments.modules, streams, modules))
         return kFailed;
     const auto catalog = std::make_shared<host::NodeCatalog>();
     if (!arguments.words.empty())

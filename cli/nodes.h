@@ -8,7 +8,7 @@ namespace velto::cli
 
 struct NodesArguments
 {
-    ModuleOptions module;
+    ModuleOptions modules;
     std::vector<std::string> words; // a node's id, a document, or words to look for; empty: all
     std::vector<std::string> libraries;
     bool core = false;

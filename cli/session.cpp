@@ -16,7 +16,7 @@ namespace velto::cli
 namespace
 {
 
-constexpr const char* kModuleFile = "modules/shadernodes.module";
+constexpr const char* kModuleFolder = "modules";
 
 std::filesystem::path ExecutableDirectory()
 {
@@ -30,8 +30,8 @@ std::filesystem::path HomeDirectory()
     const std::filesystem::path beside = ExecutableDirectory();
     const std::filesystem::path installed = (beside / VELTO_INSTALLED_DIRECTORY).lexically_normal();
     std::error_code ignored;
-    const bool isInstalled = !std::filesystem::exists(beside / kModuleFile, ignored) &&
-                             std::filesystem::exists(installed / kModuleFile, ignored);
+    const bool isInstalled = !std::filesystem::exists(beside / kModuleFolder, ignored) &&
+                             std::filesystem::exists(installed / kModuleFolder, ignored);
     return isInstalled ? installed : beside;
 }
 
@@ -132,19 +132,24 @@ void PrintDiagnostics(const Streams& streams, const std::string& file, const hos
     }
 }
 
-bool LoadModule(const ModuleOptions& options, const Streams& streams, std::shared_ptr<host::Module>& module)
+bool LoadModules(const ModuleOptions& options, const Streams& streams, std::shared_ptr<host::Modules>& modules)
 {
-    const std::filesystem::path file =
-        options.file.empty() ? HomeDirectory() / kModuleFile : std::filesystem::path(options.file);
-    host::SetResourceDirectory(file.parent_path().parent_path() / "resource");
-    const Result loaded = host::Module::Load(file, module);
+    const std::filesystem::path folder = HomeDirectory() / kModuleFolder;
+    std::vector<std::filesystem::path> files = host::ModuleFiles(folder);
+    files.insert(files.end(), options.files.begin(), options.files.end());
+    if (files.empty())
+    {
+        PrintError(streams, fmt::format("there is no module in {}, and no --module names one", folder.string()));
+        return false;
+    }
+    const Result loaded = host::Modules::Load(files, modules);
     if (loaded.IsError())
         PrintError(streams, loaded.Message());
     return loaded.IsOk();
 }
 
 bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& variable,
-    const std::shared_ptr<host::Module>& module, const Streams& streams, host::Graph& graph)
+    const std::shared_ptr<host::Modules>& modules, const Streams& streams, host::Graph& graph)
 {
     host::GraphOptions options;
     options.renderMode.value = arguments.renderMode;
@@ -169,7 +174,7 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
     host::Diagnostics diagnostics;
     std::string text;
     bool isGood = host::ReadFile(arguments.file, host::JsonLimits().bytes, text, diagnostics) &&
-                  host::LoadGraph(text, module, options, diagnostics, graph);
+                  host::LoadGraph(text, modules, options, diagnostics, graph);
     isGood = isGood && !(streams.isStrict && diagnostics.HasWarnings());
     PrintDiagnostics(streams, arguments.file, diagnostics);
     if (isGood)

@@ -1,4 +1,4 @@
-// What all commands share: streams, exit statuses, the module, documents.
+// What all commands share: streams, exit statuses, modules, documents.
 #pragma once
 
 #include "host/host.h"
@@ -58,11 +58,11 @@ void PrintDiagnostics(const Streams& streams, const std::string& file, const hos
 
 struct ModuleOptions
 {
-    std::string file; // empty: next to the executable
+    std::vector<std::string> files; // beside those of the folder next to the executable
 };
 
-// Loads the module; an error is printed.
-bool LoadModule(const ModuleOptions& options, const Streams& streams, std::shared_ptr<host::Module>& module);
+// Loads the modules; an error is printed.
+bool LoadModules(const ModuleOptions& options, const Streams& streams, std::shared_ptr<host::Modules>& modules);
 
 struct GraphArguments
 {
@@ -82,7 +82,7 @@ struct GraphArguments
 
 // Reads a graph with its settings; errors are printed, and warnings.
 bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& variable,
-    const std::shared_ptr<host::Module>& module, const Streams& streams, host::Graph& graph);
+    const std::shared_ptr<host::Modules>& modules, const Streams& streams, host::Graph& graph);
 
 // Whether there is anything to evaluate. If a material drives no channel, an error is printed.
 bool HasOutputs(const GraphArguments& arguments, const host::Graph& graph, const Streams& streams);

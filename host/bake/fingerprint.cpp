@@ -96,12 +96,13 @@ private:
 } // namespace
 
 Result BakeFingerprint(const Graph& graph, std::size_t output, const BakeOptions& options,
-    const std::filesystem::path& module, std::string_view settings, std::string& hash)
+    const std::vector<std::filesystem::path>& modules, std::string_view settings, std::string& hash)
 {
     return Guarded([&]() -> Result {
         Fingerprint print(graph);
         print.AddText(settings);
-        print.AddFileAt(module);
+        for (const std::filesystem::path& module : modules)
+            print.AddFileAt(module);
         print.AddText(graph.program->outputs[output].name);
         print.Add(graph.document.graph.outputs[output].source);
         const BakeView& view = options.view;

@@ -6,14 +6,15 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace velto::host
 {
 
 // A hash of all that determines the pixels of one output: the graph after its settings, the files that its values
-// name, the view and its time, the module's bytes and `settings`. Of a sequence of pictures the name counts, the files
+// name, the view and its time, the modules' bytes and `settings`. Of a sequence of pictures the name counts, the files
 // do not.
 Result BakeFingerprint(const Graph& graph, std::size_t output, const BakeOptions& options,
-    const std::filesystem::path& module, std::string_view settings, std::string& hash);
+    const std::vector<std::filesystem::path>& modules, std::string_view settings, std::string& hash);
 
 } // namespace velto::host

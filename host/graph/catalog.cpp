@@ -72,6 +72,7 @@ Result NodeCatalog::MakeCore(
     auto type = std::make_shared<NodeType>();
     type->id = id;
     type->name = id.substr(id.rfind('.') + 1);
+    type->module = ModuleName(PublisherOf(registry::kCoreNodes.View(), id));
     type->arguments = AsHost(group).arguments;
     InnerNode inner;
     inner.type = id;

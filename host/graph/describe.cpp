@@ -75,6 +75,7 @@ Json DescribeCoreNode(const std::string& id, const NodeType& type)
             kind = static_cast<Int>(AsHost(group).record->kind);
     }
     json.Add("kind", kind);
+    json.Add("module", type.module);
     Json ports = Json::Array();
     for (const auto& [port, declared] : InAccessOrder(type))
     {
@@ -100,6 +101,7 @@ Json DescribeNode(const NodeType& type)
     json.Add("name", type.name);
     json.Add("label", type.label);
     json.Add("category", type.category);
+    json.Add("module", type.module);
     json.Add("help", type.help);
     Json ports = Json::Array();
     for (const NodePort& port : type.ports)

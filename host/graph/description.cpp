@@ -358,6 +358,7 @@ struct Made
 {
     std::shared_ptr<const NodeType> type;
     std::filesystem::path file;
+    std::string publisher;
 };
 
 // The node types that the processor has made, as often as it was asked.
@@ -374,8 +375,13 @@ Result ProcessDescription(
         const DescriptionFile& file = FileOf(*description);
         Diagnostics diagnostics;
         std::shared_ptr<NodeType> type = DescriptionReader(file.json, diagnostics).Read();
-        if (std::any_of(Types().begin(), Types().end(),
-                [&](const Made& known) { return known.type->id == type->id && known.file != file.path; }))
+        type->module = ModuleName(Publisher::Current());
+        const auto known = std::find_if(Types().begin(), Types().end(),
+            [&](const Made& made) { return made.type->id == type->id && made.file != file.path; });
+        if (known != Types().end() && known->publisher != Publisher::Current())
+            return MakeError(error::kIllegalArgument,
+                fmt::format("{} describes {}, which {} does already.", file.path.string(), type->id, known->publisher));
+        if (known != Types().end())
             diagnostics.Fault("id", "another description has this id");
         NodeSystem root;
         if (!diagnostics.HasFaults())
@@ -391,7 +397,7 @@ Result ProcessDescription(
             WarnOnce(file, diagnostics);
             return {};
         }
-        Types().push_back({type, file.path});
+        Types().push_back({type, file.path, Publisher::Current()});
         result->value = type.get();
         result->destroy = [](void* value) {
             const auto found = std::find_if(
@@ -409,7 +415,7 @@ std::vector<std::shared_ptr<const NodeType>> DescribedNodes()
 {
     std::vector<std::shared_ptr<const NodeType>> nodes;
     std::vector<std::string_view> seen;
-    for (const auto& [type, file] : Types())
+    for (const auto& [type, file, publisher] : Types())
     {
         if (std::find(seen.begin(), seen.end(), type->id) != seen.end())
             continue;

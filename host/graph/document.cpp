@@ -128,8 +128,9 @@ void MakeRoot(DocumentScope& scope)
         if (made.IsOk())
             made = outputs.AddPort(id, port);
     }
-    if (made.IsOk())
-        made = CallRootFunction("net.velto.shadernode.SetupContext", root);
+    constexpr std::string_view kSetUp = "net.velto.shadernode.SetupContext";
+    if (made.IsOk() && HasRootFunction(kSetUp))
+        made = CallRootFunction(kSetUp, root);
     if (made.IsError())
         scope.diagnostics.Fault("", made.Message());
 }

@@ -84,6 +84,7 @@ struct NodeType
     std::string id;
     std::string name; // the last word of the id
     bool isDescribed = false;
+    std::string module; // that it comes with, by its name; empty: the host
     std::string label;
     std::string category;
     std::string help;

@@ -15,6 +15,7 @@ namespace velto::host
 namespace
 {
 
+constexpr std::string_view kContextPort = "context";
 constexpr std::string_view kLocalContextPort = "contextLocal"; // as nodes name it
 constexpr std::string_view kLocalContextId = "contextlocal";   // as graph roots name it
 
@@ -53,6 +54,19 @@ Result AddInput(const MutablePort& inputs, const NodePort& source, MutablePort& 
         }
     }
     return {};
+}
+
+// The module that knows contexts wires them. Without it a local context that is left alone is that of the sample.
+Result SetUpContext(const MutableRoot& root, const MutablePort& inputs)
+{
+    constexpr std::string_view kSetUp = "net.velto.shadernode.SetupContext";
+    if (HasRootFunction(kSetUp))
+        return CallRootFunction(kSetUp, root);
+    MutablePort context;
+    MutablePort local;
+    VELTO_TRY(inputs.FindPort(Id::OverStatic(kContextPort), context));
+    VELTO_TRY(inputs.FindPort(Id::OverStatic(kLocalContextId), local));
+    return context.IsEmpty() || local.IsEmpty() ? Result() : context.Connect(local, wire_mode::kDefaultContext);
 }
 
 Result Finalize(const std::string& id, const MutableRoot& root)
@@ -181,7 +195,7 @@ Result BuildTemplate(NodeType& type, NodeSystem& system)
         numbers.push_back(made.Number());
     }
     VELTO_TRY(Finalize(type.id, root));
-    VELTO_TRY(CallRootFunction("net.velto.shadernode.SetupContext", root));
+    VELTO_TRY(SetUpContext(root, inputs));
     VELTO_TRY(root.Commit(0));
     TakeOver(AsHost(system), numbers, type);
     return {};
@@ -198,7 +212,10 @@ Result BuiltinTypes(std::vector<std::shared_ptr<const NodeType>>& types)
             VELTO_TRY((*node)->makeTemplate(node->Get(), &made));
         const NodeSystem* const system = made.As<NodeSystem>();
         if (std::shared_ptr<NodeType> type = system ? TypeOfTemplate(id, AsHost(*system)) : nullptr)
+        {
+            type->module = ModuleName(PublisherOf(registry::kBuiltinNodes.View(), id));
             types.push_back(std::move(type));
+        }
     }
     return {};
 }

@@ -15,6 +15,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 #include <unordered_map>
 
 namespace velto::host
@@ -62,6 +63,7 @@ Result Module::Load(const std::filesystem::path& file, std::shared_ptr<Module>& 
 {
     Services();
     return Guarded([&]() -> Result {
+        const Publisher publisher(std::filesystem::absolute(file).string());
         std::shared_ptr<Module> loading(new Module);
         VELTO_TRY(loading->Open(file));
         VELTO_TRY(loading->BindFrameworks());
@@ -273,6 +275,58 @@ void Module::Unload()
     if (library_)
         dlclose(library_);
     library_ = nullptr;
+}
+
+// The same error, with the file in it.
+static Result NameFile(const std::filesystem::path& file, const Result& failed)
+{
+    if (failed.Kind() == error::kOutOfMemory.View() || failed.Message().find(file.string()) != std::string_view::npos)
+        return failed;
+    return Guarded([&]() -> Result {
+        Id kind;
+        VELTO_TRY(Id::Create(failed.Kind(), kind));
+        return MakeError(kind, fmt::format("{}: {}", file.string(), failed.Message()));
+    });
+}
+
+Result Modules::Load(const std::vector<std::filesystem::path>& files, std::shared_ptr<Modules>& modules)
+{
+    return Guarded([&]() -> Result {
+        std::shared_ptr<Modules> loading(new Modules);
+        std::set<std::filesystem::path> known;
+        for (const std::filesystem::path& file : files)
+        {
+            std::error_code ignored;
+            if (!known.insert(std::filesystem::weakly_canonical(file, ignored)).second)
+                continue;
+            SetResourceDirectory(std::filesystem::absolute(file).parent_path().parent_path() / "resource");
+            std::shared_ptr<Module> module;
+            if (const Result loaded = Module::Load(file, module); loaded.IsError())
+                return NameFile(file, loaded);
+            loading->all_.push_back(std::move(module));
+        }
+        modules = std::move(loading);
+        return {};
+    });
+}
+
+Modules::~Modules()
+{
+    while (!all_.empty())
+        all_.pop_back();
+}
+
+std::vector<std::filesystem::path> ModuleFiles(const std::filesystem::path& directory)
+{
+    std::vector<std::filesystem::path> files;
+    std::error_code failure;
+    for (std::filesystem::directory_iterator at(directory, failure), end; !failure && at != end; at.increment(failure))
+    {
+        if (at->path().extension() == ".module")
+            files.push_back(at->path());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
 }
 
 } // namespace velto::host

@@ -43,4 +43,27 @@ private:
     std::vector<Record*> done_;                   // what is undone at unload, in order of doing
 };
 
+// Modules that are loaded together, in their order; they go in reverse.
+class Modules
+{
+public:
+    // Loads each file with the descriptions that lie at `../resource/modules/` beside its folder. A file that is named
+    // twice is loaded once. On error nothing of them is left.
+    static Result Load(const std::vector<std::filesystem::path>& files, std::shared_ptr<Modules>& modules);
+
+    ~Modules();
+    Modules(const Modules&) = delete;
+    Modules& operator=(const Modules&) = delete;
+
+    const std::vector<std::shared_ptr<Module>>& All() const { return all_; }
+
+private:
+    Modules() = default;
+
+    std::vector<std::shared_ptr<Module>> all_;
+};
+
+// The files `*.module` of a directory in order of their names; none where there is no such directory.
+std::vector<std::filesystem::path> ModuleFiles(const std::filesystem::path& directory);
+
 } // namespace velto::host

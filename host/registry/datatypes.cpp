@@ -84,12 +84,13 @@ const DataTypeOperations* HostOperations(std::string_view name)
     static constexpr Entry entries[] = {VELTO_HOST_TYPE(Float), VELTO_HOST_TYPE(Int), VELTO_HOST_TYPE(Int32),
         VELTO_HOST_TYPE(UInt32), VELTO_HOST_TYPE(Bool), VELTO_HOST_TYPE(Id), VELTO_HOST_TYPE(InternedId),
         VELTO_HOST_TYPE(TimeValue), VELTO_HOST_TYPE(String), VELTO_HOST_TYPE(Url), VELTO_HOST_TYPE(DataDictionary),
-        VELTO_HOST_TYPE(ShadingContext), VELTO_HOST_TYPE(RenderMode), VELTO_HOST_TYPE(UInt8), VELTO_HOST_TYPE(Data),
-        VELTO_HOST_TYPE(Ref<const DataType>), VELTO_HOST_TYPE(BaseArray<Id>), VELTO_HOST_TYPE(CoreNodeFactory),
-        VELTO_HOST_TYPE(DescriptionProcessor), VELTO_HOST_TYPE(NodePath), VELTO_HOST_TYPE(NodeSystem),
-        VELTO_HOST_TYPE(DescriptionFinalizer), VELTO_HOST_TYPE(BuiltinNode), VELTO_HOST_TYPE(NodeSystemClass),
-        VELTO_HOST_TYPE(BlendPixelHandlerRef), VELTO_HOST_TYPE(BlendClassRef), VELTO_HOST_TYPE(LayerSet),
-        VELTO_HOST_TYPE(RenderNoiseClass), VELTO_HOST_TYPE(ThreadedTextureRef)};
+        VELTO_HOST_TYPE(ShadingContext), VELTO_HOST_TYPE(RenderMode), VELTO_HOST_TYPE(SearchPathsType),
+        VELTO_HOST_TYPE(UInt8), VELTO_HOST_TYPE(Data), VELTO_HOST_TYPE(Ref<const DataType>),
+        VELTO_HOST_TYPE(BaseArray<Id>), VELTO_HOST_TYPE(CoreNodeFactory), VELTO_HOST_TYPE(DescriptionProcessor),
+        VELTO_HOST_TYPE(NodePath), VELTO_HOST_TYPE(NodeSystem), VELTO_HOST_TYPE(DescriptionFinalizer),
+        VELTO_HOST_TYPE(BuiltinNode), VELTO_HOST_TYPE(NodeSystemClass), VELTO_HOST_TYPE(BlendPixelHandlerRef),
+        VELTO_HOST_TYPE(BlendClassRef), VELTO_HOST_TYPE(LayerSet), VELTO_HOST_TYPE(RenderNoiseClass),
+        VELTO_HOST_TYPE(ThreadedTextureRef)};
 #undef VELTO_HOST_TYPE
     for (const Entry& entry : entries)
     {

@@ -1,5 +1,7 @@
 #include "reflection.h"
 
+#include "registry.h"
+
 #include "host/system/guard.h"
 
 #include <fmt/format.h>
@@ -16,6 +18,7 @@ struct Function
 {
     Result (*implementation)(const MutableRoot&);
     Result (*call)(const FunctionDescriptor*, const MutableRoot*);
+    std::string publisher;
 };
 
 std::map<std::string, Function, std::less<>>& Functions()
@@ -32,8 +35,11 @@ Result Receive(void* receiver, const FunctionDescriptor* function)
         if (function->kind != 4 || !name.ends_with(kRootFunctionHash))
             return MakeError(
                 error::kUnresolved, fmt::format("The function {} has a signature that this host does not know.", name));
-        if (!Functions().emplace(name, Function{function->implementation, function->call}).second)
-            return MakeError(error::kIllegalArgument, fmt::format("The function {} is offered twice.", name));
+        const auto [known, isNew] =
+            Functions().emplace(name, Function{function->implementation, function->call, Publisher::Current()});
+        if (!isNew)
+            return MakeError(error::kIllegalArgument,
+                fmt::format("The function {} is offered by {} already.", name, known->second.publisher));
         static_cast<std::vector<std::string>*>(receiver)->push_back(std::move(name));
         return {};
     });
@@ -62,6 +68,11 @@ Result CallRootFunction(std::string_view name, const MutableRoot& root)
     FunctionDescriptor function;
     function.implementation = found->second.implementation;
     return found->second.call(&function, &root);
+}
+
+bool HasRootFunction(std::string_view name)
+{
+    return Functions().contains(fmt::format("{}{}", name, kRootFunctionHash));
 }
 
 std::vector<std::string> FunctionNames()

@@ -19,6 +19,7 @@ void UnregisterFunctions(const std::vector<std::string>& names);
 
 // Calls a function such as `net.velto.shadernode.SetupContext`. Unresolved when no module offers it.
 Result CallRootFunction(std::string_view name, const MutableRoot& root);
+bool HasRootFunction(std::string_view name);
 
 std::vector<std::string> FunctionNames();
 

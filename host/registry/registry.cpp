@@ -2,7 +2,10 @@
 
 #include "host/system/guard.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <shared_mutex>
 #include <unordered_map>
@@ -13,9 +16,15 @@ namespace velto::host
 namespace
 {
 
+struct Entry
+{
+    Data value;
+    std::string publisher;
+};
+
 struct Registry
 {
-    std::unordered_map<std::string, Data> values;
+    std::unordered_map<std::string, Entry> values;
     std::vector<std::string> order;
 };
 
@@ -31,6 +40,21 @@ Registries& All()
     return registries;
 }
 
+std::string& CurrentPublisher()
+{
+    static std::string file; // modules are loaded one after the other
+    return file;
+}
+
+const Entry* Find(std::string_view registry, std::string_view entry)
+{
+    const auto target = All().byName.find(registry);
+    if (target == All().byName.end())
+        return nullptr;
+    const auto found = target->second.values.find(std::string(entry));
+    return found == target->second.values.end() ? nullptr : &found->second;
+}
+
 Result InsertEntry(const Id& registry, const Id& entry, const Data& value)
 {
     return Guarded([&]() -> Result {
@@ -40,13 +64,18 @@ Result InsertEntry(const Id& registry, const Id& entry, const Data& value)
         VELTO_TRY(copy.CopyFrom(value));
         const std::lock_guard lock(All().mutex);
         Registry& target = All().byName[std::string(registry.View())];
-        if (target.values.contains(name))
-            return MakeError(error::kIllegalArgument,
-                "The entry " + name + " is in the registry " + std::string(registry.View()) + " already.");
+        if (const auto known = target.values.find(name); known != target.values.end())
+        {
+            const std::string& publisher = known->second.publisher;
+            const bool isOther = !publisher.empty() && publisher != CurrentPublisher();
+            return MakeError(
+                error::kIllegalArgument, fmt::format("The entry {} is in the registry {} already{}.", name,
+                                             registry.View(), isOther ? ", published by " + publisher : ""));
+        }
         target.order.push_back(name);
         try
         {
-            target.values.emplace(std::move(name), std::move(copy));
+            target.values.emplace(std::move(name), Entry{std::move(copy), CurrentPublisher()});
         }
         catch (...)
         {
@@ -86,11 +115,35 @@ Result FindEntryValue(const Id& registry, const Id& entry, Data* value)
 const Data* FindEntry(std::string_view registry, std::string_view entry)
 {
     const std::shared_lock lock(All().mutex);
-    const auto target = All().byName.find(registry);
-    if (target == All().byName.end())
-        return nullptr;
-    const auto value = target->second.values.find(std::string(entry));
-    return value == target->second.values.end() ? nullptr : &value->second;
+    const Entry* const found = Find(registry, entry);
+    return found ? &found->value : nullptr;
+}
+
+Publisher::Publisher(std::string file)
+{
+    CurrentPublisher() = std::move(file);
+}
+
+Publisher::~Publisher()
+{
+    CurrentPublisher().clear();
+}
+
+const std::string& Publisher::Current()
+{
+    return CurrentPublisher();
+}
+
+std::string PublisherOf(std::string_view registry, std::string_view entry)
+{
+    const std::shared_lock lock(All().mutex);
+    const Entry* const found = Find(registry, entry);
+    return found ? found->publisher : std::string();
+}
+
+std::string ModuleName(std::string_view file)
+{
+    return std::filesystem::path(file).stem().string();
 }
 
 std::vector<std::string> EntryNames(std::string_view registry)

@@ -1,4 +1,5 @@
-# Installs the build, builds examples/embed against what was installed, and runs it and the installed command.
+# Installs the build, builds examples/embed and examples/module against what was installed, and runs the program and the
+# installed command.
 #
 #     cmake -D BUILD_DIR=... -D SOURCE_DIR=... -D GENERATOR=... -D CXX=... -D BUILD_TYPE=... -P package_test.cmake
 set(work ${BUILD_DIR}/test/package)
@@ -47,4 +48,35 @@ run(ignored ${work}/velto check ${SOURCE_DIR}/examples/demo.json)
 run(ignored ${work}/velto bake ${SOURCE_DIR}/examples/demo.json --size 8 -o ${work}/demo.png)
 if(NOT EXISTS ${work}/demo.png)
     message(FATAL_ERROR "the installed command baked nothing")
+endif()
+
+# A module of one node: named on the command line, installed ahead of the other in the folder, and alone there.
+run(ignored ${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/module -B ${work}/module -G ${GENERATOR}
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=${BUILD_TYPE})
+run(ignored ${CMAKE_COMMAND} --build ${work}/module)
+set(module ${work}/module/modules/chevrons.module)
+run(symbols ${NM} -D --defined-only ${module})
+if(NOT symbols MATCHES "^[0-9a-f]+ [A-Z] g_velto\n$")
+    message(FATAL_ERROR "the module exports ${symbols}")
+endif()
+file(WRITE ${work}/module.json
+    [[{"version": 1, "nodes": {"zigzag": {"type": "chevrons"}}, "outputs": {"color": "zigzag.result"}}]])
+function(bake picture)
+    run(ignored ${work}/velto bake ${work}/module.json --size 16 -o ${work}/${picture}.png ${ARGN})
+    file(SHA256 ${work}/${picture}.png hash)
+    set(${picture} ${hash} PARENT_SCOPE)
+endfunction()
+bake(named --module ${module})
+run(ignored ${CMAKE_COMMAND} --install ${work}/module --prefix ${prefix})
+bake(installed)
+run(listed ${work}/velto nodes chevrons)
+file(GLOB_RECURSE other ${prefix}/shadernodes.module)
+file(REMOVE ${other})
+bake(alone)
+if(NOT listed MATCHES "module chevrons" OR NOT named STREQUAL installed OR NOT named STREQUAL alone)
+    message(FATAL_ERROR "the module's node is told as ${listed}, its pictures are ${named}, ${installed}, ${alone}")
+endif()
+execute_process(COMMAND ${work}/velto check ${SOURCE_DIR}/examples/demo.json RESULT_VARIABLE status ERROR_QUIET)
+if(status EQUAL 0)
+    message(FATAL_ERROR "the other module is still loaded")
 endif()

@@ -1,7 +1,7 @@
 // Registers the places where the nodes' descriptions lie.
 #include "databaseregister.h"
-#include "velto/descriptions.h"
 #include "velto/module.h"
+#include "velto/moduledescriptions.h"
 
 namespace velto
 {
@@ -15,18 +15,9 @@ static BaseArray<Url> places;
 
 static Result RegisterDatabases()
 {
-    const auto& urls = Bound<UrlInterface>();
     Url url;
     VELTO_TRY(GetApplicationUrl(UrlKind::Resource, url));
-    UrlObject* place = url.Detach();
-    Result appended;
-    for (const std::string_view component : {"modules", "shadernodes.module"})
-    {
-        if (appended.IsOk())
-            appended = urls.Append(&place, component.data(), component.size());
-    }
-    url = Url::Adopt(place);
-    VELTO_TRY(appended);
+    VELTO_TRY(EnterDescriptions("shadernodes.module", url));
     for (const Id& database : kDatabases)
         VELTO_TRY(Bound<DescriptionDefinitionDatabaseInterface>().RegisterDatabaseWithUrl(database, url.Get()));
     return places.Append(url);

@@ -1,6 +1,7 @@
 #include "host/loader/module.h"
 
 #include "cli/module.h"
+#include "host/graph/catalog.h"
 #include "host/registry/registry.h"
 #include "host/system/configuration.h"
 #include "host/system/output.h"
@@ -269,13 +270,64 @@ TEST_F(ProbeModule, TakesAFileOnce)
     EXPECT_EQ("370\"" VELTO_TEST_MODULES "\"", EvaluateProbe(first));
 }
 
+class SeveralModules : public ::testing::Test
+{
+protected:
+    // Loads them, and expects an error that names all of `texts`; nothing of them is left.
+    static void ExpectRefused(
+        const std::vector<std::filesystem::path>& files, const std::vector<std::string_view>& texts)
+    {
+        const Published before = Published::Now();
+        std::shared_ptr<Modules> modules;
+        const Result loaded = Modules::Load(files, modules);
+        EXPECT_EQ(error::kIllegalArgument.View(), loaded.Kind());
+        for (const std::string_view text : texts)
+            EXPECT_THAT(std::string(loaded.Message()), HasSubstr(std::string(text)));
+        EXPECT_EQ(nullptr, modules);
+        EXPECT_TRUE(before == Published::Now());
+    }
+};
+
+TEST_F(SeveralModules, ThatPublishOneIdAreBothNamed)
+{
+    const std::string shader = VELTO_BUILD_DIR "/modules/shadernodes.module";
+    const std::filesystem::path copy = ::testing::TempDir() + "copy" + std::to_string(getpid()) + ".module";
+    std::filesystem::copy_file(FileOf("probe"), copy);
+    ExpectRefused({FileOf("probe"), copy},
+        {copy.string() + ": ", FileOf("probe"), "net.velto.test.coordinate", registry::kCoreNodes.View()});
+    std::filesystem::remove(copy);
+    ExpectRefused({shader, FileOf("rival")},
+        {FileOf("rival") + ": ", shader, "rival.module/contrast.json", "net.velto.pattern.node.effect.contrast"});
+}
+
+TEST_F(SeveralModules, AreLoadedOnceEachAndNameWhatIsTheirs)
+{
+    const std::string probe = FileOf("probe");
+    std::shared_ptr<Modules> modules;
+    ASSERT_TRUE(Modules::Load({probe, FileOf("rival"), VELTO_TEST_MODULES "/../modules/probe.module"}, modules).IsOk());
+    EXPECT_EQ(2u, modules->All().size());
+    EXPECT_EQ(probe, PublisherOf(registry::kCoreNodes.View(), "net.velto.test.sum"));
+    EXPECT_EQ("", PublisherOf(registry::kDescriptionProcessors.View(), "net.velto.node.processor.template"));
+
+    // Without the module that wires contexts, and in a list of its own.
+    const NodeCatalog catalog;
+    ASSERT_EQ(2u, catalog.Described().size()); // the layer is the host's
+    EXPECT_EQ("rival", catalog.Described()[0]->module);
+    EXPECT_EQ("probe", catalog.Core("net.velto.test.sum")->module);
+    Graph graph;
+    Diagnostics diagnostics;
+    EXPECT_TRUE(LoadGraph(R"({"version": 1, "nodes": {"n": {"type": "contrast", "inputs": {"x": 3}}},
+        "outputs": {"o": "n.result"}})",
+        modules, {}, diagnostics, graph));
+}
+
 // --- What the shader nodes' module says of itself. ---
 
 Json DescribeModule()
 {
     std::ostringstream out;
     std::ostringstream err;
-    const cli::ModuleArguments arguments{{VELTO_BUILD_DIR "/modules/shadernodes.module"}, true};
+    const cli::ModuleArguments arguments{{{VELTO_BUILD_DIR "/modules/shadernodes.module"}}, true};
     EXPECT_EQ(cli::kSuccess, cli::Module(arguments, {out, err})) << err.str();
     Json json;
     Diagnostics diagnostics;
