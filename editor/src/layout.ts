@@ -1,0 +1,66 @@
+// Places for nodes that a document gives none.
+import { OUTPUTS, MATERIAL, type Graph } from './graph';
+
+export interface Place {
+    x: number;
+    y: number;
+}
+
+export interface Size {
+    width: number;
+    height: number;
+}
+
+/** Layers from left to right, by elk; it is large and loaded when it is first needed. */
+export async function layout(graph: Graph, sizeOf: (name: string) => Size): Promise<Map<string, Place>> {
+    const names = [...graph.nodes.keys(), OUTPUTS, ...(graph.material ? [MATERIAL] : [])];
+    const [{ default: Elk }, { default: worker }] = await Promise.all([
+        import('elkjs/lib/elk-api.js'),
+        import('elkjs/lib/elk-worker.min.js?url'),
+    ]);
+    const elk = new Elk({ workerFactory: () => new Worker(worker) });
+    try {
+        const done = await elk.layout({
+            id: 'graph',
+            layoutOptions: {
+                'elk.algorithm': 'layered',
+                'elk.direction': 'RIGHT',
+                'elk.layered.spacing.nodeNodeBetweenLayers': '60',
+                'elk.spacing.nodeNode': '28',
+                'elk.layered.nodePlacement.strategy': 'NETWORK_SIMPLEX',
+                'elk.layered.considerModelOrder.strategy': 'NODES_AND_EDGES',
+            },
+            children: names.map((name) => ({ id: name, ...sizeOf(name) })),
+            edges: graph.wires
+                .filter((wire) => graph.nodes.has(wire.target) || names.includes(wire.target))
+                .map((wire, i) => ({ id: String(i), sources: [wire.source], targets: [wire.target] })),
+        });
+        return new Map((done.children ?? []).map((child) => [child.id, { x: child.x ?? 0, y: child.y ?? 0 }]));
+    } finally {
+        elk.terminateWorker();
+    }
+}
+
+/** A place for one new node: right of what it reads, below what is there already. */
+export function placeBeside(graph: Graph, name: string, places: Map<string, Place>, sizeOf: (name: string) => Size): Place {
+    const sources = graph.wires.filter((wire) => wire.target === name).map((wire) => wire.source);
+    const targets = graph.wires.filter((wire) => wire.source === name).map((wire) => wire.target);
+    const known = (names: string[]) => names.flatMap((other) => places.get(other) ?? []);
+    const left = known(sources);
+    const right = known(targets);
+    const all = [...places.values()];
+    const place = left.length
+        ? { x: Math.max(...left.map((p) => p.x)) + 260, y: left[0]!.y }
+        : right.length
+          ? { x: Math.min(...right.map((p) => p.x)) - 260, y: right[0]!.y }
+          : { x: Math.min(0, ...all.map((p) => p.x)), y: Math.max(-120, ...all.map((p) => p.y)) + 240 };
+    const size = sizeOf(name);
+    const hits = () =>
+        [...places].find(([other, p]) => {
+            const its = sizeOf(other);
+            const isBeside = p.x + its.width < place.x || place.x + size.width < p.x;
+            return other !== name && !isBeside && p.y < place.y + size.height && place.y < p.y + its.height;
+        });
+    for (let hit = hits(); hit; hit = hits()) place.y = hit[1].y + sizeOf(hit[0]).height + 28;
+    return place;
+}
