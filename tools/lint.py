@@ -15,8 +15,8 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-CODE = (".h", ".cpp", ".py", ".sh", ".cmake")
-HOUSES = ("include", "module", "host", "cli", "test", "bench", "examples", "tools", "docs", "cmake")
+CODE = (".h", ".cpp", ".py", ".sh", ".cmake", ".ts", ".svelte")
+HOUSES = ("include", "module", "host", "cli", "editor", "test", "bench", "examples", "tools", "docs", "cmake")
 faults = []
 
 
@@ -29,7 +29,8 @@ def name(path):
 
 
 def files(*houses, suffixes):
-    found = (p for house in houses for p in (ROOT / house).rglob("*") if p.suffix in suffixes and p.is_file())
+    found = (p for house in houses for p in (ROOT / house).rglob("*") if p.suffix in suffixes and p.is_file()
+             and "node_modules" not in p.parts)
     return sorted(found)
 
 

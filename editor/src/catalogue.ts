@@ -98,7 +98,10 @@ export class Catalogue {
     /** Types by how well they fit all the words that somebody types; all of them for no words. */
     search(query: string): NodeType[] {
         const words = query.toLowerCase().split(/\s+/).filter(Boolean);
-        const scored = this.types.map((type) => ({ type, score: words.reduce((sum, word) => sum * score(type, word), 1) }));
+        const scored = this.types.map((type) => ({
+            type,
+            score: words.reduce((sum, word) => sum * score(type, word), 1),
+        }));
         return scored
             .filter((entry) => entry.score > 0)
             .sort((a, b) => b.score - a.score || order(a.type).localeCompare(order(b.type)))

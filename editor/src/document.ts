@@ -123,7 +123,12 @@ function withElement(text: string, path: Path, value: Json, isTight: boolean): s
     const next = findNodeAtLocation(tree, path);
     if (!next) return withValue(text, path, value);
     const indent = indentAt(text, next.offset);
-    return replaced(text, next.offset, next.offset, written(value, isTight) + (indent === undefined ? ', ' : `,\n${indent}`));
+    return replaced(
+        text,
+        next.offset,
+        next.offset,
+        written(value, isTight) + (indent === undefined ? ', ' : `,\n${indent}`),
+    );
 }
 
 /** The text with another key for the member at a path, in its place. */
@@ -145,7 +150,8 @@ function difference(from: string, to: string): Change {
     let at = 0;
     while (at < shorter && from.charCodeAt(at) === to.charCodeAt(at)) at++;
     let tail = 0;
-    while (tail < shorter - at && from.charCodeAt(from.length - 1 - tail) === to.charCodeAt(to.length - 1 - tail)) tail++;
+    while (tail < shorter - at && from.charCodeAt(from.length - 1 - tail) === to.charCodeAt(to.length - 1 - tail))
+        tail++;
     return { at, removed: from.slice(at, from.length - tail), inserted: to.slice(at, to.length - tail) };
 }
 

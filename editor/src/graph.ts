@@ -58,7 +58,10 @@ export function ends(link: string): { node: string; port: string } {
 
 /** `port[2].member` as a path, and back. Ports may be named with dots no, with `#` yes. */
 export function pathOf(place: string): Path {
-    return place.split(/[.[\]]+/).filter(Boolean).map((part) => (/^\d+$/.test(part) ? Number(part) : part));
+    return place
+        .split(/[.[\]]+/)
+        .filter(Boolean)
+        .map((part) => (/^\d+$/.test(part) ? Number(part) : part));
 }
 
 export function placeOf(path: Path): string {

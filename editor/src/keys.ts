@@ -40,7 +40,8 @@ export const OTHER_KEYS = [
 const isField = (target: EventTarget | null) =>
     target instanceof HTMLElement && (/^(INPUT|SELECT|TEXTAREA)$/.test(target.tagName) || target.isContentEditable);
 
-const isButton = (target: EventTarget | null) => target instanceof HTMLElement && /^(BUTTON|SUMMARY|A)$/.test(target.tagName);
+const isButton = (target: EventTarget | null) =>
+    target instanceof HTMLElement && /^(BUTTON|SUMMARY|A)$/.test(target.tagName);
 
 function fits(event: KeyboardEvent, keys: string): boolean {
     const parts = keys.split('+');

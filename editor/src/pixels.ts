@@ -104,7 +104,14 @@ export function cssColor(linear: number[]): string {
 }
 
 export const hexOf = (linear: number[]) =>
-    `#${linear.slice(0, 3).map((x) => Math.round(255 * encoded(clamped(x))).toString(16).padStart(2, '0')).join('')}`;
+    `#${linear
+        .slice(0, 3)
+        .map((x) =>
+            Math.round(255 * encoded(clamped(x)))
+                .toString(16)
+                .padStart(2, '0'),
+        )
+        .join('')}`;
 
 export function linearOf(hex: string): Triple | undefined {
     const match = /^#?([\da-f]{2})([\da-f]{2})([\da-f]{2})$/i.exec(hex.trim());

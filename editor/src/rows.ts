@@ -98,7 +98,8 @@ export const portsOf = (graph: Graph, node: GraphNode, type: NodeType | undefine
 
 function* linkedIn(value: Json | undefined, place: string): Generator<string> {
     if (linkOf(value) !== undefined) yield place;
-    else if (Array.isArray(value)) for (const [i, element] of value.entries()) yield* linkedIn(element, `${place}[${i}]`);
+    else if (Array.isArray(value))
+        for (const [i, element] of value.entries()) yield* linkedIn(element, `${place}[${i}]`);
     else if (value && typeof value === 'object')
         for (const [key, member] of Object.entries(value)) yield* linkedIn(member, `${place}.${key}`);
 }
@@ -135,7 +136,9 @@ export interface Rows {
 
 export function rowsOf(node: GraphNode, ports: Port[], isOpen: boolean): Rows {
     const names = elementNames(node);
-    const all = ports.filter((port) => port.direction === 'in').flatMap((port) => [...rowsOfPort(port, node.inputs, names)]);
+    const all = ports
+        .filter((port) => port.direction === 'in')
+        .flatMap((port) => [...rowsOfPort(port, node.inputs, names)]);
     if (isOpen || all.length <= MOST) return { shown: all, hidden: 0 };
     const isUsed = (row: Row) => row.isLinked || row.value !== undefined;
     let free = MOST - all.filter(isUsed).length;

@@ -1,7 +1,19 @@
 // What is edited, what is chosen, and what the command said of it. There is one of it.
 import { Catalogue, isPicture, mayLink, valueType } from './catalogue';
 import { History, isObject, withKey, withValue, type Json, type JsonObject, type Path } from './document';
-import { ends, freeName, GROUP, linkOf, MATERIAL, OUTPUTS, pathOf, readGraph, upstream, type Graph, type Wire } from './graph';
+import {
+    ends,
+    freeName,
+    GROUP,
+    linkOf,
+    MATERIAL,
+    OUTPUTS,
+    pathOf,
+    readGraph,
+    upstream,
+    type Graph,
+    type Wire,
+} from './graph';
 import { host, Refusal, type Check, type Cost, type Diagnostic, type NodeType, type Port, type Start } from './host';
 import type { Place } from './layout';
 import { MATERIAL_PORTS, materialRows, portAt, portsOf, rowsOf, type Row, type Rows } from './rows';
@@ -95,7 +107,7 @@ class Session {
     async #check() {
         if (this.#isChecking) return;
         this.#isChecking = true;
-        for (let text; text !== this.text; ) {
+        for (let text; text !== this.text;) {
             text = this.text;
             try {
                 this.checked = await host.check(text);
@@ -309,9 +321,13 @@ class Session {
             const port = this.fitting(type, linking)[0];
             if (port && linking.isSource) {
                 const path = port.variadic ? `${port.name}[0]` : port.name;
-                text = withValue(text, ['nodes', name, 'inputs', ...pathOf(path).slice(0, 1)], port.variadic
-                    ? [{ from: `${linking.node}.${linking.port}` }]
-                    : { from: `${linking.node}.${linking.port}` });
+                text = withValue(
+                    text,
+                    ['nodes', name, 'inputs', ...pathOf(path).slice(0, 1)],
+                    port.variadic
+                        ? [{ from: `${linking.node}.${linking.port}` }]
+                        : { from: `${linking.node}.${linking.port}` },
+                );
             } else if (port) text = this.#withLink(text, name, port.name, linking.node, linking.port);
         }
         if (at) this.laid = new Map(this.laid).set(name, at);
@@ -328,7 +344,9 @@ class Session {
         });
         const own = valueType(linking.type);
         const local = (port: Port) => Number(port.name === 'contextLocal');
-        return ports.sort((a, b) => Number(valueType(b.type) === own) - Number(valueType(a.type) === own) || local(b) - local(a));
+        return ports.sort(
+            (a, b) => Number(valueType(b.type) === own) - Number(valueType(a.type) === own) || local(b) - local(a),
+        );
     }
 
     get #hasPlaces() {
@@ -341,7 +359,8 @@ class Session {
         let text = names.includes(MATERIAL) ? withValue(this.text, ['material'], undefined) : this.text;
         // From behind, so that indices stay right.
         for (const wire of this.graph.wires.toReversed())
-            if (gone.has(wire.source) && !gone.has(wire.target)) text = this.#later(text, (s) => s.#withoutWire(text, wire));
+            if (gone.has(wire.source) && !gone.has(wire.target))
+                text = this.#later(text, (s) => s.#withoutWire(text, wire));
         for (const name of gone) text = withValue(text, ['nodes', name], undefined);
         for (const [i, group] of [...this.graph.groups.entries()].toReversed()) {
             const left = group.nodes.filter((name) => !gone.has(name));
@@ -365,7 +384,9 @@ class Session {
         let text = this.text;
         const wires = this.graph.wires.filter((wire) => this.wireSelection.includes(wireId(wire)));
         for (const wire of wires.toReversed()) text = this.#later(text, (s) => s.#withoutWire(text, wire));
-        const groups = this.selection.filter((name) => name.startsWith(GROUP)).map((name) => Number(name.slice(GROUP.length)));
+        const groups = this.selection
+            .filter((name) => name.startsWith(GROUP))
+            .map((name) => Number(name.slice(GROUP.length)));
         for (const i of groups.toSorted((a, b) => b - a)) text = withValue(text, ['ui', 'groups', i], undefined);
         const names = this.selection;
         this.wireSelection = [];
@@ -374,7 +395,8 @@ class Session {
     }
 
     rename(name: string, wanted: string) {
-        if (!/^[A-Za-z_]\w*$/.test(wanted)) return this.say('A name is letters, digits and _, and starts with no digit.');
+        if (!/^[A-Za-z_]\w*$/.test(wanted))
+            return this.say('A name is letters, digits and _, and starts with no digit.');
         if (wanted === name) return;
         if (this.graph.nodes.has(wanted)) return this.say(`There is a node ${wanted} already.`);
         let text = withKey(this.text, ['nodes', name], wanted);
@@ -388,7 +410,11 @@ class Session {
         }
         for (const [i, group] of this.graph.groups.entries())
             if (group.nodes.includes(name))
-                text = withValue(text, ['ui', 'groups', i, 'nodes'], group.nodes.map((n) => (n === name ? wanted : n)));
+                text = withValue(
+                    text,
+                    ['ui', 'groups', i, 'nodes'],
+                    group.nodes.map((n) => (n === name ? wanted : n)),
+                );
         const place = this.laid.get(name);
         if (place) this.laid = new Map(this.laid).set(wanted, place);
         this.edit(text);
@@ -480,7 +506,9 @@ class Session {
         const inputs = node === MATERIAL ? 'material' : `nodes.${node}.inputs`;
         if (port !== undefined) places[0] = node === OUTPUTS ? `outputs.${port}` : `${inputs}.${port}`;
         return this.checked.diagnostics.filter(({ place }) =>
-            places.some((start) => place === start || (place.startsWith(start) && /[.[]/.test(place[start.length] ?? ''))),
+            places.some(
+                (start) => place === start || (place.startsWith(start) && /[.[]/.test(place[start.length] ?? '')),
+            ),
         );
     }
 
@@ -510,7 +538,11 @@ class Session {
         if (!name || !outputs.length) return this.say('Choose a node with an output first.');
         const choose = (port: Port) => this.chooseTarget(name, port.name);
         if (outputs.length === 1) return choose(outputs[0]!);
-        const choices = outputs.map((port) => ({ label: port.name, detail: valueType(port.type), run: () => choose(port) }));
+        const choices = outputs.map((port) => ({
+            label: port.name,
+            detail: valueType(port.type),
+            run: () => choose(port),
+        }));
         this.palette = { title: `Link which output of ${name}`, find: filtered(choices) };
     }
 
@@ -586,7 +618,9 @@ class Session {
 export function filtered(choices: Choice[]) {
     return (query: string) => {
         const words = query.toLowerCase().split(/\s+/).filter(Boolean);
-        return choices.filter((choice) => words.every((word) => `${choice.label} ${choice.detail ?? ''}`.toLowerCase().includes(word)));
+        return choices.filter((choice) =>
+            words.every((word) => `${choice.label} ${choice.detail ?? ''}`.toLowerCase().includes(word)),
+        );
     };
 }
 
