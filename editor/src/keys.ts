@@ -18,7 +18,6 @@ export const KEYS: Key[] = [
     { keys: ['Mod+f', '/'], does: 'Find a node', run: () => session.findNode() },
     { keys: ['l'], does: 'Link an output of the chosen node', run: () => session.linkChosen() },
     { keys: ['Mod+d'], does: 'Duplicate', run: () => session.duplicate() },
-    { keys: ['Delete', 'Backspace'], does: 'Delete', run: () => session.removeSelection() },
     { keys: ['Mod+g'], does: 'Group the chosen nodes', run: () => session.group() },
     { keys: ['Mod+a'], does: 'Choose all nodes', run: () => session.chooseAll() },
     { keys: ['Escape'], does: 'Choose none', run: () => (session.selection = []) },
@@ -31,6 +30,7 @@ export const KEYS: Key[] = [
 /** What the browser or the graph does by itself. */
 export const OTHER_KEYS = [
     { keys: ['Mod+c', 'Mod+x', 'Mod+v'], does: 'Copy, cut, paste; the copy is a document' },
+    { keys: ['Delete', 'Backspace'], does: 'Delete' },
     { keys: ['Tab', 'Enter'], does: 'Go to the next node or wire, choose it' },
     { keys: ['Arrows'], does: 'Move the chosen nodes' },
     { keys: ['Shift+Drag'], does: 'Choose with a box' },

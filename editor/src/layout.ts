@@ -87,13 +87,21 @@ export function placeBeside(
         : right.length
           ? { x: Math.min(...right.map((p) => p.x)) - 260, y: right[0]!.y }
           : { x: Math.min(0, ...all.map((p) => p.x)), y: Math.max(-120, ...all.map((p) => p.y)) + 240 };
-    const size = sizeOf(name);
-    const hits = () =>
-        [...places].find(([other, p]) => {
-            const its = sizeOf(other);
-            const isBeside = p.x + its.width < place.x || place.x + size.width < p.x;
-            return other !== name && !isBeside && p.y < place.y + size.height && place.y < p.y + its.height;
-        });
-    for (let hit = hits(); hit; hit = hits()) place.y = hit[1].y + sizeOf(hit[0]).height + 28;
-    return place;
+    const boxes = [...places].filter(([other]) => other !== name).map(([other, p]) => ({ ...p, ...sizeOf(other) }));
+    return freePlace(place, sizeOf(name), boxes);
+}
+
+/** The place itself, or the first one below it that nothing covers. */
+export function freePlace(place: Place, size: Size, boxes: (Place & Size)[]): Place {
+    const free = { ...place };
+    const hit = () =>
+        boxes.find(
+            (box) =>
+                free.x < box.x + box.width &&
+                box.x < free.x + size.width &&
+                free.y < box.y + box.height &&
+                box.y < free.y + size.height,
+        );
+    for (let box = hit(); box; box = hit()) free.y = box.y + box.height + 28;
+    return free;
 }
