@@ -1,10 +1,12 @@
 // The command line: its options, and the command that gets them.
 #include "bake.h"
 #include "check.h"
+#include "edit.h"
 #include "ending.h"
 #include "eval.h"
 #include "farm.h"
 #include "inspect.h"
+#include "manual.h"
 #include "merge.h"
 #include "module.h"
 #include "nodes.h"
@@ -217,6 +219,19 @@ void TakeFarmArguments(int argc, char** argv, FarmArguments& a)
     }
 }
 
+void AddEdit(CLI::App& app, const char* name, const char* help, EditArguments& a)
+{
+    CLI::App* const edit = app.add_subcommand(name, help);
+    AddGraph(*edit, a.graph);
+    AddModules(*edit, a.modules);
+    edit->add_option("--port", a.port, "the port on the loopback interface; default: one that is free")
+        ->check(CLI::Range(1, 65535));
+    edit->add_option("--threads", a.threads, "threads; default: as many cores as the process may use")
+        ->check(CLI::Range(1, 1024))
+        ->envname("VELTO_THREADS");
+    edit->add_flag("--no-browser", a.opensNoBrowser, "prints the address, and opens nothing");
+}
+
 int Main(int argc, char** argv)
 {
     CLI::App app("velto bakes node graphs to textures.", "velto");
@@ -264,10 +279,30 @@ int Main(int argc, char** argv)
     AddGraph(*inspectCommand, inspect.graph);
     AddModules(*inspectCommand, inspect.modules);
 
+    EditArguments edit;
+    AddEdit(app, "edit", "opens an editor of a graph in the browser", edit);
+    app.get_subcommand("edit")->get_option("GRAPH")->required(false);
+    EditArguments view;
+    edit.words = view.words = argv;
+    view.isView = true;
+    AddEdit(app, "view", "shows a graph's picture in the browser, and follows its file", view);
+
     ModuleArguments module;
     CLI::App* const moduleCommand = app.add_subcommand("module", "tells what the loaded modules publish");
     AddModules(*moduleCommand, module.modules);
     moduleCommand->add_flag("--json", module.json, "JSON");
+
+    std::string shell;
+    CLI::App* const completion =
+        app.add_subcommand("completion", "prints a script that completes commands and options in a shell");
+    completion->add_option("SHELL", shell, "bash, zsh or fish")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+    std::string format = "man";
+    CLI::App* const manual = app.add_subcommand("manual", "prints what all commands and options do");
+    manual->add_option("--format", format, "man: for `man -l -`; or markdown")
+        ->check(CLI::IsMember({"man", "markdown"}))
+        ->capture_default_str();
 
     std::atomic<std::size_t> warnings = 0;
     Streams streams{std::cout, std::cerr, isatty(STDERR_FILENO) != 0};
@@ -322,6 +357,17 @@ int Main(int argc, char** argv)
         status = Nodes(nodes, streams);
     else if (command == checkCommand)
         status = Check(check, streams);
+    else if (command->get_name() == "edit")
+        status = Edit(edit, streams); // in `velto`, this goes to `velto-edit`
+    else if (command->get_name() == "view")
+        status = Edit(view, streams);
+    else if (command == completion || command == manual)
+    {
+        std::cout << (command == completion ? Completion(app, shell)
+                      : format == "man"     ? ManualPage(app, VELTO_VERSION)
+                                            : ManualMarkdown(app));
+        status = kSuccess;
+    }
     else if (command == inspectCommand)
         status = Inspect(inspect, streams);
     else if (command == moduleCommand)

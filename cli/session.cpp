@@ -24,17 +24,6 @@ std::filesystem::path ExecutableDirectory()
     return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
-// The directory with the modules and their resources: that of the command, or the one it is installed for.
-std::filesystem::path HomeDirectory()
-{
-    const std::filesystem::path beside = ExecutableDirectory();
-    const std::filesystem::path installed = (beside / VELTO_INSTALLED_DIRECTORY).lexically_normal();
-    std::error_code ignored;
-    const bool isInstalled = !std::filesystem::exists(beside / kModuleFolder, ignored) &&
-                             std::filesystem::exists(installed / kModuleFolder, ignored);
-    return isInstalled ? installed : beside;
-}
-
 // The directories that a variable of the environment names, with colons between them.
 void AddFromEnvironment(const char* variable, std::vector<std::string>& directories)
 {
@@ -71,6 +60,17 @@ void PlacesOf(const GraphArguments& arguments, host::GraphOptions& options)
 }
 
 } // namespace
+
+// That of the command, or the one it is installed for.
+std::filesystem::path HomeDirectory()
+{
+    const std::filesystem::path beside = ExecutableDirectory();
+    const std::filesystem::path installed = (beside / VELTO_INSTALLED_DIRECTORY).lexically_normal();
+    std::error_code ignored;
+    const bool isInstalled = !std::filesystem::exists(beside / kModuleFolder, ignored) &&
+                             std::filesystem::exists(installed / kModuleFolder, ignored);
+    return isInstalled ? installed : beside;
+}
 
 void PrintError(const Streams& streams, std::string_view text)
 {
@@ -148,15 +148,12 @@ bool LoadModules(const ModuleOptions& options, const Streams& streams, std::shar
     return loaded.IsOk();
 }
 
-bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& variable,
-    const std::shared_ptr<host::Modules>& modules, const Streams& streams, host::Graph& graph)
+bool TakeGraphOptions(const GraphArguments& arguments, const Streams& streams, host::GraphOptions& options)
 {
-    host::GraphOptions options;
     options.renderMode.value = arguments.renderMode;
     options.presets = arguments.presets;
     options.warnsOutsideLimits = arguments.warnsOutsideLimits;
     PlacesOf(arguments, options);
-    options.variable = variable;
     options.outputs = {arguments.outputs.begin(), arguments.outputs.end()};
     if (arguments.memory > 0)
         host::SetMemoryBudget(static_cast<UInt>(arguments.memory) << 20);
@@ -171,6 +168,16 @@ bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& var
         }
         options.settings.push_back(std::move(setting));
     }
+    return true;
+}
+
+bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& variable,
+    const std::shared_ptr<host::Modules>& modules, const Streams& streams, host::Graph& graph)
+{
+    host::GraphOptions options;
+    if (!TakeGraphOptions(arguments, streams, options))
+        return false;
+    options.variable = variable;
     host::Diagnostics diagnostics;
     std::string text;
     bool isGood = host::ReadFile(arguments.file, host::JsonLimits().bytes, text, diagnostics) &&

@@ -4,6 +4,7 @@
 #include "host/host.h"
 
 #include <atomic>
+#include <filesystem>
 #include <iosfwd>
 #include <map>
 #include <string>
@@ -79,6 +80,12 @@ struct GraphArguments
     int memory = 0;                   // megabytes; 0: most of what there is
     bool force = false;               // however much work a sample is
 };
+
+// The directory with the modules, their resources and the editor's page.
+std::filesystem::path HomeDirectory();
+
+// How the documents of a command are read, and what they may take, from now on; an error is printed.
+bool TakeGraphOptions(const GraphArguments& arguments, const Streams& streams, host::GraphOptions& options);
 
 // Reads a graph with its settings; errors are printed, and warnings.
 bool LoadGraph(const GraphArguments& arguments, const std::set<std::string>& variable,
