@@ -123,6 +123,18 @@ def check_readme():
         fault("README.md", "its first graph is not examples/demo.json")
 
 
+def check_troubleshooting():
+    """The page quotes messages: what stands between its dots is in the sources."""
+    page = ROOT / "docs/guides/troubleshooting.md"
+    sources = "".join(p.read_text() for p in files("host", "cli", "module", "editor", suffixes=(".h", ".cpp")))
+    literals = re.sub(r'"\s*\n\s*"', "", sources).replace('\\"', '"').replace("{{", "{").replace("}}", "}")
+    for row in re.findall(r"^\| (.*?) \|", page.read_text(), re.MULTILINE):
+        for quoted in re.findall(r"`([^`]+)`", row):
+            for piece in filter(None, (p.strip(' "') for p in re.split(r'\.\.\.|"', quoted))):
+                if piece not in literals:
+                    fault(name(page), f'nothing says "{piece}"')
+
+
 def check_port(place, port, is_input):
     for member in port.get("bundle", []):
         check_port(f"{place}.{port['name']}", member, is_input)
@@ -231,6 +243,7 @@ def main():
     check_includes()
     check_host_order()
     check_readme()
+    check_troubleshooting()
     check_descriptions(arguments.command)
     if arguments.headers:
         check_headers()
