@@ -102,7 +102,7 @@ bool ChooseOutputs(
         names.push_back(output.name);
     for (std::size_t i = 0; i < names.size(); ++i)
     {
-        // A channel of a material may be a choice, which renderers read but which is no picture.
+        // A channel of a material may be a choice, which renderers read but which is not a picture.
         const host::CoreOutput& output = graph.document.graph.outputs[i];
         const bool isChannel = output.type != nullptr;
         if (!isChannel || !arguments.graph.outputs.empty() || host::IsPicture(output.type))
@@ -110,8 +110,8 @@ bool ChooseOutputs(
     }
     if (chosen.empty())
     {
-        PrintError(streams,
-            fmt::format("{}: material: no channel is a picture ({})", arguments.graph.file, fmt::join(names, ", ")));
+        PrintError(streams, fmt::format("{}: material: none of its channels is a picture ({})", arguments.graph.file,
+                                fmt::join(names, ", ")));
         return false;
     }
     if (chosen.size() > 1 && arguments.file.find("{output}") == std::string::npos)

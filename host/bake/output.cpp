@@ -27,7 +27,7 @@ Result BakeOutputs::Open(const Program& program, const std::vector<BakeTarget>& 
         const int channels = ChannelsOf(output.type);
         if (channels == 0)
             return MakeError(error::kIllegalArgument,
-                fmt::format("the output {} is a {}, which is no picture", output.name, TypeName(output.type)));
+                fmt::format("the output {} is a {}, which is not a picture", output.name, TypeName(output.type)));
         Target target{source.output, channels, {}, source.pixels, nullptr, {}, {}};
         target.file = {source.file, source.output, window.width, window.height, channels, {}};
         if (source.pixels)

@@ -34,7 +34,7 @@ public:
     }
 
 private:
-    // An array; null and a fault when there is none of the name.
+    // An array; null and a fault when there is none of that name.
     Json List(const Json& name, const std::string& place) const
     {
         Json list;

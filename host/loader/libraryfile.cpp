@@ -111,7 +111,7 @@ Result CheckLibraryFile(const std::filesystem::path& path)
     const std::string_view fault = file.IsOpen() ? Fault(file) : std::string_view(std::strerror(errno));
     if (fault.empty())
         return {};
-    return MakeError(error::kIllegalArgument, fmt::format("{} is no module: {}.", path.string(), fault));
+    return MakeError(error::kIllegalArgument, fmt::format("{} is not a module: {}.", path.string(), fault));
 }
 
 } // namespace velto::host

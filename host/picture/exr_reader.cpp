@@ -38,10 +38,10 @@ public:
         if (descriptor_ < 0 || fstat(descriptor_, &status) != 0)
             return Fault(errno == ENOENT ? "is missing" : std::strerror(errno));
         if (!S_ISREG(status.st_mode))
-            return Fault("is no regular file");
+            return Fault("is not a regular file");
         head_.resize(std::min(static_cast<std::size_t>(status.st_size), kMostHeadBytes));
         if (!ReadAt(0, head_.data(), head_.size()) || !ReadHead())
-            return Fault("is no part of a picture, or cut off");
+            return Fault("is not a part of a picture, or is cut off");
         // Rows lie one after the other, so the file's size shows whether all are there.
         const UInt rows = static_cast<UInt>(layout_.height);
         rowsAt_ = at_ + rows * sizeof(UInt);

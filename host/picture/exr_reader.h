@@ -17,7 +17,7 @@ public:
     virtual ~ExrReader() = default;
 
     const PictureLayout& Layout() const { return layout_; }
-    // Of the attributes that are texts; empty where there is none of the name.
+    // Of the attributes that are texts; empty where there is none of that name.
     std::string Attribute(const std::string& name) const;
 
     // The next rows, channels interleaved.

@@ -266,7 +266,7 @@ FileHead ReadHead(const std::filesystem::path& file)
     if (std::filesystem::is_directory(status))
         FailReading(file, "is a directory");
     if (!std::filesystem::is_regular_file(status))
-        FailReading(file, "is no regular file");
+        FailReading(file, "is not a regular file");
     FileHead head;
     head.fileSize = std::filesystem::file_size(file, failure);
     std::ifstream stream(file, std::ios::binary);

@@ -116,7 +116,7 @@ void Movie::Fail(MovieStatus status) const
     case MovieStatus::NoPictures:
         FailReading(path_, "is a movie without pictures");
     case MovieStatus::UnknownCodec:
-        FailReading(path_, "is a movie whose encoding is not read here");
+        FailReading(path_, "is a movie in an encoding that cannot be read");
     case MovieStatus::TooManyPictures:
         FailReading(path_, fmt::format("has more than {} pictures", kMostMoviePictures));
     case MovieStatus::OutOfMemory:
@@ -142,7 +142,7 @@ void Expect(MovieProcess::Answer answer, const std::filesystem::path& file)
     case MovieProcess::Answer::NotStarted:
         FailReading(file, fmt::format("is not read: {}: {}", DecoderProgram(), std::strerror(errno)));
     case MovieProcess::Answer::Died:
-        FailReading(file, "is a movie that cannot be read: its decoder came to grief");
+        FailReading(file, "is a movie that cannot be read: its decoder crashed");
     }
 }
 

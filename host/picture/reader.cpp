@@ -384,7 +384,7 @@ std::unique_ptr<Picture> ReadStill(const TextureFileRequest& request, const File
     CheckSize(request.file, layout.width, layout.height);
     CheckBytes(request.file, std::max(spec.image_bytes(true), spec.tile_bytes(true)), head);
     if (spec.depth > 1 || spec.deep || spec.nchannels > kMostChannels)
-        FailReading(request.file, "is no flat picture");
+        FailReading(request.file, "is not a flat picture");
     const auto build = [&]<class T>(T) {
         return Build<T>(spec, head.format, choice, request, note, [&](int first, int behind, const auto& use) {
             ReadRows<T>(*input, input->current_subimage(), spec, first, behind, request.file, use);

@@ -90,7 +90,7 @@ private:
         if (pixels_.error_code == VP8_ENC_ERROR_OUT_OF_MEMORY ||
             pixels_.error_code == VP8_ENC_ERROR_BITSTREAM_OUT_OF_MEMORY)
             return OutOfMemory();
-        return Fault(fmt::format("the encoder gives error {}", static_cast<int>(pixels_.error_code)));
+        return Fault(fmt::format("the encoder failed with error {}", static_cast<int>(pixels_.error_code)));
     }
 
     Result Fault(const std::string& reason) const

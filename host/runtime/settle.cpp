@@ -21,7 +21,7 @@ Result CountSlots(const GraphNode& node, UInt& slots)
 {
     slots += static_cast<UInt>(node.PortCount());
     if (slots > kMaxSlots)
-        return Fault(node, fmt::format("the program has more than {} ports by here", kMaxSlots));
+        return Fault(node, fmt::format("the program has more than {} ports up to this node", kMaxSlots));
     return {};
 }
 

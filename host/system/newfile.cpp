@@ -143,7 +143,7 @@ Result NewFile::Open(const std::string& path)
     if (!path.empty() && !isReplacing_ && errno != ENOENT)
         return Fault(errno);
     if (isReplacing_ && !S_ISREG(old.st_mode) && !S_ISLNK(old.st_mode))
-        return MakeError(error::kIllegalState, path + " cannot be written: it is no regular file");
+        return MakeError(error::kIllegalState, path + " cannot be written: it is not a regular file");
     if (isReplacing_ && S_ISREG(old.st_mode) && access(path.c_str(), W_OK) != 0)
         return Fault(errno);
 

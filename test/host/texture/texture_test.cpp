@@ -392,7 +392,7 @@ TEST_F(TextureTest, WhatIsNoPictureSaysWhy)
         {"", "no file given"},
         {folder.Path("none.png"), "no such file"},
         {folder.Path(""), "is a directory"},
-        {"/dev/zero", "is no regular file"},
+        {"/dev/zero", "is not a regular file"},
         {folder.WriteBytes("empty.png", ""), "is empty"},
         {folder.WriteBytes("text.png", "not a picture"), "is of no format"},
         {folder.Truncate(png, "half.png", 40), "half.png: is cut off."},
