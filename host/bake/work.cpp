@@ -14,7 +14,7 @@ namespace velto::host
 namespace
 {
 
-constexpr double kCountless = 1e300; // what is more is no number
+constexpr double kCountless = 1e300; // caps sums before they overflow
 
 // The inputs of a call.
 class CallInputs

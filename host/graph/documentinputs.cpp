@@ -324,7 +324,7 @@ bool FindOutput(DocumentScope& scope, const std::string& text, const std::string
                                            Suggestion(portName, node.type->PortNames(false))));
         return false;
     }
-    // A layer is no value of a program.
+    // Programs have no values of this type.
     if (!port->targets.empty())
         link = {node.firstCore + port->targets[0].node, port->targets[0].port};
     return true;
@@ -356,7 +356,7 @@ bool ReadPortValue(DocumentScope& scope, const NodePort& port, const Json& json,
     if (type == TypeOf<Id>() && text.empty()) // the node does without
         return ReadValue(json, type, place, scope.diagnostics, value);
     const std::string said = fmt::format("\"{}\" is not known{}", Printable(text), Suggestion(text, port.values));
-    // A check says so; a graph may still hold it where nothing comes to need it.
+    // A check reports it. A graph may still hold it if nothing needs it.
     if (!port.hasFallback && scope.options.warnsOutsideLimits)
     {
         scope.diagnostics.Fault(place, said);
@@ -403,7 +403,7 @@ void ReadInputs(DocumentScope& scope, DocumentNode& node)
         if (setting.node == node.name)
             read(setting.port, setting.value);
     }
-    // Where a port and the one that it follows give one inner port, it has the last word.
+    // If a port and the port that it follows lead to one inner port, the port's own value wins.
     static const Json none = Json::Object();
     for (const bool follows : {false, true})
     {

@@ -176,7 +176,7 @@ MovieFacts Movie::Start(Clip& clip)
 MoviePicture Movie::Decode(Int frame)
 {
     const std::int64_t number = std::clamp<Int>(frame, 0, facts_.pictures - 1);
-    // One that has served its time, or fell over an earlier picture, gets a successor.
+    // A decoder that reached its time limit, or crashed on an earlier picture, is replaced.
     for (bool isFresh = false;; isFresh = true)
     {
         if (!process_)

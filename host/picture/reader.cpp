@@ -338,7 +338,7 @@ int ShiftFor(const Layout& layout, std::size_t texelSize, const Transfer& transf
     return shift;
 }
 
-// Builds the picture of what `readRows` reads: it gets the channels that are wanted, by first and one behind the last
+// Builds the picture of what `readRows` reads: it gets the channels that are wanted, by first and one past the last
 // one, and what to call with the pixels of each row.
 template <class T, class ReadRows>
 std::unique_ptr<Picture> Build(const OIIO::ImageSpec& spec, std::string_view format, const ChannelChoice& choice,

@@ -60,7 +60,7 @@ double FoldCoordinate(double c)
     return folded > 1.0 ? 2.0 - folded : folded;
 }
 
-// The coordinate in its tile; what is no number becomes 0.
+// The coordinate in its tile; what is not finite becomes 0.
 double WrapCoordinate(double c, std::uint8_t tileMode)
 {
     const double wrapped = tileMode == kTileClamp    ? std::clamp(c, 0.0, 1.0)
@@ -91,7 +91,7 @@ struct Channels
     double Alpha() const { return c[3]; }
 };
 
-// What a colour counts that is all but transparent: enough to be left where there is nothing else.
+// The weight of a colour that is all but transparent: enough for it to remain where there is nothing else.
 constexpr double kLeastAlpha = 1e-30;
 
 // A weighted mean. Where it goes by alpha, a colour counts by its alpha, too, so that nothing is seen of what is cut
@@ -286,7 +286,7 @@ public:
         : reader_(reader), borderU_(BorderOf(request.tileModeU, request.acrossTiles)),
           borderV_(BorderOf(request.tileModeV, request.acrossTiles)), u_(WrapCoordinate(request.u, request.tileModeU)),
           v_(WrapCoordinate(request.v, request.tileModeV)),
-          // Of a box that is none, nothing; no box is larger than the picture.
+          // Nothing for an invalid box. No box is larger than the picture.
           width_(request.width > 0.0 ? std::min(request.width, 1.0) : 0.0),
           height_(request.height > 0.0 ? std::min(request.height, 1.0) : 0.0)
     {

@@ -13,7 +13,7 @@ namespace velto::host
 namespace
 {
 
-// The nearest integer, halves up; the whole range is 0 to 1, what is no number is 0.
+// The nearest integer, halves up; the whole range is 0 to 1, and NaN becomes 0.
 template <class T>
 T ToInteger(float c)
 {

@@ -42,7 +42,7 @@ Result Storage::Construct()
     return {};
 }
 
-// A new value over one that ends.
+// Replaces a value by a new one.
 Result AssignValue(const DataType& type, void* to, const void* from)
 {
     const DataTypeOperations& operations = type.operations;

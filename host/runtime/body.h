@@ -18,7 +18,7 @@ public:
     Storage(const Storage&) = delete;
     Storage& operator=(const Storage&) = delete;
 
-    // Makes every value, constants with what they start as.
+    // Constructs every value, constants with their initial values.
     Result Construct();
 
     std::byte* At(UInt32 offset) const { return memory_ + offset; }
@@ -65,7 +65,7 @@ using InvokePointer = decltype(FunctionInterface::invoke);
 void LinkBody(RunnableBody& body, const BodyPlan& plan, const UInt32* offsets, const Storage& setup,
     const Storage* frame, const ShadingContext* context, void* owner, InvokePointer invoke);
 
-// A new value over one that ends.
+// Replaces a value by a new one.
 Result AssignValue(const DataType& type, void* to, const void* from);
 
 // The commonest values are copied without asking how long they are: calls `common` with the size, known to the

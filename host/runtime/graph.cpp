@@ -127,7 +127,7 @@ bool GuardMemory(Diagnostics& diagnostics, const Load& load)
         }
         catch (const std::bad_alloc&)
         {
-            // There is none for the words either.
+            // There is no memory for the message either.
         }
         return false;
     }

@@ -131,8 +131,8 @@ Result Instance::RunFunction(UInt32 index, void* value, const ShadingContext* co
     return CopyValue(*body.plan->resultType, value, result);
 }
 
-// What nodes make of the first sample that they see must not depend on which sample a thread happens to see first.
-// What all samples of a picture share is as in the one that is asked for.
+// The state that nodes make of the first sample must not depend on which sample a thread happens to see first. The
+// fields that all samples of a picture share are those of the sample that is asked for.
 void Instance::Prime(UInt32 index, const ShadingContext& asked)
 {
     needsPriming_[index] = false;

@@ -30,8 +30,8 @@ public:
     // Computes the outputs under `Context()`. On error they are as they were.
     Result Evaluate();
 
-    // What nodes keep starts from this sample, whichever needs it first, in functions as well. Of the calls for it only
-    // those count that are not repeated by every sample; what they log is dropped.
+    // The state of nodes starts from this sample, whichever sample needs it first, in functions as well. Calls for it
+    // count only if not every sample repeats them; what they log is dropped.
     void StartStateFrom(const ShadingContext& context) { start_ = context; }
 
     // The value of an output, by its place in the program.
@@ -148,13 +148,13 @@ private:
     // The error that a body runs into before it starts, if any.
     Result ErrorOf(const BodyPlan& body) const;
 
-    // [any thread] Runs a function in a frame of this thread's own. Sets `lacksFrame` where there is no memory for it:
-    // who calls functions may drop their errors, but this is none of a sample's.
+    // [any thread] Runs a function in a frame of this thread's own. Sets `lacksFrame` if there is no memory for
+    // it: callers of functions may drop their errors, but this error is not the sample's own.
     Result InvokePooled(UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame);
     Result RunFrame(
         Instance& instance, UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame);
     Result InvokeInNewFrame(UInt32 body, void* value, const ShadingContext* context, std::atomic<bool>& lacksFrame);
-    // A frame that nobody uses, of the calling thread now; null without memory.
+    // Gives the calling thread an idle frame, or a new one; null without memory.
     Instance* TakeFrame();
     void DropFrames();
 

@@ -32,7 +32,7 @@ struct Address
     friend bool operator==(const Address&, const Address&) = default;
 };
 
-// A value in a store. Constants carry what they start as.
+// A value in a store. Constants carry their initial values.
 struct ValuePlan
 {
     Ref<const DataType> type;
@@ -64,7 +64,7 @@ struct FunctionPlan
     const DataType* type = nullptr;
 };
 
-// An output to be made anew: one that a call may leave unwritten, or what must not last.
+// An output that is reset before a run: one that a call may leave unwritten, or state that must not last.
 struct ResetPlan
 {
     const DataType* type;

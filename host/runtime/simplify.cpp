@@ -10,7 +10,7 @@ namespace velto::host
 namespace
 {
 
-// A function object that stands for one while optimizers ask about it.
+// Stands for a function while optimizers ask about it.
 struct ProbeFunction : FunctionInterface
 {
     explicit ProbeFunction(bool constantAnswer) : answersConstantly(constantAnswer)

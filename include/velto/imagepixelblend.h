@@ -1,4 +1,4 @@
-// Blend classes: the pixel arithmetic behind the name of a blend mode.
+// Blend classes: the pixel arithmetic of a blend mode, found by its name.
 #pragma once
 
 #include "velto/datatype.h"

@@ -79,7 +79,7 @@ Result GetArgument(const DictionaryObject* arguments, std::string_view name, con
 struct ElementList
 {
     const BaseArray<Id>* names = nullptr;
-    Int count = -1; // -1: not said
+    Int count = -1; // -1: not given
 
     static Result Of(const PortSpec& port, const DictionaryObject* arguments, ElementList& list)
     {

@@ -181,7 +181,7 @@ inline constexpr bool kHasPorts<R (*)(P...)> = (NodeParameter<P> && ...);
 template <auto F>
 inline constexpr bool kIsNodeFunction = detail::kHasPorts<decltype(F)>;
 
-// The table of a node's function; an empty one where it is none, which the macros of node.h have complained of then.
+// The table of a node's function; empty if it is not one, which the macros of node.h then report.
 template <auto F, MicroNodeKind Kind = MicroNodeKind::Sample>
 constexpr const NodeTable& TableOf()
 {

@@ -1,4 +1,4 @@
-// Shared objects: a count, a way to end, and the reference that keeps both honest.
+// Shared objects: their reference count, how they are destroyed, and the reference that counts.
 #pragma once
 
 #include "velto/types.h"

@@ -95,7 +95,7 @@ inline constinit InterfaceBindingRecord binding{};
 
 } // namespace velto
 
-// Stands behind an interface: the translation units of a module that include its header, `header`, depend on its
+// Follows an interface: the translation units of a module that include its header, `header`, depend on its
 // binding. The host has no such units.
 #ifdef VELTO_HOST
 #define VELTO_USED_BY_INCLUDERS(header, Interface) static_assert(true)

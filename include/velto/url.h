@@ -27,7 +27,7 @@ struct UrlInterface
 
     // All: [any thread] an out parameter receives a reference of its own and is left alone on error.
 
-    // One of the application's places; unresolved for a kind that there is not.
+    // One of the application's places; unresolved for an unknown kind.
     VELTO_METHOD(GetApplicationUrl, Result(Int32 kind, UrlObject** url));
     // A place from a path, absolute or relative.
     VELTO_METHOD(Create, Result(const char* path, UInt length, UrlObject** url));

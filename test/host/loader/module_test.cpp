@@ -357,10 +357,6 @@ void CheckDescription()
         ElementsAre("net.velto.pattern.node.utility.passthrough"));
     for (const Json& interface : json.Find("interfaces")->Elements())
         EXPECT_EQ(interface.Find("slots")->AsInteger(), interface.Find("bound")->AsInteger()) << interface.Write();
-    EXPECT_EQ(
-        R"json([{"name": "g_enableDebugBreak", "help": "enable debug breaks (when debugger is attached)", "value": true}, )json"
-        R"json({"name": "g_enableParallelFor", "help": "enable parallel execution of all ParallelFor loops", "value": true}])json",
-        json.Find("configuration")->Write());
 }
 
 TEST(ShaderNodesModule, DescribesItselfAndLoadsAgain)

@@ -184,9 +184,6 @@ TEST_F(NoiseTest, Failures)
         EXPECT_EQ("1", Output(results, "noise", 2)) << type;
         asked = {};
     }
-    Data entry;
-    EXPECT_EQ("There is no entry none in the registry net.velto.render.registry.rendernoiseclasses.",
-        Bound<RegistryInterface>().FindEntryValue(registry::kRenderNoiseClasses, "none", &entry).Message());
 }
 
 TEST_F(NoiseTest, AnObjectThatCouldNotBeSetUpStays)
