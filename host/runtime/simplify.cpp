@@ -92,7 +92,7 @@ Result SimplifyNode(const SettledGraph& graph, const CompileOptions& options, Gr
                     !isVariable && (input.kind == GraphInput::Kind::Value || graph.IsFixedSource(input.link));
                 constants[static_cast<std::size_t>(i)] = &functions[isConstant ? 0 : 1];
             }
-            else if (input.kind == GraphInput::Kind::Value && !isVariable)
+            else if (input.kind == GraphInput::Kind::Value && input.source && !isVariable)
                 constants[static_cast<std::size_t>(i)] = input.source->value.Value();
         }
         const OptimizeRequest request{node.Group().record, static_cast<UInt32>(node.PortCount()), constants.data()};
