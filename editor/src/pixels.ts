@@ -16,8 +16,10 @@ export const encoded = (x: number) => (x <= 0.0031308 ? 12.92 * x : 1.055 * x **
 export const decoded = (x: number) => (x <= 0.04045 ? x / 12.92 : ((x + 0.055) / 1.055) ** 2.4);
 
 const STEPS = 1 << 14;
-/** Rounded as the command rounds bytes: by the nearest. */
-const SRGB = Uint8ClampedArray.from({ length: STEPS + 1 }, (_, i) => Math.round(255 * encoded(i / STEPS)));
+const tableOf = (bytes: (x: number) => number) =>
+    Uint8Array.from({ length: STEPS + 1 }, (_, i) => Math.round(255 * bytes(i / STEPS)));
+const SRGB = tableOf(encoded);
+const LINEAR = tableOf((x) => x);
 
 /** What a pixel holds, channel by channel. */
 export function valueAt(picture: Picture, x: number, y: number): number[] {
@@ -25,40 +27,47 @@ export function valueAt(picture: Picture, x: number, y: number): number[] {
     return [...picture.data.subarray(start, start + picture.channels)];
 }
 
-/** The bytes of a picture for a canvas, unmultiplied. */
+/** Which of the picture's channels show as red, green, blue and alpha; -1 is none. */
+function shownChannels(count: number, channels: Channels): [number, number, number, number] {
+    const single = { r: 0, g: 1, b: 2, a: 3 }[channels as string];
+    if (count === 1) return [0, 0, 0, -1];
+    if (single !== undefined) return single < count ? [single, single, single, -1] : [-1, -1, -1, -1];
+    if (count === 2) return [0, 1, -1, -1];
+    return [0, 1, 2, channels === 'rgba' && count === 4 ? 3 : -1];
+}
+
+/** The bytes of a picture for a canvas, unmultiplied. Alpha is shown as it is. */
 export function bytesOf(picture: Picture, look: Look): ImageData {
-    const { width, height, channels, data } = picture;
+    const { width, height, channels: count } = picture;
     const image = new ImageData(width, height);
-    const bytes = image.data;
-    const scale = 2 ** look.exposure;
-    const isColor = look.encoding === 'color';
-    const half = look.encoding === 'normal' ? 0.5 : 0;
-    const factor = look.encoding === 'normal' ? 0.5 : 1;
-    const byte = (value: number) => {
-        const scaled = value * scale * factor + half;
-        // Not a number shows as black, as the command writes it.
-        if (!(scaled > 0)) return 0;
-        if (scaled >= 1) return 255;
-        return isColor ? SRGB[(scaled * STEPS + 0.5) | 0]! : (scaled * 255 + 0.5) | 0;
-    };
-    const grey = channels < 2 ? [0, 0, 0] : channels === 2 ? [0, 1, -1] : [0, 1, 2];
-    const single = { r: 0, g: 1, b: 2, a: 3 }[look.channels as string];
-    const hasAlpha = look.channels === 'rgba' && channels === 4;
-    for (let pixel = 0, at = 0; pixel < width * height; pixel++, at += channels) {
-        const to = pixel * 4;
-        if (single !== undefined && channels > 1) {
-            const value = single < channels ? data[at + single]! : single === 3 ? 1 : 0;
-            const shown = single === 3 ? Math.min(Math.max(value, 0), 1) * 255 + 0.5 : byte(value);
-            bytes[to] = bytes[to + 1] = bytes[to + 2] = shown;
-        } else if (look.channels === 'luminance' && channels > 2) {
-            const value = 0.2125 * data[at]! + 0.7154 * data[at + 1]! + 0.0721 * data[at + 2]!;
-            bytes[to] = bytes[to + 1] = bytes[to + 2] = byte(value);
-        } else {
-            for (let i = 0; i < 3; i++) bytes[to + i] = grey[i]! < 0 ? 0 : byte(data[at + grey[i]!]!);
-        }
-        bytes[to + 3] = hasAlpha ? (Math.min(Math.max(data[at + 3]!, 0), 1) * 255 + 0.5) | 0 : 255;
+    const pixels = new Uint32Array(image.data.buffer);
+    const isAlpha = look.channels === 'a';
+    const table = look.encoding === 'color' && !isAlpha ? SRGB : LINEAR;
+    const isNormal = look.encoding === 'normal' && !isAlpha;
+    const factor = (isAlpha ? 1 : 2 ** look.exposure) * (isNormal ? 0.5 : 1);
+    const offset = isNormal ? 0.5 : 0;
+    const isLuminance = look.channels === 'luminance' && count > 2;
+    const data = isLuminance ? luminance(picture) : picture.data;
+    const step = isLuminance ? 1 : count;
+    const [red, green, blue, alpha] = shownChannels(step, look.channels);
+    const isGrey = red === green && green === blue;
+    // Not a number shows as black, as the command writes it.
+    const byte = (value: number) => (value > 0 ? (value < 1 ? table[(value * STEPS + 0.5) | 0]! : 255) : 0);
+    for (let i = 0, at = 0; i < pixels.length; i++, at += step) {
+        const r = red < 0 ? 0 : byte(data[at + red]! * factor + offset);
+        const g = isGrey ? r : green < 0 ? 0 : byte(data[at + green]! * factor + offset);
+        const b = isGrey ? r : blue < 0 ? 0 : byte(data[at + blue]! * factor + offset);
+        const a = alpha < 0 ? 255 : (Math.min(Math.max(data[at + alpha]!, 0), 1) * 255 + 0.5) | 0;
+        pixels[i] = (a << 24) | (b << 16) | (g << 8) | r;
     }
     return image;
+}
+
+function luminance({ data, channels, width, height }: Picture): Float32Array {
+    const grey = new Float32Array(width * height);
+    for (let i = 0, at = 0; i < grey.length; i++, at += channels)
+        grey[i] = 0.2125 * data[at]! + 0.7154 * data[at + 1]! + 0.0721 * data[at + 2]!;
+    return grey;
 }
 
 export function canvasOf(image: ImageData): HTMLCanvasElement {
