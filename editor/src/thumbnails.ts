@@ -21,7 +21,7 @@ class Thumbnails {
 
     /** Keeps a canvas up to date as long as it is on the page. */
     watch(canvas: HTMLCanvasElement, link: string, encoding: Encoding): () => void {
-        canvas.width = canvas.height = SIZE;
+        if (canvas.width !== SIZE) canvas.width = canvas.height = SIZE;
         const watched = { link, encoding, canvas };
         this.#watched.add(watched);
         this.#later();
