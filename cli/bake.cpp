@@ -2,6 +2,8 @@
 
 #include "progress.h"
 
+#include "host/bake/encoding.h"
+
 #include <fmt/format.h>
 
 #include <sys/resource.h>
@@ -135,19 +137,18 @@ Result BakeFrame(const BakeArguments& arguments, const host::Modules& modules, c
     }
     host::PartIdentity identity;
     identity.shard = plan.shard;
-    identity.encoding = options.encoding;
     identity.window = options.window;
     if (identity.window.width == 0)
         identity.window = {0, 0, options.view.width, options.view.height};
     for (host::BakeTarget& target : targets)
     {
+        identity.encoding = host::EncodingOf(graph, target.output, options.encoding);
         identity.hash = Fingerprint(arguments, modules, graph, plan, target);
         host::MakePart(identity, options.window, target);
     }
     if (arguments.skipExisting)
         SkipExisting(streams, targets,
             [&](const host::BakeTarget& target) { return host::IsPart(target.file, target.attributes); });
-    options.encoding = {};
     return targets.empty() ? Result() : host::Bake(graph, targets, options, statistics);
 }
 

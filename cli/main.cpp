@@ -159,8 +159,9 @@ void AddBakeOptions(CLI::App* bake, BakeArguments& a)
         ->check(CLI::Range(1, 64))
         ->capture_default_str();
     bake->add_option("--crop", a.crop, "evaluates and writes only this window of the picture")->type_name("X,Y,WxH");
-    bake->add_option("--depth", a.depth, "uint8, uint16, half or float; default by format");
-    bake->add_option("--colorspace", a.colorSpace, "srgb or linear; default srgb for 8- and 16-bit files, else linear");
+    bake->add_option("--depth", a.depth, "uint8, uint16, half or float; default as the document says, or by format");
+    bake->add_option(
+        "--colorspace", a.colorSpace, "srgb or linear; default srgb for colours in 8- and 16-bit files, else linear");
     bake->add_option("--shape", a.shape, "plane or sphere")->capture_default_str();
     bake->add_option("--progress", a.progress, "auto, always, never, or json: lines of JSON on stderr")
         ->check(CLI::IsMember({"auto", "always", "never", "json"}))

@@ -1,5 +1,7 @@
 #include "merge.h"
 
+#include "host/bake/encoding.h"
+
 #include <algorithm>
 #include <filesystem>
 
@@ -51,7 +53,7 @@ int MergeGraph(MergeArguments arguments, const Streams& streams)
             job.format = target.format;
             job.parts = host::FindParts(target.file);
             job.hash = Fingerprint(arguments.bake, *modules, graph, plan, target);
-            job.encoding = plan.options.encoding;
+            job.encoding = host::EncodingOf(graph, target.output, plan.options.encoding);
             isGood = MergeFile(arguments, streams, std::move(job)) && isGood;
         }
     }

@@ -102,8 +102,8 @@ private:
             return MakeError(
                 error::kIllegalArgument, fmt::format("the crop {},{},{}x{} is not inside {}x{}", window_.x, window_.y,
                                              window_.width, window_.height, options_.view.width, options_.view.height));
-        return outputs_.Open(*graph_.program, targets, window_, options_.view.width, options_.view.height,
-            options_.encoding, options_.hashesPixels);
+        return outputs_.Open(graph_, targets, window_, options_.view.width, options_.view.height, options_.encoding,
+            options_.hashesPixels);
     }
 
     Result RunInArena()

@@ -35,8 +35,8 @@ struct BakeOptions
     BakeWindow window;    // of the picture; empty: all of it
     double seconds = 0.0; // the time of the frame
     double framesPerSecond = 25.0;
-    int threads = 0; // 0: as many as the process may use
-    PictureEncoding encoding;
+    int threads = 0;          // 0: as many as the process may use
+    PictureEncoding encoding; // goes before the document's
     bool hashesPixels = false;
     std::function<void(const BakeProgress&)> progress; // [the calling thread] after each of its tiles
     const std::atomic<bool>* stop = nullptr;           // true: stop within a row of a tile or a call of a raster

@@ -1,5 +1,7 @@
 #include "output.h"
 
+#include "encoding.h"
+
 #include "host/graph/values.h"
 #include "host/runtime/sampler.h"
 #include "host/system/guard.h"
@@ -18,12 +20,12 @@ int ChannelsOf(const DataType* type)
     return numbers == 2 ? 3 : numbers;
 }
 
-Result BakeOutputs::Open(const Program& program, const std::vector<BakeTarget>& targets, const BakeWindow& window,
+Result BakeOutputs::Open(const Graph& graph, const std::vector<BakeTarget>& targets, const BakeWindow& window,
     int wholeWidth, int wholeHeight, const PictureEncoding& encoding, bool hashesPixels)
 {
     for (const BakeTarget& source : targets)
     {
-        const OutputPlan& output = program.outputs[source.output];
+        const OutputPlan& output = graph.program->outputs[source.output];
         const int channels = ChannelsOf(output.type);
         if (channels == 0)
             return MakeError(error::kIllegalArgument,
@@ -37,8 +39,8 @@ Result BakeOutputs::Open(const Program& program, const std::vector<BakeTarget>& 
         }
         const PictureLayout layout{window.width, window.height, channels, window.x, window.y, wholeWidth, wholeHeight,
             source.attributes, source.isPart};
-        const PictureEncoding stored =
-            source.isPart ? PictureEncoding{PixelDepth::Float, PictureColorSpace::Linear} : encoding;
+        constexpr PictureEncoding kAsIs{PixelDepth::Float, PictureColorSpace::Linear, PictureContent::Data};
+        const PictureEncoding stored = source.isPart ? kAsIs : EncodingOf(graph, source.output, encoding);
         VELTO_TRY(PictureWriter::Open(source.file, source.format, layout, stored, target.writer));
         targets_.push_back(std::move(target));
     }

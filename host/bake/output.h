@@ -5,7 +5,7 @@
 
 #include "host/system/sha256.h"
 
-#include "host/runtime/program.h"
+#include "host/runtime/graph.h"
 #include "host/system/memory.h"
 
 #include <tbb/task_group.h>
@@ -22,8 +22,8 @@ class BakeOutputs
 {
 public:
     // Opens a file for each target that has one; nothing of them is left unless all are finished.
-    Result Open(const Program& program, const std::vector<BakeTarget>& targets, const BakeWindow& window,
-        int wholeWidth, int wholeHeight, const PictureEncoding& encoding, bool hashesPixels);
+    Result Open(const Graph& graph, const std::vector<BakeTarget>& targets, const BakeWindow& window, int wholeWidth,
+        int wholeHeight, const PictureEncoding& encoding, bool hashesPixels);
     void Allocate(int bandRows);
 
     struct Target

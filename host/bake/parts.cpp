@@ -44,14 +44,15 @@ bool ParseNumbers(std::string_view text, int (&numbers)[N])
 bool ReadIdentity(const ExrReader& part, PartIdentity& identity)
 {
     int window[4] = {};
-    int encoding[2] = {};
+    int encoding[3] = {};
     if (!ParseShard(part.Attribute(kPart), identity.shard) || !ParseNumbers(part.Attribute(kWindow), window) ||
         !ParseNumbers(part.Attribute(kEncoding), encoding))
         return false;
     identity.hash = part.Attribute(kHash);
     identity.window = {window[0], window[1], window[2], window[3]};
     identity.encoding = {static_cast<PixelDepth>(std::clamp(encoding[0], 0, 4)),
-        static_cast<PictureColorSpace>(std::clamp(encoding[1], 0, 2))};
+        static_cast<PictureColorSpace>(std::clamp(encoding[1], 0, 2)),
+        static_cast<PictureContent>(std::clamp(encoding[2], 0, 3))};
     const PictureLayout& layout = part.Layout();
     const BakeWindow rows = ShardWindow(identity.window, identity.shard);
     return identity.window.width > 0 && identity.window.height > 0 && layout.x == identity.window.x &&
@@ -128,6 +129,8 @@ Result WriteMerged(const MergeJob& job, std::vector<Part>& parts)
         encoding.depth = identity.encoding.depth;
     if (encoding.colorSpace == PictureColorSpace::Default)
         encoding.colorSpace = identity.encoding.colorSpace;
+    if (encoding.content == PictureContent::Default)
+        encoding.content = identity.encoding.content;
     std::vector<std::unique_ptr<PictureWriter>> writers(1);
     VELTO_TRY(PictureWriter::Open(job.file, job.format, layout, encoding, writers[0]));
     constexpr int kBandRows = 128;
@@ -212,8 +215,8 @@ void MakePart(const PartIdentity& identity, BakeWindow& window, BakeTarget& targ
     target.attributes = {{kHash, identity.hash},
         {kPart, fmt::format("{}/{}", identity.shard.index, identity.shard.count)},
         {kWindow, fmt::format("{},{},{}x{}", whole.x, whole.y, whole.width, whole.height)},
-        {kEncoding, fmt::format("{},{}", static_cast<int>(identity.encoding.depth),
-                        static_cast<int>(identity.encoding.colorSpace))}};
+        {kEncoding, fmt::format("{},{},{}", static_cast<int>(identity.encoding.depth),
+                        static_cast<int>(identity.encoding.colorSpace), static_cast<int>(identity.encoding.content))}};
 }
 
 bool IsPart(const std::string& file, const PictureAttributes& attributes)

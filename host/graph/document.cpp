@@ -42,30 +42,55 @@ bool ReadOutputSource(DocumentScope& scope, const Json& json, const std::string&
     return true;
 }
 
+template <class T>
+using Choices = std::vector<std::pair<std::string, T>>;
+
+// A member of an output that is one of a few words; one that is left out changes nothing.
+template <class T>
+void Choose(DocumentScope& scope, const Json& json, const std::string& place, const char* member,
+    const Choices<T>& choices, T& chosen)
+{
+    const Json* const given = json.Find(member);
+    if (!given)
+        return;
+    std::vector<std::string> names;
+    for (const auto& [name, value] : choices)
+    {
+        names.push_back(name);
+        if (given->IsString() && given->AsString() == name)
+        {
+            chosen = value;
+            return;
+        }
+    }
+    scope.diagnostics.Fault(
+        Join(place, member), fmt::format("expected one of {}, got {}", fmt::join(names, ", "), given->Description()));
+}
+
 void ReadEncoding(DocumentScope& scope, const Json& json, const std::string& place, const std::string& name)
 {
+    using enum PixelDepth;
     CheckKeys(scope, json, place, {"from", "encoding", "depth", "colorspace"});
-    OutputEncoding encoding;
-    const auto choose = [&](const char* member, const std::vector<std::string>& known, std::string& chosen) {
-        const Json* const given = json.Find(member);
-        if (!given)
-            return;
-        if (given->IsString() && std::find(known.begin(), known.end(), given->AsString()) != known.end())
-            chosen = given->AsString();
-        else
-            scope.diagnostics.Fault(Join(place, member),
-                fmt::format("expected one of {}, got {}", fmt::join(known, ", "), given->Description()));
-    };
-    choose("encoding", {"color", "data", "normal"}, encoding.encoding);
-    choose("depth", {"uint8", "uint16", "half", "float"}, encoding.depth);
-    choose("colorspace", {"srgb", "linear"}, encoding.colorSpace);
+    PictureEncoding encoding;
+    Choose(scope, json, place, "encoding",
+        Choices<PictureContent>{
+            {"color", PictureContent::Color}, {"data", PictureContent::Data}, {"normal", PictureContent::Normal}},
+        encoding.content);
+    Choose(scope, json, place, "depth",
+        Choices<PixelDepth>{{"uint8", UInt8}, {"uint16", UInt16}, {"half", Half}, {"float", Float}}, encoding.depth);
+    Choose(scope, json, place, "colorspace",
+        Choices<PictureColorSpace>{{"srgb", PictureColorSpace::Srgb}, {"linear", PictureColorSpace::Linear}},
+        encoding.colorSpace);
     const DataType* const type = scope.outputTypes.back().Get();
-    if (encoding.encoding == "normal" && type != TypeOf<Vector>() && type != TypeOf<Color>() &&
+    if (encoding.content == PictureContent::Normal && type != TypeOf<Vector>() && type != TypeOf<Color>() &&
         type != TypeOf<ColorA>())
         scope.diagnostics.Fault(place + ".encoding", fmt::format("a {} is no normal", TypeName(type)));
+    const bool isData = encoding.content == PictureContent::Data || encoding.content == PictureContent::Normal;
+    if (isData && encoding.colorSpace == PictureColorSpace::Srgb)
+        scope.diagnostics.Fault(
+            place + ".colorspace", "srgb is for colours, which the encoding says that these are not");
     if (json.Find("encoding") || json.Find("depth") || json.Find("colorspace"))
-        scope.diagnostics.Warning(place, "bakes take the encoding from their options and do not heed this one yet");
-    scope.document.encodings.emplace(name, std::move(encoding));
+        scope.document.encodings.emplace(name, encoding);
 }
 
 // Whether a member of the outputs is a remark, and not an output of that name.

@@ -69,7 +69,11 @@ private:
         std::string name;
         CoreInput source;
         const DataType* type = nullptr;
+        bool isNormal = false;
     };
+
+    // Not the directions of conductors, whose three numbers are of red, green and blue.
+    static bool IsNormal(std::string_view parameter) { return parameter == "normal"; }
 
     static bool IsActive(const Json& entry)
     {
@@ -114,7 +118,7 @@ private:
         port.type = Ref<const DataType>::Share(TypeOfName(name));
         CoreInput source;
         if (ReadSource(scope_, material_, port, json, place, source))
-            channels_.push_back({input, channel, std::move(source), port.type.Get()});
+            channels_.push_back({input, channel, std::move(source), port.type.Get(), IsNormal(name.id)});
     }
 
     // The members of an entry that are channels: links and values, not the switch that stands for itself. An output's
@@ -155,7 +159,7 @@ private:
                                                            Printable(from->AsString()), TypeName(port->type.Get())));
         for (const auto& [name, input] : scope_.nodes[index].parameters)
             channels_.push_back({"bsdflayers", fmt::format("{}.{}", channel, name), Copy(input),
-                scope_.nodes[index].type->FindPort(name, true)->type.Get()});
+                scope_.nodes[index].type->FindPort(name, true)->type.Get(), IsNormal(name)});
     }
 
     void ReadAov(const Json& entry, const std::string& place)
@@ -185,6 +189,8 @@ private:
                     continue;
                 if (names.contains(channel.name))
                     scope_.diagnostics.Fault(Join("outputs", channel.name), "the material has a channel of this name");
+                if (channel.isNormal)
+                    scope_.document.encodings[channel.name].content = PictureContent::Normal;
                 scope_.document.graph.outputs.push_back({channel.name, std::move(channel.source), channel.type});
             }
         }

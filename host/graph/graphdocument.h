@@ -4,6 +4,7 @@
 #include "nodesystem.h"
 
 #include "host/corenode/coregraph.h"
+#include "host/picture/layout.h"
 
 namespace velto::host
 {
@@ -14,14 +15,6 @@ struct Setting
     std::string node; // empty: the port is a parameter of the document
     std::string port;
     Json value;
-};
-
-// How an output becomes a file. Empty: as its type and the file's format say.
-struct OutputEncoding
-{
-    std::string encoding;   // color, data or normal
-    std::string depth;      // uint8, uint16, half or float
-    std::string colorSpace; // srgb or linear
 };
 
 // Where the documents are that a document uses as nodes.
@@ -52,11 +45,11 @@ struct DocumentOptions
 struct GraphDocument
 {
     CoreGraph graph;
-    std::vector<std::string> nodeNames;              // of the document, in its order
-    NodeSystem root;                                 // of the whole: its material, or its outputs
-    std::map<std::string, OutputEncoding> encodings; // by output; those that the document states
-    std::vector<std::string> files;                  // that were read for it, the documents that it uses
-    std::shared_ptr<const void> types;               // keeps what the graph says of its inputs
+    std::vector<std::string> nodeNames;               // of the document, in its order
+    NodeSystem root;                                  // of the whole: its material, or its outputs
+    std::map<std::string, PictureEncoding> encodings; // by output; those that the document states
+    std::vector<std::string> files;                   // that were read for it, the documents that it uses
+    std::shared_ptr<const void> types;                // keeps what the graph says of its inputs
 };
 
 } // namespace velto::host

@@ -21,6 +21,7 @@ struct StoredPicture
     int channels; // that are stored
     PixelDepth depth;
     bool isSrgb;
+    bool isNormal; // from -1 to 1, in integers
 
     std::size_t RowBytes() const;
 };

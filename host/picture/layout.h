@@ -19,9 +19,17 @@ enum class PixelDepth
 
 enum class PictureColorSpace
 {
-    Default, // sRGB for 8- and 16-bit files, linear for float files
+    Default, // sRGB for colours in 8- and 16-bit files, else linear
     Srgb,
     Linear,
+};
+
+enum class PictureContent
+{
+    Default, // as its type is; where that is not known, colours
+    Color,
+    Data,
+    Normal, // -1 to 1, which 8- and 16-bit files hold as 0 to 1
 };
 
 // How values become what stands in a file.
@@ -29,6 +37,7 @@ struct PictureEncoding
 {
     PixelDepth depth = PixelDepth::Default;
     PictureColorSpace colorSpace = PictureColorSpace::Default;
+    PictureContent content = PictureContent::Default;
 };
 
 // Names of at most 31 bytes, and texts.

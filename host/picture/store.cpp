@@ -109,10 +109,28 @@ void StoreAs(const StoredPicture& picture, const float* row, std::byte* stored, 
     }
 }
 
+// Half of a direction and a half; what is behind its three components is as it is.
+template <class T>
+void StoreNormals(const StoredPicture& picture, const float* row, std::byte* stored)
+{
+    auto* to = reinterpret_cast<T*>(stored);
+    for (int x = 0; x < picture.layout.width; ++x, row += picture.layout.channels, to += picture.channels)
+    {
+        for (int c = 0; c < picture.channels; ++c)
+        {
+            const float packed = c < 3 ? 0.5f + 0.5f * row[c] : row[c];
+            to[c] = ToInteger<T>(picture.isSrgb && c < 3 ? SrgbFromLinear(packed) : packed);
+        }
+    }
+}
+
 } // namespace
 
 void StoreRow(const StoredPicture& picture, const float* row, std::byte* stored)
 {
+    if (picture.isNormal)
+        return picture.depth == PixelDepth::UInt16 ? StoreNormals<std::uint16_t>(picture, row, stored)
+                                                   : StoreNormals<std::uint8_t>(picture, row, stored);
     switch (picture.depth)
     {
     case PixelDepth::UInt16:

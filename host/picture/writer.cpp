@@ -53,7 +53,7 @@ public:
                                              chosen.empty() ? std::string("a format is missing")
                                                             : fmt::format("no format {} is written", chosen),
                                              PictureFormatNames()));
-        StoredPicture picture{format, chosen, layout, layout.channels, encoding.depth, false};
+        StoredPicture picture{format, chosen, layout, layout.channels, encoding.depth, false, false};
         if (picture.layout.wholeWidth == 0)
         {
             picture.layout.wholeWidth = layout.width;
@@ -67,8 +67,10 @@ public:
         if (picture.channels == 4 && !format->hasAlpha)
             picture.channels = 3;
         const bool isReal = picture.depth == PixelDepth::Half || picture.depth == PixelDepth::Float;
+        const bool isColor = encoding.content == PictureContent::Default || encoding.content == PictureContent::Color;
         picture.isSrgb = encoding.colorSpace == PictureColorSpace::Srgb ||
-                         (encoding.colorSpace == PictureColorSpace::Default && !isReal);
+                         (encoding.colorSpace == PictureColorSpace::Default && isColor && !isReal);
+        picture.isNormal = encoding.content == PictureContent::Normal && !isReal;
         VELTO_TRY(file_.Open(isOutput ? std::string() : file));
         if (std::string_view(format->name) == "png")
             encoder_ = MakePngEncoder(picture, file_);

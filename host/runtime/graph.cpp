@@ -1,5 +1,8 @@
 #include "graph.h"
 
+#include "sampler.h"
+
+#include "host/graph/values.h"
 #include "host/system/guard.h"
 #include "host/text/url.h"
 
@@ -82,6 +85,17 @@ Result Compile(Graph& graph, std::shared_ptr<const void> module)
     return {};
 }
 
+// An encoding is of pixels.
+void CheckEncodings(const Graph& graph, Diagnostics& diagnostics)
+{
+    for (const OutputPlan& output : graph.program->outputs)
+    {
+        if (NumbersOf(output.type) == 0 && graph.document.encodings.contains(output.name))
+            diagnostics.Fault(
+                "outputs." + output.name, fmt::format("a {} is no picture and has no encoding", TypeName(output.type)));
+    }
+}
+
 bool ReadAndCompile(const Json& json, std::shared_ptr<const void> module, const GraphOptions& options,
     Diagnostics& diagnostics, Graph& graph)
 {
@@ -109,7 +123,9 @@ bool ReadAndCompile(const Json& json, std::shared_ptr<const void> module, const 
     const Result made = Compile(graph, std::move(module));
     if (made.IsError())
         diagnostics.Fault("", made.Message());
-    return made.IsOk();
+    else
+        CheckEncodings(graph, diagnostics);
+    return !diagnostics.HasFaults();
 }
 
 template <class Load>

@@ -325,7 +325,7 @@ TEST_F(CommandTest, SignalsAndTheTimeLimitEndABakeAtOnce)
 TEST_F(CommandTest, PartsMergeToTheBytesOfOneBake)
 {
     Write("g.json", R"({"version": 1, "nodes": {"n": {"type": "noise", "inputs": {"octaves": 2}}},
-        "outputs": {"color": "n.result"}})");
+        "outputs": {"color": {"from": "n.result", "encoding": "color"}}})"); // else it were data
     // More shards than rows of tiles, too.
     for (const char* const options : {"-o x.png --size 90x300", "-o x.exr --size 200x130 --crop 20,30,100x90",
              "-o x.tif --size 64x200 --depth float --frame 3"})
@@ -337,6 +337,11 @@ TEST_F(CommandTest, PartsMergeToTheBytesOfOneBake)
         for (int k = 1; k <= 4; ++k)
             ASSERT_EQ(Run(fmt::format("bake g.json {} --shard {}/4 --threads {}", options, k, k)).status, 0);
         EXPECT_FALSE(std::filesystem::exists(folder_ / file));
+        std::string parts;
+        for (int k = 1; k <= 4; ++k)
+            parts += fmt::format(" x.{}-of-4.part.exr", k);
+        ASSERT_EQ(Run(fmt::format("merge -o {}{}", file, parts)).status, 0); // without the graph
+        EXPECT_TRUE(ReadAll(file) == whole) << options;
         const Ran merged = Run(fmt::format("merge g.json {} --remove-parts", options));
         EXPECT_EQ(merged.status, 0) << merged.err;
         EXPECT_TRUE(ReadAll(file) == whole) << options;

@@ -253,6 +253,71 @@ INSTANTIATE_TEST_SUITE_P(Table, BakeFormat,
     }),
     [](const auto& info) { return fmt::format("{}_{}", info.param.suffix, info.index); });
 
+struct EncodingRow
+{
+    const char* name;
+    const char* type; // of the output
+    const char* value;
+    const char* stated; // by the document, of the output
+    host::PictureEncoding asked;
+    const char* suffix;
+    std::vector<float> stored;
+};
+
+class OutputEncoding : public BakeTest, public ::testing::WithParamInterface<EncodingRow>
+{
+};
+
+TEST_P(OutputEncoding, IsTheOptionsThenTheDocumentsThenThatOfTheType)
+{
+    const EncodingRow& row = GetParam();
+    BakeOptions options = Size(1, 1);
+    options.encoding = row.asked;
+    const std::string file = File(fmt::format("o.{}", row.suffix));
+    const std::string document = fmt::format(
+        R"({{"version": 1, "nodes": {{"n": {{"type": "net.velto.test.keep.{}", "inputs": {{"x": {}}}}}}},
+            "outputs": {{"o": {{"from": "n.result"{}}}}}}})",
+        row.type, row.value, row.stated);
+    const Result baked = Bake(document, file, options);
+    ASSERT_TRUE(baked.IsOk()) << baked.Message();
+    const PixelImage image = Read(file);
+    ASSERT_EQ(row.stored.size(), image.values.size());
+    for (std::size_t i = 0; i < row.stored.size(); ++i)
+        EXPECT_NEAR(row.stored[i], image.values[i], 1e-6) << i;
+}
+
+constexpr host::PictureEncoding kAsked8{host::PixelDepth::UInt8, host::PictureColorSpace::Default};
+constexpr host::PictureEncoding kAskedSrgb{host::PixelDepth::Default, host::PictureColorSpace::Srgb};
+constexpr host::PictureEncoding kAskedLinear{host::PixelDepth::Default, host::PictureColorSpace::Linear};
+constexpr float kSrgbHalf = 188.0f / 255; // of 0.5
+constexpr float kHalf = 128.0f / 255;
+
+INSTANTIATE_TEST_SUITE_P(Table, OutputEncoding,
+    ::testing::ValuesIn(std::vector<EncodingRow>{
+        {"ColorAIsColor", "colora", "[0.5, 2, -1, 0.5]", "", {}, "png", {kSrgbHalf, 1, 0, kHalf}},
+        {"ColorIsColor", "color", "[0.5, 2, -1]", "", {}, "png", {kSrgbHalf, 1, 0}},
+        {"FloatIsData", "float", "0.5", "", {}, "png", {kHalf}},
+        {"VectorIsData", "vector", "[0.5, 2, -1]", "", {}, "png", {kHalf, 1, 0}},
+        {"FloatAsColor", "float", "0.5", R"(, "encoding": "color")", {}, "png", {kSrgbHalf}},
+        {"ColorAsData", "colora", "[0.5, 2, -1, 0.5]", R"(, "encoding": "data")", {}, "png", {kHalf, 1, 0, kHalf}},
+        {"Normal", "vector", "[-1, 0, 1.5]", R"(, "encoding": "normal")", {}, "png", {0, kHalf, 1}},
+        {"NormalLeavesAlpha", "colora", "[-1, 0, 1, 0.5]", R"(, "encoding": "normal")", {}, "tif",
+            {0, kHalf, 1, kHalf}},
+        {"NormalWithoutNumber", "vector", R"(["nan", "inf", "-inf"])", R"(, "encoding": "normal")", {}, "png",
+            {0, 1, 0}},
+        {"NormalOf16Bits", "vector", "[-1, 0, 0.5]", R"(, "encoding": "normal", "depth": "uint16")", {}, "png",
+            {0, 32768.0f / 65535, 49151.0f / 65535}},
+        {"NormalAsItIs", "vector", "[-1, 0, 1.5]", R"(, "encoding": "normal")", {}, "exr", {-1, 0, 1.5f}},
+        {"NormalStaysOneWhenLinear", "vector", "[-1, 0, 1]", R"(, "encoding": "normal")", kAskedLinear, "png",
+            {0, kHalf, 1}},
+        {"LinearColor", "color", "[0.5, 2, -1]", R"(, "encoding": "color", "colorspace": "linear")", {}, "png",
+            {kHalf, 1, 0}},
+        {"AskedColorSpaceWins", "color", "[0.5, 2, -1]", R"(, "colorspace": "linear")", kAskedSrgb, "png",
+            {kSrgbHalf, 1, 0}},
+        {"AskedDepthWins", "float", "0.3", R"(, "depth": "uint16")", kAsked8, "png", {77.0f / 255}},
+    }),
+    [](const auto& info) { return info.param.name; });
+
 // Channels are neither multiplied nor divided by alpha.
 TEST_F(BakeTest, ColoursAreWrittenAsTheyAreWhateverTheirAlpha)
 {

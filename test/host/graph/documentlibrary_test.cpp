@@ -233,6 +233,19 @@ TEST_F(DocumentLibraryTest, ParametersAreChecked)
         EXPECT_THAT(faults, HasSubstr(fault));
     EXPECT_THAT(faults, ::testing::Not(HasSubstr("a-b.c")));
     faults.clear();
+    EXPECT_FALSE(Load(R"({"version": 1, "nodes": {"n": {"type": "contrast"}, "number": {"type": "noise"}}, "outputs": {
+        "flat": {"from": "number.result", "encoding": "normal"}, "curved": {"from": "n.result", "encoding": "data",
+        "colorspace": "srgb"}, "deep": {"from": "n.result", "depth": 16}, "good": {"from": "n.result", "depth": "half"}}})",
+        graph, faults));
+    for (const char* const fault : {"outputs.flat.encoding: a Float is no normal", "outputs.curved.colorspace: srgb is for",
+             "outputs.deep.depth: expected one of uint8, uint16, half, float, got"})
+        EXPECT_THAT(faults, HasSubstr(fault));
+    faults.clear();
+    EXPECT_FALSE(Load(R"({"version": 1, "nodes": {"p": {"type": "placement2d"}},
+        "outputs": {"o": {"from": "p.result", "depth": "half"}, "plain": "p.result"}})",
+        graph, faults));
+    EXPECT_EQ(": outputs.o: a ShadingContext is no picture and has no encoding\n", faults);
+    faults.clear();
     EXPECT_TRUE(Load(R"({"version": 1, "parameters": {"idle": {"type": "Float", "default": 1}},
         "nodes": {"n": {"type": "contrast"}}, "outputs": {"o": "n.result"}})",
         graph, faults));
