@@ -213,16 +213,19 @@ TEST_F(DocumentLibraryTest, FaultsAreSaidInTheFileWhereTheyStand)
 
 TEST_F(DocumentLibraryTest, ParametersAreChecked)
 {
-    host::Graph graph;
     std::string faults;
-    EXPECT_FALSE(Load(R"({"version": 1, "parameters": {
+    const auto load = [&](const std::string& text) {
+        host::Graph graph;
+        faults.clear();
+        return Load(text, graph, faults);
+    };
+    EXPECT_FALSE(load(R"({"version": 1, "parameters": {
         "a.b": {"type": "Float", "default": 1}, "none": {"type": "Flaot", "default": 1}, "bare": {"type": "Float"},
         "odd": {"type": "Float", "default": [1]}, "limits": {"type": "Float", "default": 1, "min": "x"},
         "good": {"type": "Float", "default": 1}},
         "presets": {"p": {"goad": 1, "good": "x"}},
         "nodes": {"n": {"type": "contrast"}},
-        "outputs": {"../../x": "n.result", "a-b.c": "n.result", "o": {"from": "n.result", "encoding": "srgb"}}})",
-        graph, faults));
+        "outputs": {"../../x": "n.result", "a-b.c": "n.result", "o": {"from": "n.result", "encoding": "srgb"}}})"));
     for (const char* const fault : {"parameters.a.b: a name is",
              "parameters.none.type: there is no type of values "
              "\"Flaot\"; did you mean \"Float\"?",
@@ -232,24 +235,63 @@ TEST_F(DocumentLibraryTest, ParametersAreChecked)
              "outputs.o.encoding: expected one of color, data, normal"})
         EXPECT_THAT(faults, HasSubstr(fault));
     EXPECT_THAT(faults, ::testing::Not(HasSubstr("a-b.c")));
-    faults.clear();
-    EXPECT_FALSE(Load(R"({"version": 1, "nodes": {"n": {"type": "contrast"}, "number": {"type": "noise"}}, "outputs": {
+    EXPECT_FALSE(load(R"({"version": 1, "nodes": {"n": {"type": "contrast"}, "number": {"type": "noise"}}, "outputs": {
         "flat": {"from": "number.result", "encoding": "normal"}, "curved": {"from": "n.result", "encoding": "data",
-        "colorspace": "srgb"}, "deep": {"from": "n.result", "depth": 16}, "good": {"from": "n.result", "depth": "half"}}})",
-        graph, faults));
-    for (const char* const fault : {"outputs.flat.encoding: a Float is no normal", "outputs.curved.colorspace: srgb is for",
-             "outputs.deep.depth: expected one of uint8, uint16, half, float, got"})
+        "colorspace": "srgb"}, "deep": {"from": "n.result", "depth": 16}, "good": {"from": "n.result", "depth": "half"}}})"));
+    for (const char* const fault :
+        {"outputs.flat.encoding: a Float is no normal", "outputs.curved.colorspace: srgb is for",
+            "outputs.deep.depth: expected one of uint8, uint16, half, float, got"})
         EXPECT_THAT(faults, HasSubstr(fault));
-    faults.clear();
-    EXPECT_FALSE(Load(R"({"version": 1, "nodes": {"p": {"type": "placement2d"}},
-        "outputs": {"o": {"from": "p.result", "depth": "half"}, "plain": "p.result"}})",
-        graph, faults));
+    EXPECT_FALSE(load(R"({"version": 1, "nodes": {"p": {"type": "placement2d"}},
+        "outputs": {"o": {"from": "p.result", "depth": "half"}, "plain": "p.result"}})"));
     EXPECT_EQ(": outputs.o: a ShadingContext is no picture and has no encoding\n", faults);
-    faults.clear();
-    EXPECT_TRUE(Load(R"({"version": 1, "parameters": {"idle": {"type": "Float", "default": 1}},
-        "nodes": {"n": {"type": "contrast"}}, "outputs": {"o": "n.result"}})",
-        graph, faults));
+    EXPECT_TRUE(load(R"({"version": 1, "parameters": {"idle": {"type": "Float", "default": 1}},
+        "nodes": {"n": {"type": "contrast"}}, "outputs": {"o": "n.result"}})"));
     EXPECT_EQ(": parameters.idle: no input takes it (warning)\n", faults);
+}
+
+TEST_F(DocumentLibraryTest, LimitsOfParametersAreThoseOfPorts)
+{
+    host::GraphOptions options;
+    options.warnsOutsideLimits = true; // as a check does
+    options.settings.resize(1);
+    ASSERT_TRUE(host::ParseSetting("least=-1", options.settings[0]));
+    host::Graph graph;
+    std::string faults;
+    EXPECT_TRUE(Load(R"({"version": 1, "parameters": {
+        "least": {"type": "Float", "default": 1, "min": 0}, "most": {"type": "Vector2d", "default": [1, 5], "max": [2, 4]}},
+        "presets": {"wide": {"most": [3, 1]}},
+        "nodes": {"n": {"type": "board.json", "inputs": {"repeat": 21}},
+            "c": {"type": "contrast", "inputs": {"contrast": {"parameter": "least"}}},
+            "p": {"type": "placement2d", "inputs": {"localRepetitions": {"parameter": "most"}}}},
+        "outputs": {"o": "n.color", "c": "c.result", "p": "p.result"}})",
+        graph, faults, options));
+    EXPECT_EQ(": parameters.most.default[1]: 5 is above the most, 4 (warning)\n"
+              ": presets.wide.most[0]: 3 is above the most, 2 (warning)\n"
+              ": --set least: -1 is below the least, 0 (warning)\n"
+              ": nodes.n.inputs.repeat: 21 is above the most, 20 (warning)\n",
+        faults);
+}
+
+// Read once, and as large as it is when it is written out; as often as the limit of nodes allows.
+TEST_F(DocumentLibraryTest, ADocumentMayStandThousandsOfTimes)
+{
+    const auto load = [&](int instances, host::Graph& graph, std::string& faults) {
+        std::string nodes;
+        for (int i = 0; i < instances; ++i)
+            nodes += fmt::format(
+                R"({}"n{}": {{"type": "board.json", "inputs": {{"repeat": {}}}}})", i > 0 ? ", " : "", i, i % 5 + 1);
+        return Load(
+            fmt::format(R"({{"version": 1, "nodes": {{{}}}, "outputs": {{"o": "n{}.color"}}}})", nodes, instances - 1),
+            graph, faults);
+    };
+    host::Graph graph;
+    std::string faults;
+    ASSERT_TRUE(load(10'000, graph, faults)) << faults;
+    EXPECT_EQ(1u, graph.document.files.size());
+    EXPECT_EQ(40'000u, graph.document.graph.nodes.size()); // a noise is two
+    EXPECT_FALSE(load(34'000, graph, faults));
+    EXPECT_THAT(faults, HasSubstr("more than 100000 nodes"));
 }
 
 } // namespace
