@@ -10,6 +10,7 @@
 #include "merge.h"
 #include "module.h"
 #include "nodes.h"
+#include "schema.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -36,6 +37,15 @@ void AddModules(CLI::App& command, ModuleOptions& options)
         ->allow_extra_args(false);
 }
 
+void AddLibrary(CLI::App& command, std::vector<std::string>& libraries)
+{
+    command
+        .add_option("--library", libraries,
+            "where documents are that go by their names; VELTO_LIBRARY names further directories")
+        ->type_name("DIR")
+        ->allow_extra_args(false);
+}
+
 void AddGraph(CLI::App& command, GraphArguments& arguments)
 {
     command.add_option("GRAPH", arguments.file, "the graph document, a JSON file")->required();
@@ -59,11 +69,7 @@ void AddGraph(CLI::App& command, GraphArguments& arguments)
         ->envname("VELTO_MEMORY");
     command.add_flag(
         "--force", arguments.force, "goes on although a sample takes more than 1,000,000,000 evaluations of nodes");
-    command
-        .add_option("--library", arguments.libraries,
-            "where documents are that go by their names; VELTO_LIBRARY names further directories")
-        ->type_name("DIR")
-        ->allow_extra_args(false);
+    AddLibrary(command, arguments.libraries);
     command.add_option("--preset", arguments.presets, "gives the parameters a preset's values")
         ->type_name("NAME")
         ->allow_extra_args(false);
@@ -266,6 +272,7 @@ int Main(int argc, char** argv)
     nodesCommand->add_option("ID", nodes.words, "the node to describe, a document, or words to look for")
         ->type_name("");
     AddModules(*nodesCommand, nodes.modules);
+    AddLibrary(*nodesCommand, nodes.libraries);
     nodesCommand->add_flag("--core", nodes.core, "core nodes instead of described nodes");
     nodesCommand->add_flag("--json", nodes.json, "JSON");
 
@@ -287,6 +294,12 @@ int Main(int argc, char** argv)
     edit.words = view.words = argv;
     view.isView = true;
     AddEdit(app, "view", "shows a graph's picture in the browser, and follows its file", view);
+
+    SchemaArguments schema;
+    CLI::App* const schemaCommand =
+        app.add_subcommand("schema", "prints a JSON Schema of documents, by which editors complete and check them");
+    AddModules(*schemaCommand, schema.modules);
+    AddLibrary(*schemaCommand, schema.libraries);
 
     ModuleArguments module;
     CLI::App* const moduleCommand = app.add_subcommand("module", "tells what the loaded modules publish");
@@ -371,6 +384,8 @@ int Main(int argc, char** argv)
     }
     else if (command == inspectCommand)
         status = Inspect(inspect, streams);
+    else if (command == schemaCommand)
+        status = Schema(schema, streams);
     else if (command == moduleCommand)
         status = Module(module, streams);
     if (status == kSuccess && streams.isStrict && warnings > 0)

@@ -50,8 +50,10 @@ int DescribeDocument(const std::string& file, const NodesArguments& arguments, c
     const std::shared_ptr<host::NodeCatalog>& catalog)
 {
     host::Diagnostics diagnostics;
+    std::vector<std::string> libraries = arguments.libraries;
+    AddLibraries(libraries);
     const std::shared_ptr<const host::NodeType> type =
-        host::ReadDocumentType(file, catalog, {{}, {}, arguments.libraries}, diagnostics);
+        host::ReadDocumentType(file, catalog, {{}, {}, libraries}, diagnostics);
     PrintDiagnostics(streams, file, diagnostics);
     if (!type)
         return kWrongInput;

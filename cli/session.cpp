@@ -46,7 +46,7 @@ void PlacesOf(const GraphArguments& arguments, host::GraphOptions& options)
     options.searchPaths = arguments.searchPaths;
     options.libraries = arguments.libraries;
     AddFromEnvironment("VELTO_SEARCH_PATH", options.searchPaths);
-    AddFromEnvironment("VELTO_LIBRARY", options.libraries);
+    AddLibraries(options.libraries);
     // Files are also looked for beside the document.
     if (isFile)
         options.searchPaths.push_back(std::filesystem::absolute(arguments.file).parent_path().string());
@@ -130,6 +130,11 @@ void PrintDiagnostics(const Streams& streams, const std::string& file, const hos
         else
             PrintError(streams, line);
     }
+}
+
+void AddLibraries(std::vector<std::string>& libraries)
+{
+    AddFromEnvironment("VELTO_LIBRARY", libraries);
 }
 
 bool LoadModules(const ModuleOptions& options, const Streams& streams, std::shared_ptr<host::Modules>& modules)

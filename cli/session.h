@@ -65,6 +65,9 @@ struct ModuleOptions
 // Loads the modules; an error is printed.
 bool LoadModules(const ModuleOptions& options, const Streams& streams, std::shared_ptr<host::Modules>& modules);
 
+// Appends the directories that the environment names.
+void AddLibraries(std::vector<std::string>& libraries);
+
 struct GraphArguments
 {
     std::string file;
