@@ -186,7 +186,8 @@ class Session {
             if (text === this.text) this.heat = heat;
             this.note = `${heat.nanosecondsPerSample.toPrecision(3)} ns a sample`;
         } catch (failure) {
-            this.#say(failure);
+            if (failure instanceof Refusal && failure.status === 404) this.note = 'This command measures no costs.';
+            else this.#say(failure);
         }
     }
 
