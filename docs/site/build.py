@@ -16,6 +16,7 @@ import time
 from pathlib import Path
 
 sys.dont_write_bytecode = True
+sys.path.append(str(Path(__file__).resolve().parent.parent.parent / "tools"))
 try:
     import jinja2
     from markupsafe import Markup
@@ -24,9 +25,10 @@ except ImportError as missing:
     sys.exit(f"build.py: {missing}; ./dev setup installs what is missing")
 from nodes import CATEGORIES, NodePages, document_pictures, grouped, material_views, types_in
 from pictures import ROOT, Baker
+import screenshots
 
 HERE = Path(__file__).resolve().parent
-GUIDES = ["first-graph", "texture-set", "write-a-node", "embed", "samples"]
+GUIDES = ["first-graph", "editor", "texture-set", "write-a-node", "embed", "samples"]
 PAGES = ["ARCHITECTURE.md", "CONTRIBUTING.md", "docs/decisions/README.md"]  # beside docs/*.md
 
 
@@ -124,6 +126,10 @@ def materials(baker, nodes):
 def texts(baker, cache):
     """Guides in the order of reading, pages of reference, decisions; all of them done as they say."""
     guides = [Guide(path, baker, cache / "guides" / path.stem) for path in sorted((ROOT / "docs/guides").glob("*.md"))]
+    if (baker.velto.parent / "editor/index.html").exists():
+        screenshots.take(baker.velto, cache / "guides/editor")
+    else:  # built without the editor's page
+        guides = [guide for guide in guides if guide.path.stem != "editor"]
     guides.sort(key=lambda guide: GUIDES.index(guide.path.stem) if guide.path.stem in GUIDES else len(GUIDES))
     sources = sorted((ROOT / "docs").glob("*.md")) + [ROOT / name for name in PAGES]
     reference = [Guide(path, baker) for path in sources]

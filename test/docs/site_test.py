@@ -12,6 +12,9 @@ from urllib.parse import unquote, urldefrag, urlparse
 
 sys.dont_write_bytecode = True
 ROOT = Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT / "tools"))
+import browser as browsers
+
 WIDTH = 400  # of a telephone
 MIB = 2 ** 20
 
@@ -49,32 +52,11 @@ return [...document.querySelectorAll("#found a")].slice(0, 3).map(link => link.h
 
 
 def start_browser():
-    try:
-        from selenium import webdriver
-        from selenium.common.exceptions import WebDriverException
-        from selenium.webdriver.chrome.service import Service
-    except ImportError:
-        sys.exit("site_test.py: python3-selenium is missing; ./dev setup installs it")
-    programs = {"chromium": "/usr/bin/chromium", "chromium-driver": "/usr/bin/chromedriver"}
-    for package, program in programs.items():
-        if not Path(program).exists():
-            sys.exit(f"site_test.py: {package} is missing; ./dev setup installs it")
-    options = webdriver.ChromeOptions()
-    options.binary_location = programs["chromium"]
-    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage"):
-        options.add_argument(argument)
-    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    try:
-        browser = webdriver.Chrome(service=Service(programs["chromium-driver"]), options=options)
-    except WebDriverException as failure:
-        sys.exit(f"site_test.py: the browser does not start: {failure.msg}")
-    browser.set_script_timeout(60)
+    browser = browsers.start(WIDTH, 800, "--disable-gpu")
     # A page of the disk has no need of anything else.
     browser.execute_cdp_cmd("Network.enable", {})
     browser.execute_cdp_cmd("Network.emulateNetworkConditions",
                             {"offline": True, "latency": 0, "downloadThroughput": 0, "uploadThroughput": 0})
-    browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
-                            {"width": WIDTH, "height": 800, "deviceScaleFactor": 1, "mobile": False})
     return browser
 
 
