@@ -39,7 +39,7 @@ struct BakeOptions
     PictureEncoding encoding; // goes before the document's
     bool hashesPixels = false;
     std::function<void(const BakeProgress&)> progress; // [the calling thread] after each of its tiles
-    const std::atomic<bool>* stop = nullptr;           // true: stop within a row of a tile or a call of a raster
+    const std::atomic<bool>* stop = nullptr;           // true: stop soon, within some samples
 };
 
 struct BakeStatistics

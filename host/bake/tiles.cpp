@@ -3,9 +3,13 @@
 #include "host/system/guard.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace velto::host
 {
+
+// A row is sampled in pieces, of about this time where samples take long: between them one can stop.
+static constexpr std::chrono::milliseconds kLongPiece(8);
 
 Result TileSampler::Create(Setup& setup, const ShadingContext& shared, const BakeView& view,
     std::vector<std::size_t> outputs, std::unique_ptr<TileSampler>& made)
@@ -38,11 +42,10 @@ Result TileSampler::Sample(const Tile& tile, std::span<float* const> to, std::si
     const std::atomic<bool>* stop, TileFailure& failure)
 {
     return Guarded([&]() -> Result {
+        stop_ = stop;
         PrepareColumns(tile);
-        for (int row = 0; row < tile.height; ++row)
+        for (int row = 0; row < tile.height && !IsStopped(); ++row)
         {
-            if (stop && stop->load(std::memory_order_relaxed))
-                return {};
             int failed = 0;
             const std::size_t pixel = static_cast<std::size_t>(row) * pitch;
             const auto sample = view_.supersample == 1 ? &TileSampler::SampleDirectly : &TileSampler::SampleMeans;
@@ -74,7 +77,37 @@ Result TileSampler::SampleInto(SampleRow& row, int most, SampleFailure& failure)
     if (row.Begin() >= end)
         return {};
     sampler_->SetShared(row.Shared());
-    return sampler_->Sample(static_cast<std::size_t>(end - row.Begin()), row.Fields(), values_, &failure);
+    const std::span<const FieldArray> fields = row.Fields();
+    for (int done = 0; done < end - row.Begin() && !IsStopped();)
+    {
+        const int count = std::min(piece_, end - row.Begin() - done);
+        const auto start = std::chrono::steady_clock::now();
+        Result sampled = SamplePiece(fields, done, count, failure);
+        if (sampled.IsError())
+            return sampled;
+        const auto time = std::chrono::steady_clock::now() - start;
+        if (time > kLongPiece)
+            piece_ = std::max(piece_ / 2, 1);
+        else if (time < kLongPiece / 4)
+            piece_ = std::min(piece_ * 2, kTileSide);
+        done += count;
+    }
+    return {};
+}
+
+Result TileSampler::SamplePiece(std::span<const FieldArray> fields, int begin, int count, SampleFailure& failure)
+{
+    if (begin == 0)
+        return sampler_->Sample(static_cast<std::size_t>(count), fields, values_, &failure);
+    pieceFields_.assign(fields.begin(), fields.end());
+    for (FieldArray& field : pieceFields_)
+        field.data = static_cast<const std::byte*>(field.data) + begin * field.stride;
+    pieceValues_ = values_;
+    for (ValueArray& value : pieceValues_)
+        value.data = static_cast<std::byte*>(value.data) + begin * value.stride;
+    Result sampled = sampler_->Sample(static_cast<std::size_t>(count), pieceFields_, pieceValues_, &failure);
+    failure.sample += static_cast<std::size_t>(begin);
+    return sampled;
 }
 
 Result TileSampler::SampleDirectly(const Tile& tile, int y, std::span<float* const> to, std::size_t pixel, int& failed)

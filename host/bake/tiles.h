@@ -56,6 +56,8 @@ private:
 
     void PrepareColumns(const Tile& tile);
     Result SampleInto(SampleRow& row, int most, SampleFailure& failure);
+    Result SamplePiece(std::span<const FieldArray> fields, int begin, int count, SampleFailure& failure);
+    bool IsStopped() const { return stop_ && stop_->load(std::memory_order_relaxed); }
     Result SampleDirectly(const Tile& tile, int y, std::span<float* const> to, std::size_t pixel, int& failed);
     Result SampleMeans(const Tile& tile, int y, std::span<float* const> to, std::size_t pixel, int& failed);
 
@@ -66,6 +68,10 @@ private:
     int width_ = 0;
     std::vector<SampleRow> columns_; // by the sample's place within its pixel
     std::vector<ValueArray> values_;
+    std::vector<FieldArray> pieceFields_;
+    std::vector<ValueArray> pieceValues_;
+    int piece_ = 4; // samples
+    const std::atomic<bool>* stop_ = nullptr;
     const std::string* failedNode_ = nullptr;
 };
 
