@@ -16,7 +16,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 CODE = (".h", ".cpp", ".py", ".sh", ".cmake", ".ts", ".svelte")
-HOUSES = ("include", "module", "host", "cli", "editor", "test", "bench", "examples", "tools", "docs", "cmake")
+HOUSES = ("include", "module", "host", "cli", "editor", "test", "bench", "python", "examples", "tools", "docs", "cmake")
 faults = []
 
 
@@ -57,7 +57,8 @@ def check_includes():
     public = set(re.findall(r"[\w/]+\.h", re.search(r"set\(public_headers([^)]*)", (ROOT / "host/CMakeLists.txt")
                                                     .read_text()).group(1)))
     for house, banned in (("include", ("host/", "module/", "cli/")), ("module", ("host/", "cli/", "test/")),
-                          ("host", ("module/", "cli/", "test/")), ("cli", ("module/", "test/"))):
+                          ("host", ("module/", "cli/", "test/")), ("cli", ("module/", "test/")),
+                          ("python", ("module/", "cli/", "test/"))):
         for path in files(house, suffixes=(".h", ".cpp")):
             for included in includes(path):
                 target = ROOT / included
@@ -68,7 +69,7 @@ def check_includes():
                 if relative.startswith(banned):
                     fault(name(path), f"{house} must not include {relative}")
                 is_host = relative.startswith("host/") and relative[5:] not in public
-                if is_host and (house == "cli" or name(path)[5:] in public):
+                if is_host and (house in ("cli", "python") or name(path)[5:] in public):
                     fault(name(path), f"{relative} is no public header")
                 if name(path)[5:] in public and re.match(r"(fmt|spdlog|nlohmann|tbb|oneapi|OpenImageIO|hwy)/", included):
                     fault(name(path), f"a public header includes <{included}>")

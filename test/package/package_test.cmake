@@ -50,6 +50,18 @@ if(NOT EXISTS ${work}/demo.png)
     message(FATAL_ERROR "the installed command baked nothing")
 endif()
 
+# The Python package, where it is built: what an artist has who puts the prefix's packages on the path.
+file(GLOB package ${prefix}/lib/python3*/dist-packages)
+file(GLOB extension ${package}/velto/_velto*.so)
+if(extension)
+    run(shown ${CMAKE_COMMAND} -E env PYTHONPATH=${package} PYTHONDONTWRITEBYTECODE=1 ${PYTHON} -c
+        "import velto; graph = velto.load('${work}/graph.json'); print(graph.sample(0.5, 0.5)['color'].tolist());
+velto.write('${work}/python.jpg', graph.bake(8)['color'])")
+    if(NOT shown STREQUAL "[0.5, 0.0, -1.0, 1.0]\n" OR NOT EXISTS ${work}/python.jpg)
+        message(FATAL_ERROR "the installed Python package shows ${shown}")
+    endif()
+endif()
+
 # A module of one node: named on the command line, installed ahead of the other in the folder, and alone there.
 run(ignored ${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/module -B ${work}/module -G ${GENERATOR}
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=${BUILD_TYPE})
