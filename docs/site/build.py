@@ -28,7 +28,7 @@ from pictures import ROOT, Baker
 import screenshots
 
 HERE = Path(__file__).resolve().parent
-GUIDES = ["first-graph", "editor", "texture-set", "write-a-node", "embed", "samples"]
+GUIDES = ["first-graph", "editor", "texture-set", "write-a-node", "python", "embed", "samples"]
 PAGES = ["ARCHITECTURE.md", "CONTRIBUTING.md", "docs/decisions/README.md"]  # beside docs/*.md
 
 

@@ -4,12 +4,15 @@
     ```sh                   commands, run in the guide's own folder
     ```output               what the last commands print
     ```cpp path/of/a.cpp    a part of a file of the project, as it stands there; a new one has to compile
+    ```py first.py          a program that the guide has the reader write
+    ```py path/of/a.py      a whole program of the project, which the commands run by its name
     ![alt](first.png)       a picture that the commands made
 """
 import os
 import re
 import shutil
 import subprocess
+import sys
 from html import escape
 from pathlib import Path
 
@@ -70,6 +73,11 @@ class Guide:
                 path.write_text(body)
                 if '"version"' in body and not file.startswith("wrong"):
                     self.baker.run("check", path, place=f"{self.name}: {file}")
+            elif kind == "py" and file:
+                path = self.folder / Path(file).name
+                path.write_text(body)
+                if "/" in file and body != (ROOT / file).read_text():
+                    self.fault(f"what it shows is not {file}")
             elif file and (ROOT / file).exists():
                 if body not in (ROOT / file).read_text():
                     self.fault(f"what it shows does not stand in {file}")
@@ -92,7 +100,13 @@ class Guide:
             self.fault(f"{file} does not compile:\n{done.stderr}")
 
     def shell(self, commands):
-        environment = {**os.environ, "PATH": f"{self.baker.velto.parent}:{os.environ['PATH']}", "LC_ALL": "C.UTF-8"}
+        programs = self.folder / ".bin"  # where python3 is the system's, whatever a user has put before it
+        programs.mkdir(exist_ok=True)
+        if not (programs / "python3").exists():
+            (programs / "python3").symlink_to(sys.executable)
+        velto = self.baker.velto.parent
+        environment = {**os.environ, "PATH": f"{programs}:{velto}:{os.environ['PATH']}", "LC_ALL": "C.UTF-8",
+                       "PYTHONPATH": str(velto / "python"), "PYTHONDONTWRITEBYTECODE": "1"}
         done = subprocess.run(["bash", "-euo", "pipefail", "-c", commands], cwd=self.folder, env=environment,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
         if done.returncode:
