@@ -16,7 +16,9 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 CODE = (".h", ".cpp", ".py", ".sh", ".cmake", ".ts", ".svelte")
-HOUSES = ("include", "module", "host", "cli", "editor", "test", "bench", "python", "examples", "tools", "docs", "cmake")
+HOUSES = ("include", "module", "toolkit", "host", "cli", "editor", "test", "bench", "python",
+          "examples", "tools", "docs", "cmake")
+MODULES = ("module", "toolkit")  # houses that are loaded
 faults = []
 
 
@@ -56,9 +58,11 @@ def includes(path):
 def check_includes():
     public = set(re.findall(r"[\w/]+\.h", re.search(r"set\(public_headers([^)]*)", (ROOT / "host/CMakeLists.txt")
                                                     .read_text()).group(1)))
-    for house, banned in (("include", ("host/", "module/", "cli/")), ("module", ("host/", "cli/", "test/")),
-                          ("host", ("module/", "cli/", "test/")), ("cli", ("module/", "test/")),
-                          ("python", ("module/", "cli/", "test/"))):
+    for house, banned in (("include", ("host/", "module/", "toolkit/", "cli/")),
+                          ("module", ("host/", "toolkit/", "cli/", "test/")),
+                          ("toolkit", ("host/", "cli/", "test/")),
+                          ("host", ("module/", "toolkit/", "cli/", "test/")), ("cli", ("module/", "toolkit/", "test/")),
+                          ("python", ("module/", "toolkit/", "cli/", "test/"))):
         for path in files(house, suffixes=(".h", ".cpp")):
             for included in includes(path):
                 target = ROOT / included
@@ -182,7 +186,7 @@ def check_descriptions(command):
     described = {}
     core_used = set()
     values = set()
-    for path in files("module/resource", suffixes=(".json",)):
+    for path in files(*(f"{module}/resource" for module in MODULES), suffixes=(".json",)):
         if path.parent.name == "lists":
             continue
         text = whole_description(path)
@@ -201,7 +205,7 @@ def check_descriptions(command):
             fault(name(path), f"there is no {name(example)}")
         elif path.stem not in (node["type"] for node in json.loads(example.read_text())["nodes"].values()):
             fault(name(example), f"shows no {path.stem}")
-    for path in files("module/source", suffixes=(".cpp",)):
+    for path in files(*(f"{module}/source" for module in MODULES), suffixes=(".cpp",)):
         source = path.read_text()
         for known in re.findall(r'VELTO_INTERNED_ID\(\w+, "([^"]+)"\)', source):
             if "VELTO_CORE_NODE" in source and known not in values:
@@ -214,7 +218,7 @@ def check_descriptions(command):
 
     for core in sorted(ask("--core") - core_used):
         if "." in core:  # else it is a second name
-            fault("module/resource", f"no description uses {core}")
+            fault("resource", f"no description uses {core}")
     for missing in sorted(described.keys() - ask()):
         fault(name(described[missing]), f"the command does not list {missing}")
 
@@ -228,7 +232,7 @@ def check_headers():
         errors = [line for line in done.stderr.splitlines() if "error" in line]
         return path, errors[:1] if done.returncode else []
 
-    headers = files("include", "module", "host", "cli", suffixes=(".h",))
+    headers = files("include", *MODULES, "host", "cli", suffixes=(".h",))
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         for path, errors in pool.map(compile_alone, headers):
             for error in errors:

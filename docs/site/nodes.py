@@ -57,15 +57,15 @@ def last_word(text):
 
 def value_labels(node):
     """What the description calls the values of enumerations, by port and id; the list of nodes has the ids alone."""
-    folder = ROOT / "module/resource"
-    path = folder / f"{node['name']}.json"
+    path = next((path for module in ("module", "toolkit")
+                 if (path := ROOT / module / "resource" / f"{node['name']}.json").exists()), ROOT / "none")
     ports = json.loads(path.read_text())["inputs"] if path.exists() else []
     ports += [member for port in ports for member in port.get("bundle", [])]
     labels = {}
     for port in ports:
         values = port.get("values", [])
         if isinstance(values, str):
-            values = json.loads((folder / f"lists/{values}.json").read_text())
+            values = json.loads((path.parent / f"lists/{values}.json").read_text())
         labels[port.get("name")] = {value["id"]: value["label"] for value in values}
     return labels
 
