@@ -209,7 +209,7 @@ def output_types(document, nodes):
     """Name to type of the outputs that a document states."""
     types = {}
     for name, place in document.get("outputs", {}).items():
-        node, port = place.split(".", 1)
+        node, port = (place["from"] if isinstance(place, dict) else place).split(".", 1)
         ports = nodes.get(last_word(document["nodes"][node]["type"]), {"ports": []})["ports"]
         types[name] = next((p["type"] for p in ports if p["direction"] == "out" and p["name"] == port), "ColorA")
     return types
