@@ -1,7 +1,6 @@
 #include "graph.h"
 
 #include "host/loader/services.h"
-#include "host/text/url.h"
 
 #include <cstdlib>
 
@@ -11,16 +10,15 @@ namespace velto::bench
 namespace
 {
 
-std::shared_ptr<host::Module> TheModule()
+std::shared_ptr<host::Modules> TheModules()
 {
-    static const std::shared_ptr<host::Module> module = [] {
-        host::SetResourceDirectory(VELTO_BUILD_DIR "/resource");
-        std::shared_ptr<host::Module> loaded;
-        if (host::Module::Load(VELTO_BUILD_DIR "/modules/shadernodes.module", loaded).IsError())
+    static const std::shared_ptr<host::Modules> modules = [] {
+        std::shared_ptr<host::Modules> loaded;
+        if (host::Modules::Load(host::ModuleFiles(VELTO_BUILD_DIR "/modules"), loaded).IsError())
             std::abort();
         return loaded;
     }();
-    return module;
+    return modules;
 }
 
 } // namespace
@@ -28,7 +26,7 @@ std::shared_ptr<host::Module> TheModule()
 void LoadGraph(std::string_view document, host::Graph& graph)
 {
     host::Diagnostics diagnostics;
-    if (!host::LoadGraph(document, TheModule(), {}, diagnostics, graph) || graph.setup->Run().IsError())
+    if (!host::LoadGraph(document, TheModules(), {}, diagnostics, graph) || graph.setup->Run().IsError())
     {
         for (const host::Diagnostic& diagnostic : diagnostics.All())
             std::fprintf(stderr, "%s: %s\n", diagnostic.place.c_str(), diagnostic.text.c_str());

@@ -1,7 +1,6 @@
 #include "eval.h"
 
 #include "host/loader/module.h"
-#include "host/text/url.h"
 
 #include <cmath>
 
@@ -15,11 +14,11 @@ using host::Json;
 std::shared_ptr<host::Module> TheModule()
 {
     static const std::shared_ptr<host::Module> module = [] {
-        host::SetResourceDirectory(VELTO_BUILD_DIR "/resource");
-        std::shared_ptr<host::Module> loaded;
-        const Result result = host::Module::Load(VELTO_BUILD_DIR "/modules/shadernodes.module", loaded);
+        std::shared_ptr<host::Modules> loaded;
+        const Result result = host::Modules::Load(host::ModuleFiles(VELTO_BUILD_DIR "/modules"), loaded);
         EXPECT_TRUE(result.IsOk()) << result.Message();
-        return loaded;
+        // The first holds the others.
+        return loaded ? std::shared_ptr<host::Module>(loaded, loaded->All().front().get()) : nullptr;
     }();
     return module;
 }
