@@ -63,6 +63,20 @@ double BlurTaps(const CallInputs& inputs)
     return radius && *radius <= 0.0 ? 1.0 : samples ? std::max(*samples, 0) : 0.0;
 }
 
+// About how many copies of a repeated pattern lie over a sample.
+double CopiesAt(const CallInputs& inputs)
+{
+    const auto* const scale = inputs.Constant<Vector2d>("scale");
+    return scale ? 1.0 + std::clamp(scale->x, 0.0, 4.0) * std::clamp(scale->y, 0.0, 4.0) : 1.0;
+}
+
+// How often a displaced pattern asks for its offset: step by step, for the sample and its two neighbours.
+double WarpSteps(const CallInputs& inputs)
+{
+    const auto* const steps = inputs.Constant<Int>("steps");
+    return 3.0 * static_cast<double>(steps ? std::clamp<Int>(*steps, 0, 16) : 1);
+}
+
 // How often a call of the node invokes the function. Values that it computes once and keeps do not count.
 double Invocations(const HostGroup& group, std::string_view port, const CallInputs& inputs)
 {
@@ -76,6 +90,12 @@ double Invocations(const HostGroup& group, std::string_view port, const CallInpu
         return 1.0 + BlurTaps(inputs);
     if (type == "net.velto.render.corenode.bump")
         return 3.0;
+    if (type == "net.velto.toolkit.corenode.shading.normalfromheight")
+        return 4.0;
+    if (type == "net.velto.toolkit.corenode.generator.tilesampler")
+        return CopiesAt(inputs);
+    if (type == "net.velto.toolkit.corenode.context.warp")
+        return port == "offset" ? WarpSteps(inputs) : 1.0;
     if (type != "net.velto.pattern.corenode.generator.scatter")
         return 1.0;
     // A sample looks at one bucket, and a sixteenth of the items is much for one.

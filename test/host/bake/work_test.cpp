@@ -30,6 +30,7 @@ TEST(Work, IsEstimatedAsItIsCounted)
         "inner": {"type": "kernel", "inputs": {"color": {"from": "tiles.result"}}},
         "outer": {"type": "kernel", "inputs": {"color": {"from": "inner.result"}}}}, "outputs": {"o": "outer.result"}})";
     const std::string documents[] = {std::string(kernels), Document("kernel", kColor), Document("bump", kColor),
+        Document("normalfromheight", R"("height": {"from": "c.result"})"),
         Document("blur", kColor + R"(, "mode": "kernel", "radius": 0.02, "resolution": 100)"),
         Document("blur", kColor + R"(, "mode": "kernel", "radius": -1)"),
         Document("blur", kColor + R"(, "mode": "stochastic", "samples": 20)"),
