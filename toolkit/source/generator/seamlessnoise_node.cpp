@@ -163,10 +163,10 @@ struct Mean
     Float32 plane;
     Float32 space;
 };
-static constexpr Mean kMeanSlope{0.234f, 0.2201f};
-static constexpr Mean kMeanRidge{0.609f, 0.629f};
-static constexpr Mean kMeanCell{0.41f, 0.5f};
-static constexpr Mean kMeanBorder{0.32f, 0.22f};
+static constexpr Mean kMeanSlope{0.234f, 0.2232f};
+static constexpr Mean kMeanRidge{0.577f, 0.594f};
+static constexpr Mean kMeanCell{0.381f, 0.464f};
+static constexpr Mean kMeanBorder{0.275f, 0.2005f};
 
 template <class Shape>
 VELTO_INLINE Float32 Sum(const Weights& weights, int count, const Float32* values, Float32 mean, Shape shape)
