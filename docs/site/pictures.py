@@ -43,7 +43,8 @@ class Baker:
     def tool_digest(self):
         folder = self.velto.parent
         binaries = [self.velto, *sorted(folder.glob("libvelto*")), *sorted((folder / "modules").glob("*.module"))]
-        descriptions = sorted((folder / "resource/modules/shadernodes.module").glob("**/*.json"))
+        descriptions = [path for module in sorted((folder / "resource/modules").iterdir())
+                        for path in sorted(module.glob("**/*.json"))]
         return digest(*(path.read_bytes() for path in binaries),
                       *(json.dumps(without_words(json.loads(path.read_text()))) for path in descriptions))
 

@@ -61,8 +61,8 @@ protected:
             for (const auto& [u, v] : {std::pair(0.0, along), std::pair(along, 0.0), std::pair(along, 0.375)})
             {
                 const Json here = look(u, v);
-                ASSERT_TRUE(AreEqual(here, look(u + 1, v), 1e-9)) << u << ' ' << v;
-                ASSERT_TRUE(AreEqual(here, look(u, v - 1), 1e-9)) << u << ' ' << v;
+                ASSERT_TRUE(AreEqual(here, look(u + 1, v), 1e-5)) << u << ' ' << v;
+                ASSERT_TRUE(AreEqual(here, look(u, v - 1), 1e-5)) << u << ' ' << v;
                 changes += here.Write() != first.Write();
                 first = here;
             }
