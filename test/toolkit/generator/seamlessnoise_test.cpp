@@ -179,9 +179,8 @@ TEST_P(SeamlessNoiseTest, LooksAlikeAlongBothAxes)
     {
         const double u = numbers.Next();
         const double v = numbers.Next();
-        const double value = noise.At(u, v);
-        const double toU = noise.At(u + kStep, v) - value;
-        const double toV = noise.At(u, v + kStep) - value;
+        const double toU = noise.At(u + kStep, v) - noise.At(u - kStep, v);
+        const double toV = noise.At(u, v + kStep) - noise.At(u, v - kStep);
         along[0] += toU * toU;
         along[1] += toV * toV;
         along[2] += toU * toV;
@@ -221,7 +220,7 @@ TEST_P(SeamlessNoiseTest, EverySettingCounts)
     other = setting;
     other.octaves = 3.5;
     EXPECT_EQ(hasLayers, differs(other) > 90);
-    EXPECT_GT(differs(setting, 0.4), 90);
+    EXPECT_GT(differs(setting, 0.4), 60); // a cell keeps its value
     other = setting;
     other.loop = 0;
     EXPECT_EQ(0, differs(other, 0.4));

@@ -69,11 +69,11 @@ TEST(ChooseTest, TakesTheNearestAndEvaluatesNoOther)
     const std::string samples = R"([{"set": {"c.index": -5, "a.a": [1, 0, 0, 1]}}, {"set": {"c.index": 1}},
         {"set": {"c.index": 99}}])";
     const host::Json varying = EvalJson(document, samples);
-    EXPECT_EQ("[1,0,0,1]", Output(varying, "result", 0));
-    EXPECT_EQ("[0,1,0,0.5]", Output(varying, "result", 1));
-    EXPECT_EQ("[0,0,1,1]", Output(varying, "result", 2));
+    EXPECT_EQ("[1, 0, 0, 1]", Output(varying, "result", 0));
+    EXPECT_EQ("[0, 1, 0, 0.5]", Output(varying, "result", 1));
+    EXPECT_EQ("[0, 0, 1, 1]", Output(varying, "result", 2));
     const host::Json fixed = EvalJson(document, R"([{"set": {"a.a": [1, 0, 0, 1]}}])");
-    EXPECT_EQ("[0,1,0,0.5]", Output(fixed, "result"));
+    EXPECT_EQ("[0, 1, 0, 0.5]", Output(fixed, "result"));
     EXPECT_LE(Evaluations(fixed, "a"), 0);
 }
 

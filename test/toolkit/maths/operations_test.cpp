@@ -27,7 +27,7 @@ void CheckOperations(const std::string& word, const std::vector<OperationRow>& r
             {name, fmt::format(R"({{"operation": "{}", {}}})", row.operation, row.inputs), row.expected, "{}", 1e-15});
         SCOPED_TRACE(name + ", as the sample says");
         const std::string document = fmt::format(
-            R"({{"version": 1, "nodes": {{"n": {{"type": "{}", "inputs": {{{}}}}}}}, "outputs": {{"result": "n.result"}}}})",
+            R"({{"version": 1, "nodes": {{"n": {{"type": "{}", "inputs": {{"operation": "", {}}}}}}}, "outputs": {{"result": "n.result"}}}})",
             type, row.inputs);
         const host::Json results =
             EvalJson(document, fmt::format(R"([{{"set": {{"n.operation": "{}"}}}}])", row.operation));
