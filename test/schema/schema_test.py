@@ -137,7 +137,8 @@ class Breaker:
         return bool(found)
 
     def break_link(self, document, chance):
-        links = list(places(document["nodes"], lambda value: isinstance(value, dict) and "from" in value))
+        links = list(places(document["nodes"],
+                            lambda value: isinstance(value, dict) and isinstance(value.get("from"), str)))
         if not links:
             return False
         container, key = chance.choice(links)

@@ -200,9 +200,9 @@ TEST_F(WriterTest, SaysWhatCannotBeWrittenBeforeAnythingIsSampled)
     } table[] = {
         {folder_.Path(longest + ".png"), "", PixelDepth::Default, nullptr},
         {folder_.Path(longest + "n.png"), "", PixelDepth::Default, "File name too long"},
-        {folder_.Path("pipe.png"), "", PixelDepth::Default, "no regular file"},
-        {folder_.Path("folder.png"), "", PixelDepth::Default, "no regular file"},
-        {"/dev/full", "png", PixelDepth::Default, "no regular file"},
+        {folder_.Path("pipe.png"), "", PixelDepth::Default, "not a regular file"},
+        {folder_.Path("folder.png"), "", PixelDepth::Default, "not a regular file"},
+        {"/dev/full", "png", PixelDepth::Default, "not a regular file"},
         {"/proc/picture.png", "", PixelDepth::Default, "cannot be written"},
         {folder_.Path("none/picture.png"), "", PixelDepth::Default, "No such file or directory"},
         {folder_.Path("picture.sgi"), "", PixelDepth::Default, "no format sgi is written; known are png, exr"},
