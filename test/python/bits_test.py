@@ -54,7 +54,7 @@ class Bits(unittest.TestCase):
                 with self.subTest(file=file.name, shape=shape):
                     done = support.run(
                         "bake", file, "-o", Path(folder) / "{output}.exr", "--json", "--size", "%dx%d" % size,
-                        "--supersample", supersample, "--shape", shape, "--frame", 6)
+                        "--supersample", supersample, "--shape", shape, "--frame", 6, "--depth", "float")
                     self.assertEqual(0, done.returncode, done.stderr)
                     pictures = graph.bake(size, supersample=supersample, shape=shape, time=6 / 25, threads=2)
                     for written in json.loads(done.stdout)["files"]:
