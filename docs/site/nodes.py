@@ -81,9 +81,10 @@ def port_rows(ports, labels):
         limits = ""
         if port.get("min") is not None or port.get("max") is not None:
             low, high = port.get("min"), port.get("max")
-            if isinstance(low, list) and len(set(low)) == 1 and len(set(high)) == 1:
+            if all(isinstance(limit, list) and len(set(limit)) == 1 for limit in (low, high)):
                 low, high = low[0], high[0]
-            limits = f"{show(low)} to {show(high)}"
+            limits = (f"at least {show(low)}" if high is None else f"at most {show(high)}" if low is None
+                      else f"{show(low)} to {show(high)}")
         default = port.get("default")
         rows.append({
             **port, "limits": limits, "prefix": prefix,

@@ -54,9 +54,12 @@ endif()
 file(GLOB package ${prefix}/lib/python3*/dist-packages)
 file(GLOB extension ${package}/velto/_velto*.so)
 if(extension)
-    run(shown ${CMAKE_COMMAND} -E env PYTHONPATH=${package} PYTHONDONTWRITEBYTECODE=1 ${PYTHON} -c
-        "import velto; graph = velto.load('${work}/graph.json'); print(graph.sample(0.5, 0.5)['color'].tolist());
-velto.write('${work}/python.jpg', graph.bake(8)['color'])")
+    file(WRITE ${work}/show.py "import velto
+graph = velto.load('${work}/graph.json')
+print(graph.sample(0.5, 0.5)['color'].tolist())
+velto.write('${work}/python.jpg', graph.bake(8)['color'])
+")
+    run(shown ${CMAKE_COMMAND} -E env PYTHONPATH=${package} PYTHONDONTWRITEBYTECODE=1 ${PYTHON} ${work}/show.py)
     if(NOT shown STREQUAL "[0.5, 0.0, -1.0, 1.0]\n" OR NOT EXISTS ${work}/python.jpg)
         message(FATAL_ERROR "the installed Python package shows ${shown}")
     endif()
