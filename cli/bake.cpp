@@ -95,7 +95,7 @@ public:
         rusage usage = {};
         getrusage(RUSAGE_SELF, &usage);
         json.Add("peakMemory", Json(static_cast<UInt>(usage.ru_maxrss) * 1024));
-        json.Add("fused", false);
+        json.Add("fused", statistics.fusedTiles > 0);
         Json list = Json::Array();
         for (std::string& warning : warnings)
             list.Append(Json(warning));
@@ -188,6 +188,8 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
                 PrintError(streams, baked.Message());
             return kFailed;
         }
+        if (!statistics.notFused.empty())
+            PrintNote(streams, fmt::format("the graph is not compiled: {}", std::exchange(statistics.notFused, {})));
         for (const host::WrittenFile& file : std::exchange(statistics.files, {}))
             summary.AddFile(file, graph, frame);
         if (&frame != &plan.frames.back())

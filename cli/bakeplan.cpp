@@ -79,6 +79,7 @@ bool ReadOptions(const BakeArguments& arguments, const Streams& streams, host::B
     }
     options.framesPerSecond = arguments.framesPerSecond;
     options.threads = arguments.threads;
+    options.fusing = arguments.isNotFused ? host::Fusing::Never : host::Fusing::WhenItPays;
     options.view.supersample = arguments.supersample;
     return Choose("--depth", arguments.depth,
                {{"", PixelDepth::Default}, {"uint8", PixelDepth::UInt8}, {"uint16", PixelDepth::UInt16},

@@ -30,6 +30,7 @@ struct BakeArguments
     std::string shard; // K/N
     bool skipExisting = false;
     std::string progress = "auto";
+    bool isNotFused = false;
     bool stats = false;
     bool json = false;
 };

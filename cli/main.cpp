@@ -169,6 +169,7 @@ void AddBakeOptions(CLI::App* bake, BakeArguments& a)
     bake->add_option(
         "--colorspace", a.colorSpace, "srgb or linear; default srgb for colours in 8- and 16-bit files, else linear");
     bake->add_option("--shape", a.shape, "plane or sphere")->capture_default_str();
+    bake->add_flag("--no-fuse", a.isNotFused, "does not compile the graph: slower in large pictures, of equal bits");
     bake->add_option("--progress", a.progress, "auto, always, never, or json: lines of JSON on stderr")
         ->check(CLI::IsMember({"auto", "always", "never", "json"}))
         ->capture_default_str();

@@ -43,7 +43,8 @@ function(velto_make_module target)
     target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti -ffp-contract=off
         $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
     target_link_libraries(${target} PRIVATE velto::contract)
-    target_link_options(${target} PRIVATE "LINKER:--version-script=${VELTO_MODULE_PARTS}/module.map")
+    # Bitcode says which build it is of.
+    target_link_options(${target} PRIVATE "LINKER:--build-id" "LINKER:--version-script=${VELTO_MODULE_PARTS}/module.map")
     if(NOT VELTO_SANITIZE)
         target_link_options(${target} PRIVATE "LINKER:--no-undefined")
     endif()

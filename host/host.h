@@ -18,6 +18,7 @@
 #include "host/bake/pictures.h"
 #include "host/bake/samples.h"
 #include "host/bake/work.h"
+#include "host/fuse/fuse.h"
 #include "host/graph/describe.h"
 #include "host/loader/module.h"
 #include "host/runtime/graph.h"

@@ -49,6 +49,25 @@ private:
     Clock::time_point start_ = Clock::now();
 };
 
+// The samples of a tile by compiled code, from arrays that are made beforehand, as a bake makes them for all rows.
+class FusedTile
+{
+public:
+    // `contexts` are those of the tile's samples. Without a compiler the tile is empty.
+    FusedTile(host::Graph& graph, const std::vector<ShadingContext>& contexts);
+
+    explicit operator bool() const { return kernel_ != nullptr; }
+
+    // `to`: the first output's values, `size` bytes each; false where a sample failed.
+    bool Sample(void* to, std::size_t size);
+
+private:
+    std::vector<host::FieldArray> fields_;
+    std::vector<std::vector<UInt>> lanes_;
+    std::unique_ptr<host::ThreadSampler> sampler_;
+    std::shared_ptr<const host::SampleKernel> kernel_;
+};
+
 // Nanoseconds a sample of both ways, and how they compare.
 inline void ReportBoth(benchmark::State& state, double moduleSeconds, double handSeconds)
 {
@@ -70,10 +89,21 @@ void MeasureAgainstHand(benchmark::State& state, std::string_view document, Hand
     std::vector<T> fromModule(kSamples);
     std::vector<T> fromHand(kSamples);
     ShadingContext context;
+    std::vector<ShadingContext> contexts(kSamples);
+    for (int i = 0; i < kSamples; ++i)
+        fill(contexts[static_cast<std::size_t>(i)], i);
+    constexpr bool isWhole = std::is_floating_point_v<T> || std::is_class_v<T>; // numbers as samplers write them
+    FusedTile fused(graph, isWhole ? contexts : std::vector<ShadingContext>());
+    std::vector<T> fromFused(kSamples);
+    double fusedSeconds = 0.0;
     double moduleSeconds = 0.0;
     double handSeconds = 0.0;
     for (auto _ : state)
     {
+        const Stopwatch fusedWatch;
+        if (fused && !fused.Sample(fromFused.data(), sizeof(T)))
+            return state.SkipWithError("a sample failed in compiled code");
+        fusedSeconds += fusedWatch.Seconds();
         const Stopwatch moduleWatch;
         for (int i = 0; i < kSamples; ++i)
         {
@@ -97,6 +127,12 @@ void MeasureAgainstHand(benchmark::State& state, std::string_view document, Hand
     if (std::memcmp(fromModule.data(), fromHand.data(), kSamples * sizeof(T)) != 0)
         return state.SkipWithError("the values differ from those of the loop by hand");
     ReportBoth(state, moduleSeconds, handSeconds);
+    if (!fused)
+        return;
+    if (std::memcmp(fromFused.data(), fromHand.data(), kSamples * sizeof(T)) != 0)
+        return state.SkipWithError("the compiled values differ from those of the loop by hand");
+    state.counters["fused_ns"] = fusedSeconds / (static_cast<double>(state.iterations()) * kSamples) * 1e9;
+    state.counters["fused_ratio"] = fusedSeconds / handSeconds;
 }
 
 } // namespace velto::bench

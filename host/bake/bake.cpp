@@ -1,5 +1,6 @@
 #include "bake.h"
 
+#include "fusing.h"
 #include "output.h"
 #include "tiles.h"
 
@@ -128,6 +129,8 @@ private:
         const int rows = BandRows();
         outputs_.Allocate(rows);
         samplingStart_ = Clock::now();
+        if (options_.fusing == Fusing::First)
+            VELTO_TRY(FuseFirst());
         sampler_ = std::this_thread::get_id();
         Report(0);
         for (int row = 0; row < window_.height; row += rows)
@@ -160,7 +163,40 @@ private:
                 statistics_.evaluations[i] += worker->Counts()[i];
         }
         graph_.setup->CollectCounts();
+        statistics_.notFused = fusing_.Finish();
+        statistics_.tiles += tilesDone_.load(std::memory_order_relaxed);
+        statistics_.fusedTiles += fusedTiles_.load(std::memory_order_relaxed);
         return {};
+    }
+
+    // Compiles before anything is sampled.
+    Result FuseFirst()
+    {
+        std::unique_ptr<TileSampler>& worker = workers_.local();
+        if (!worker)
+            VELTO_TRY(MakeWorker(worker));
+        StartFusing(*worker, {window_.x, window_.y, 1, 1});
+        fusing_.Wait();
+        return {};
+    }
+
+    void StartFusing(TileSampler& worker, const Tile& tile)
+    {
+        fusing_.Start(*graph_.setup, worker.Start(), worker.Shape(tile));
+    }
+
+    // Whether what is left would by calls take long enough to compile for it.
+    bool Pays() const
+    {
+        constexpr double kWorthwhile = 0.15; // seconds
+        constexpr UInt kFirst = 4;           // tiles, of which the first may do what the others need not
+        const UInt done = tilesDone_.load(std::memory_order_relaxed);
+        if (options_.fusing != Fusing::WhenItPays || done < kFirst)
+            return false;
+        const auto across = [](int side) { return (side + kTileSide - 1) / kTileSide; };
+        const UInt all = static_cast<UInt>(across(window_.width)) * static_cast<UInt>(across(window_.height));
+        const double each = SecondsSince(samplingStart_) / static_cast<double>(done);
+        return each * static_cast<double>(all - std::min(all, done)) > kWorthwhile;
     }
 
     // The times of all frames; the sizes are the same in each.
@@ -187,6 +223,7 @@ private:
             area,
             [&](const tbb::blocked_range2d<int>& tile) {
                 SampleTile(row, tile);
+                tilesDone_.fetch_add(1, std::memory_order_relaxed);
                 const auto pixels = static_cast<UInt>(tile.rows().size() * tile.cols().size());
                 const UInt done = pixelsDone_.fetch_add(pixels, std::memory_order_release) + pixels;
                 if (std::this_thread::get_id() == sampler_)
@@ -216,6 +253,14 @@ private:
         float* to[kMaxTargets];
         for (std::size_t t = 0; t < targets.size(); ++t)
             to[t] = targets[t].band + pixel * static_cast<std::size_t>(targets[t].channels);
+        const std::shared_ptr<const SampleKernel> kernel = fusing_.Kernel();
+        if (kernel)
+        {
+            worker->UseKernel(kernel);
+            fusedTiles_.fetch_add(1, std::memory_order_relaxed);
+        }
+        else if (Pays())
+            StartFusing(*worker, tile);
         TileFailure failure;
         if (Result sampled = worker->Sample(tile, {to, targets.size()}, pitch, options_.stop, failure);
             sampled.IsError())
@@ -275,6 +320,9 @@ private:
     UInt pixelsReported_ = 0;
     Clock::time_point samplingStart_;
     std::thread::id sampler_; // the calling thread
+    std::atomic<UInt> tilesDone_ = 0;
+    std::atomic<UInt> fusedTiles_ = 0;
+    FusingTask fusing_; // ends before what it reads
 };
 
 } // namespace

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <functional>
+#include <string>
 
 namespace velto::host
 {
@@ -29,13 +30,22 @@ struct BakeFailure
     int y = 0;
 };
 
+// Whether a bake compiles its graph.
+enum class Fusing : std::uint8_t
+{
+    Never,
+    WhenItPays, // beside the sampling, which begins by calls
+    First,
+};
+
 struct BakeOptions
 {
     BakeView view;
     BakeWindow window;    // of the picture; empty: all of it
     double seconds = 0.0; // the time of the frame
     double framesPerSecond = 25.0;
-    int threads = 0;          // 0: as many as the process may use
+    int threads = 0; // 0: as many as the process may use
+    Fusing fusing = Fusing::WhenItPays;
     PictureEncoding encoding; // goes before the document's
     bool hashesPixels = false;
     std::function<void(const BakeProgress&)> progress; // [the calling thread] after each of its tiles
@@ -52,6 +62,9 @@ struct BakeStatistics
     std::vector<SetupRaster> rasters;
     std::vector<WrittenFile> files; // not those of targets in memory
     BakeFailure failure;
+    UInt fusedTiles = 0;
+    UInt tiles = 0;
+    std::string notFused; // why nothing was compiled, where that was tried
 };
 
 inline constexpr int kMaxPictureSide = 32'768;

@@ -32,6 +32,7 @@ Result TileSampler::Create(Setup& setup, const ShadingContext& shared, const Bak
         ShadingContext first = shared;
         if (!FillContext(view, 0.5, 0.5, first))
             FillContext(view, 0.5 * view.width, 0.5 * view.height, first);
+        sampler->start_ = first;
         VELTO_TRY(ThreadSampler::Create(setup, shared, first, sampler->sampler_));
         made = std::move(sampler);
         return {};
@@ -57,6 +58,22 @@ Result TileSampler::Sample(const Tile& tile, std::span<float* const> to, std::si
         }
         return {};
     });
+}
+
+SampleShape TileSampler::Shape(const Tile& tile)
+{
+    PrepareColumns(tile);
+    for (std::size_t t = 0; t < targets_.size(); ++t)
+    {
+        const Target& target = targets_[t];
+        const bool isDirect = view_.supersample == 1;
+        const std::size_t size = isDirect ? sizeof(float) : sizeof(double);
+        const int numbers = isDirect ? target.channels : target.numbers;
+        values_[t] = {target.output, nullptr, static_cast<std::ptrdiff_t>(size) * numbers,
+            isDirect ? ValueFormat::Float32 : ValueFormat::Float64};
+    }
+    sampler_->Sample(0, columns_[0].Fields(), values_).Ignore();
+    return sampler_->LastShape();
 }
 
 void TileSampler::PrepareColumns(const Tile& tile)

@@ -40,6 +40,12 @@ public:
     Result Sample(const Tile& tile, std::span<float* const> to, std::size_t pitch, const std::atomic<bool>* stop,
         TileFailure& failure);
 
+    // The shape of a row's samples, and where what nodes keep starts.
+    SampleShape Shape(const Tile& tile);
+    const ShadingContext& Start() const { return start_; }
+
+    void UseKernel(std::shared_ptr<const SampleKernel> kernel) { sampler_->UseKernel(std::move(kernel)); }
+
     const EvaluationCounts& Counts() const { return sampler_->Counts(); }
 
 private:
@@ -64,6 +70,7 @@ private:
     const BakeView& view_;
     std::vector<Target> targets_;
     std::unique_ptr<ThreadSampler> sampler_;
+    ShadingContext start_;
     int x_ = -1; // of the tile that the columns are of
     int width_ = 0;
     std::vector<SampleRow> columns_; // by the sample's place within its pixel

@@ -74,7 +74,7 @@ void Instance::PrimeBody(RunnableBody& body, const ShadingContext* context)
     failedNode = failedBefore;
 }
 
-void Instance::ForgetState(RunnableBody& body)
+void Instance::ForgetStateOf(RunnableBody& body)
 {
     for (const ResetPlan& kept : body.plan->kept)
         ResetValue(kept, storage_.At(kept.offset));
@@ -87,16 +87,21 @@ Result Instance::FailBody(RunnableBody& body, UInt32 node, const Result& error)
 {
     NoteFailure(node, error);
     if (areSamplesIndependent_)
-        ForgetState(body);
+        ForgetStateOf(body);
     return error;
+}
+
+void Instance::ForgetState()
+{
+    for (RunnableBody& body : bodies_)
+        ForgetStateOf(body);
 }
 
 // What was made without some function's values must not last.
 Result Instance::FailForFrame()
 {
     lacksFrame_ = false;
-    for (RunnableBody& body : bodies_)
-        ForgetState(body);
+    ForgetState();
     return OutOfMemory();
 }
 
@@ -152,6 +157,17 @@ void Instance::Prime(UInt32 index, const ShadingContext& asked)
     std::swap(context, context_); // the one that it is linked to
     PrimeBody(bodies_[0], &context_);
     context_ = context;
+}
+
+void Instance::PrimeAll()
+{
+    owner_ = &threadMark;
+    failedNode = -1;
+    for (std::size_t i = 0; i < bodies_.size(); ++i)
+    {
+        if (needsPriming_[i])
+            Prime(static_cast<UInt32>(i), context_);
+    }
 }
 
 const std::string* Instance::FailedNode(const Program& program)

@@ -37,6 +37,18 @@ public:
     // The value of an output, by its place in the program.
     const void* Output(std::size_t i) const { return outputs_[i]; }
 
+    // Values of the frame, as the program places them.
+    std::byte* Memory() const { return storage_.At(0); }
+
+    // What nodes keep starts now, in all bodies; what else a kernel's frame needs is there as well.
+    void PrimeAll();
+
+    // Whether a function that was called from another thread had no memory to run in.
+    bool LacksFrame() const { return lacksFrame_.load(std::memory_order_relaxed); }
+
+    // Forgets what nodes keep, after a failure of a kernel.
+    void ForgetState();
+
     // Samples do not depend on the samples before them: outputs that a node leaves alone are made anew each time, what
     // nodes keep starts from the same sample, and what a failed run kept is forgotten.
     void SetIndependentSamples();
@@ -54,7 +66,7 @@ private:
 
     Result RunBody(RunnableBody& body, const ShadingContext* context);
     Result FailBody(RunnableBody& body, UInt32 node, const Result& error);
-    void ForgetState(RunnableBody& body);
+    void ForgetStateOf(RunnableBody& body);
     void PrimeBody(RunnableBody& body, const ShadingContext* context);
     Result RunFunction(UInt32 body, void* value, const ShadingContext* context);
     void Prime(UInt32 body, const ShadingContext& asked);
@@ -98,6 +110,10 @@ public:
     // Runs what does not depend on the sample; again after `Set`. The first error is returned; calls that need what
     // failed are left out, and fail the bodies that need them. No sample is computed meanwhile.
     Result Run();
+
+    // Values of the setup, as the program places them.
+    const std::byte* Memory() const { return storage_.At(0); }
+    bool HasFailed() const { return hasFailed_; }
 
     // Runs again if anything failed.
     Result RunAgainIfFailed() { return hasFailed_ ? Run() : Result(); }

@@ -153,6 +153,7 @@ Result ThreadSampler::Sample(
         stores_.push_back({type->store(value.format), instance_->Output(value.output),
             static_cast<std::byte*>(value.data), value.stride});
     }
+    values_.assign(values.begin(), values.end());
     ShadingContext& context = instance_->Context();
     CopyContext(context, shared_);
     lanes_.clear();
@@ -170,7 +171,79 @@ Result ThreadSampler::Sample(
                 lanes_.push_back({to + i, from + i * sizeof(UInt), array.stride});
         }
     }
+    if (kernel_ && count > 0 && HasKernelsShape(values) && RunKernel(count, values))
+        return {};
     return Evaluate(count, failure);
+}
+
+SampleShape ThreadSampler::LastShape() const
+{
+    SampleShape shape;
+    const auto* const first = reinterpret_cast<const UInt*>(&instance_->Context());
+    for (const Lane& lane : lanes_)
+        shape.lanes.push_back({static_cast<UInt32>((lane.to - first) * sizeof(UInt)), lane.stride});
+    for (const ValueArray& value : values_)
+        shape.values.push_back({value.output, value.stride, value.format});
+    return shape;
+}
+
+void ThreadSampler::UseKernel(std::shared_ptr<const SampleKernel> kernel)
+{
+    if (kernel == kernel_)
+        return;
+    kernel_ = std::move(kernel);
+    if (!kernel_)
+        return;
+    kernelLanes_.resize(kernel_->shape.lanes.size());
+    kernelValues_.resize(kernel_->shape.values.size());
+    kernelRuns_.assign(setup_.GetProgram().bodies.size(), 0);
+}
+
+bool ThreadSampler::HasKernelsShape(std::span<const ValueArray> values) const
+{
+    const SampleShape& shape = kernel_->shape;
+    if (shape.lanes.size() != lanes_.size() || shape.values.size() != values.size())
+        return false;
+    const auto* const first = reinterpret_cast<const UInt*>(&instance_->Context());
+    for (std::size_t i = 0; i < lanes_.size(); ++i)
+    {
+        const Lane& lane = lanes_[i];
+        if (shape.lanes[i].offset != (lane.to - first) * sizeof(UInt) || shape.lanes[i].stride != lane.stride)
+            return false;
+    }
+    for (std::size_t i = 0; i < values.size(); ++i)
+    {
+        if (shape.values[i] != SampleShape::Value{values[i].output, values[i].stride, values[i].format})
+            return false;
+    }
+    return true;
+}
+
+// False where a sample failed: calls tell which, and why.
+bool ThreadSampler::RunKernel(std::size_t count, std::span<const ValueArray> values)
+{
+    instance_->PrimeAll();
+    for (std::size_t i = 0; i < lanes_.size(); ++i)
+        kernelLanes_[i] = lanes_[i].from;
+    for (std::size_t i = 0; i < values.size(); ++i)
+        kernelValues_[i] = values[i].data;
+    std::fill(kernelRuns_.begin(), kernelRuns_.end(), 0);
+    void* const error = kernel_->entry(kernelLanes_.data(), &instance_->Context(), instance_->Memory(),
+        static_cast<Int>(count), kernelValues_.data(), kernelRuns_.data());
+    if (error || instance_->LacksFrame()) [[unlikely]]
+    {
+        Result::Adopt(static_cast<ErrorObject*>(error)).Ignore(); // null, too
+        instance_->ForgetState();
+        return false;
+    }
+    const Program& program = setup_.GetProgram();
+    kernelRuns_[0] = count;
+    for (std::size_t i = 0; i < program.bodies.size(); ++i)
+    {
+        for (const CallPlan& call : program.bodies[i].calls)
+            counts_[call.node] += kernelRuns_[i];
+    }
+    return true;
 }
 
 Result ThreadSampler::Evaluate(std::size_t count, SampleFailure* failure)

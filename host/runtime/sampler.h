@@ -8,6 +8,7 @@
 #pragma once
 
 #include "instance.h"
+#include "kernel.h"
 
 #include <span>
 
@@ -35,12 +36,6 @@ struct FieldArray
     ContextField field;
     const void* data = nullptr;
     std::ptrdiff_t stride = 0;
-};
-
-enum class ValueFormat : std::uint8_t
-{
-    Float64,
-    Float32, // rounded; a negative zero loses its sign, as in a picture
 };
 
 // Where the values of an output go: its numbers in a row, as many as `NumbersOf` says.
@@ -79,6 +74,12 @@ public:
 
     const EvaluationCounts& Counts() const { return counts_; }
 
+    // The shape of the last call's arrays.
+    SampleShape LastShape() const;
+
+    // Samples of the kernel's shape go through it from now on; all others, and those that fail, are made by calls.
+    void UseKernel(std::shared_ptr<const SampleKernel> kernel);
+
 private:
     // A number of the context that varies.
     struct Lane
@@ -99,9 +100,16 @@ private:
     ThreadSampler(Setup& setup, const ShadingContext& shared) : setup_(setup), shared_(shared) {}
 
     Result Evaluate(std::size_t count, SampleFailure* failure);
+    bool HasKernelsShape(std::span<const ValueArray> values) const;
+    bool RunKernel(std::size_t count, std::span<const ValueArray> values);
 
     Setup& setup_;
     ShadingContext shared_;
+    std::vector<ValueArray> values_; // of the last call
+    std::shared_ptr<const SampleKernel> kernel_;
+    std::vector<const void*> kernelLanes_;
+    std::vector<void*> kernelValues_;
+    std::vector<UInt> kernelRuns_; // by body
     std::unique_ptr<Instance> instance_;
     EvaluationCounts counts_;
     std::vector<Lane> lanes_;

@@ -55,11 +55,19 @@ private:
 
 VELTO_TRANSLATION_UNIT(0);
 
+#ifdef VELTO_BITCODE
+// By these names the host finds the compute functions.
+#define VELTO_PUBLISH_NODE(id, function, kind, ...)                                                                    \
+    static_assert(::velto::kIsNodeFunction<function>);                                                                 \
+    extern const ::velto::NodeTable VELTO_UNIQUE_NAME(table) __asm__("velto.node:" id);                                \
+    const ::velto::NodeTable VELTO_UNIQUE_NAME(table) = ::velto::TableOf<function, kind>()
+#else
 #define VELTO_PUBLISH_NODE(id, function, kind, ...)                                                                    \
     static_assert(::velto::kIsNodeFunction<function>,                                                                  \
         "the parameters of a node are its ports: write In<\"amount\", Float> amount where Float amount stands");       \
     static ::velto::CoreNodeDeclaration VELTO_UNIQUE_NAME(coreNode)(                                                   \
         thisUnit, id, ::velto::TableOf<function, kind>(), ::velto::CoreNodeOptions{__VA_ARGS__})
+#endif
 
 // Publishes `function` as the core node `id`. What follows are fields of `CoreNodeOptions`: `.hasSideEffect = true`.
 #define VELTO_CORE_NODE(id, function, ...) VELTO_PUBLISH_NODE(id, function, ::velto::MicroNodeKind::Sample, __VA_ARGS__)

@@ -38,6 +38,12 @@ struct VariadicRange
     Int count = 0;
 };
 
+#ifdef VELTO_BITCODE
+inline constexpr bool kIsBitcode = true;
+#else
+inline constexpr bool kIsBitcode = false;
+#endif
+
 // Reads a call's slots.
 class PortReader
 {
@@ -55,6 +61,14 @@ public:
     {
         const Slot& slot = SlotAt(index);
         return static_cast<std::byte*>(slot.value) + sample_ * slot.stride;
+    }
+    // The same where `index` is not known to the compiler: what is constant among elements lies in constant slots.
+    void* ElementValue(Int index) const
+    {
+        if constexpr (!kIsBitcode)
+            return Value(index);
+        const auto* const head = reinterpret_cast<const FrameHead*>(binding_->frame);
+        return reinterpret_cast<const Slot*>(head->own[0])[index].value;
     }
     bool IsConnected(Int index) const { return (SlotAt(index).flags & slot_flags::kNotConnected) == 0; }
     bool IsInUse(Int index) const { return (SlotAt(index).flags & slot_flags::kNotInUse) == 0; }
@@ -272,7 +286,7 @@ public:
     Variadic(const PortReader& reader, const VariadicRange& range) : reader_(reader), range_(range) {}
 
     Int Count() const { return range_.count; }
-    const T& operator[](Int i) const { return *static_cast<const T*>(reader_.Value(range_.first + i)); }
+    const T& operator[](Int i) const { return *static_cast<const T*>(reader_.ElementValue(range_.first + i)); }
 
 private:
     PortReader reader_;

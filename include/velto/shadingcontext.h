@@ -99,7 +99,9 @@ static_assert(offsetof(ShadingContext, renderMessages) == 752);
 inline void CopyContext(ShadingContext& to, const ShadingContext& from)
 {
     std::size_t size = sizeof(ShadingContext);
+#ifndef VELTO_BITCODE // where nothing is left of the copy
     asm("" : "+r"(size));
+#endif
     std::memcpy(static_cast<void*>(&to), &from, size);
 }
 

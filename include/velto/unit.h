@@ -276,7 +276,11 @@ extern ModuleRecord thisModule;
     static ::velto::TranslationUnitRecord thisUnit(thisUnitId, flags, ::velto::thisModule, ::velto::usedInterfaces)
 
 // Declares `name` as the interned id of `text`.
+#ifdef VELTO_BITCODE
+#define VELTO_INTERNED_ID(name, text) extern const ::velto::InternedId name __asm__("velto.interned:" text)
+#else
 #define VELTO_INTERNED_ID(name, text) static const ::velto::InternedName name(thisUnit, text)
+#endif
 
 #define VELTO_PUBLISH_DATA_TYPE(...)                                                                                   \
     static ::velto::DataTypeDeclaration<__VA_ARGS__> VELTO_UNIQUE_NAME(publishedDataType)(thisUnit)

@@ -1,0 +1,333 @@
+#include "compile.h"
+
+#include <llvm/Analysis/TargetLibraryInfo.h>
+#include <llvm/IR/Instructions.h>
+#include <llvm/IR/MDBuilder.h>
+#include <llvm/IR/PassInstrumentation.h>
+#include <llvm/Passes/PassBuilder.h>
+#include <llvm/Transforms/IPO/AlwaysInliner.h>
+#include <llvm/Transforms/IPO/GlobalDCE.h>
+#include <llvm/Transforms/InstCombine/InstCombine.h>
+#include <llvm/Transforms/Scalar/ADCE.h>
+#include <llvm/Transforms/Scalar/EarlyCSE.h>
+#include <llvm/Transforms/Scalar/GVN.h>
+#include <llvm/Transforms/Scalar/SROA.h>
+#include <llvm/Transforms/Scalar/SimplifyCFG.h>
+
+namespace velto::host::fuse
+{
+
+using namespace llvm;
+
+Expected<Target> Target::Make(const std::string& processor)
+{
+    auto builder = orc::JITTargetMachineBuilder::detectHost();
+    if (!builder)
+        return builder.takeError();
+    if (!processor.empty())
+    {
+        builder->setCPU(processor);
+        builder->getFeatures() = SubtargetFeatures();
+    }
+    builder->setCodeGenOptLevel(CodeGenOpt::Aggressive);
+    builder->getOptions().AllowFPOpFusion = FPOpFusion::Strict;
+    auto machine = builder->createTargetMachine();
+    if (!machine)
+        return machine.takeError();
+    return Target{std::move(*builder), std::move(*machine)};
+}
+
+namespace
+{
+
+// A pass manager with all that passes ask for. Passes are left out once `stop` is set.
+class Pipeline
+{
+public:
+    Pipeline(Target& target, const std::atomic<bool>* stop) : builder_(target.machine.get(), Tuning(), {}, &callbacks_)
+    {
+        callbacks_.registerShouldRunOptionalPassCallback(
+            [stop](StringRef, Any) { return !stop || !stop->load(std::memory_order_relaxed); });
+        functions_.registerPass([&] { return PassInstrumentationAnalysis(&callbacks_); });
+        builder_.registerModuleAnalyses(modules_);
+        builder_.registerCGSCCAnalyses(graphs_);
+        builder_.registerFunctionAnalyses(functions_);
+        builder_.registerLoopAnalyses(loops_);
+        builder_.crossRegisterProxies(loops_, functions_, graphs_, modules_);
+    }
+
+    PassBuilder& Builder() { return builder_; }
+    void Run(llvm::Module& module, ModulePassManager passes) { passes.run(module, modules_); }
+
+private:
+    static PipelineTuningOptions Tuning()
+    {
+        PipelineTuningOptions tuning;
+        tuning.LoopVectorization = true;
+        tuning.SLPVectorization = false; // is in the way of loops
+        tuning.LoopUnrolling = true;
+        tuning.InlinerThreshold = 2000;
+        return tuning;
+    }
+
+    PassInstrumentationCallbacks callbacks_;
+    PassBuilder builder_;
+    LoopAnalysisManager loops_;
+    FunctionAnalysisManager functions_;
+    CGSCCAnalysisManager graphs_;
+    ModuleAnalysisManager modules_;
+};
+
+FunctionPassManager Plain()
+{
+    FunctionPassManager plain;
+    for (int i = 0; i < 2; ++i) // where slots lie shows only once tables have become numbers
+    {
+        plain.addPass(SROAPass(SROAOptions::PreserveCFG));
+        plain.addPass(EarlyCSEPass(true));
+        plain.addPass(InstCombinePass());
+    }
+    plain.addPass(SimplifyCFGPass());
+    return plain;
+}
+
+constexpr unsigned kSmall = 600; // instructions: what is smaller lies where it is called
+
+// Direct calls of what is to be inlined, if there are any.
+bool MarkSmall(llvm::Module& module)
+{
+    bool any = false;
+    for (Function& function : module)
+    {
+        if (function.isDeclaration() || function.hasExternalLinkage())
+            continue; // what is called from elsewhere, or not yet
+        if (!function.hasFnAttribute(Attribute::AlwaysInline) && !function.hasFnAttribute(Attribute::NoInline) &&
+            !function.hasFnAttribute(Attribute::Cold) && function.getInstructionCount() < kSmall)
+            function.addFnAttr(Attribute::AlwaysInline);
+        if (!function.hasFnAttribute(Attribute::AlwaysInline))
+            continue;
+        for (const User* const user : function.users())
+        {
+            const auto* const call = dyn_cast<CallBase>(user);
+            any = any || (call && call->getCalledFunction() == &function);
+        }
+    }
+    return any;
+}
+
+void SetAttributes(llvm::Module& module, Target& target)
+{
+    const std::string processor = target.machine->getTargetCPU().str();
+    const std::string features = target.machine->getTargetFeatureString().str();
+    AttrBuilder noBuiltins(module.getContext());
+    for (const Function& function : module)
+    {
+        for (const Attribute attribute : function.getAttributes().getFnAttrs())
+        {
+            if (attribute.isStringAttribute() && attribute.getKindAsString().startswith("no-builtin-"))
+                noBuiltins.addAttribute(attribute);
+        }
+    }
+    for (Function& function : module)
+    {
+        for (const char* name :
+            {"target-cpu", "target-features", "tune-cpu", "frame-pointer", "stack-protector-buffer-size"})
+            function.removeFnAttr(name);
+        function.removeFnAttr(Attribute::UWTable);
+        function.addFnAttr("target-cpu", processor);
+        function.addFnAttr("target-features", features);
+        if (!function.isDeclaration())
+            function.addFnAttrs(noBuiltins);
+        else if (FindUnary(function.getName()) || FindBinary(function.getName()))
+        {
+            function.setDoesNotAccessMemory();
+            function.addFnAttr(Attribute::WillReturn);
+            function.addFnAttr(Attribute::NoUnwind);
+        }
+    }
+}
+
+// Mathematical functions of constants, by the very functions that would be called.
+void FoldMathematics(llvm::Module& module)
+{
+    for (Function& callee : module)
+    {
+        const UnaryFunction unary = callee.isDeclaration() ? FindUnary(callee.getName()) : nullptr;
+        const BinaryFunction binary = callee.isDeclaration() ? FindBinary(callee.getName()) : nullptr;
+        if (!unary && !binary)
+            continue;
+        for (User* const user : make_early_inc_range(callee.users()))
+        {
+            auto* const call = dyn_cast<CallInst>(user);
+            if (!call || call->getCalledFunction() != &callee)
+                continue;
+            const auto value = [&](unsigned i) { return dyn_cast<ConstantFP>(call->getArgOperand(i)); };
+            const auto number = [&](unsigned i) { return value(i)->getValueAPF().convertToDouble(); };
+            if (!call->getType()->isDoubleTy() || call->arg_size() != (unary ? 1u : 2u) || !value(0) ||
+                (binary && !value(1)))
+                continue;
+            const double result = unary ? unary(number(0)) : binary(number(0), number(1));
+            call->replaceAllUsesWith(ConstantFP::get(call->getType(), APFloat(result)));
+            call->eraseFromParent();
+        }
+    }
+}
+
+} // namespace
+
+std::set<UInt32> Flatten(llvm::Module& module, Target& target, const std::atomic<bool>* stop)
+{
+    SetAttributes(module, target);
+    module.setDataLayout(target.machine->createDataLayout());
+    Pipeline pipeline(target, stop);
+    constexpr int kMostRounds = 8;
+    bool isPending = true;
+    for (int round = 0; round < kMostRounds && isPending; ++round)
+    {
+        MarkSmall(module);
+        ModulePassManager passes;
+        passes.addPass(AlwaysInlinerPass());
+        passes.addPass(createModuleToFunctionPassAdaptor(Plain()));
+        passes.addPass(GlobalDCEPass());
+        pipeline.Run(module, std::move(passes));
+        FoldMathematics(module);
+        isPending = MarkSmall(module);
+        if (isPending)
+            continue;
+        FunctionPassManager thorough;
+        thorough.addPass(GVNPass());
+        thorough.addPass(ADCEPass());
+        ModulePassManager last;
+        last.addPass(createModuleToFunctionPassAdaptor(std::move(thorough)));
+        last.addPass(createModuleToFunctionPassAdaptor(Plain()));
+        last.addPass(GlobalDCEPass());
+        pipeline.Run(module, std::move(last));
+        FoldMathematics(module);
+        isPending = MarkSmall(module);
+    }
+    std::set<UInt32> changed;
+    if (const Function* const mark = module.getFunction(kStateMark))
+    {
+        for (const User* const user : mark->users())
+        {
+            if (const auto* const call = dyn_cast<CallInst>(user))
+                changed.insert(static_cast<UInt32>(cast<ConstantInt>(call->getArgOperand(0))->getZExtValue()));
+        }
+    }
+    return changed;
+}
+
+namespace
+{
+
+// The kernel counts in registers; functions of their own ask the thread.
+void LowerCounts(llvm::Module& module, Function& kernel, std::size_t bodies)
+{
+    Function* const mark = module.getFunction(kCountMark);
+    if (!mark)
+        return;
+    LLVMContext& context = module.getContext();
+    Type* const word = Type::getInt64Ty(context);
+    std::vector<AllocaInst*> counters(bodies, nullptr);
+    IRBuilder<> entry(&kernel.getEntryBlock(), kernel.getEntryBlock().begin());
+    for (User* const user : make_early_inc_range(mark->users()))
+    {
+        auto* const call = cast<CallInst>(user);
+        if (call->getFunction() != &kernel)
+            continue;
+        AllocaInst*& counter = counters[cast<ConstantInt>(call->getArgOperand(0))->getZExtValue()];
+        if (!counter)
+        {
+            counter = entry.CreateAlloca(word);
+            entry.CreateStore(ConstantInt::get(word, 0), counter);
+        }
+        IRBuilder<> at(call);
+        at.CreateStore(at.CreateAdd(at.CreateLoad(word, counter), ConstantInt::get(word, 1)), counter);
+        call->eraseFromParent();
+    }
+    for (BasicBlock& block : kernel)
+    {
+        auto* const end = dyn_cast<ReturnInst>(block.getTerminator());
+        if (!end)
+            continue; // of a failure nobody looks at them
+        IRBuilder<> at(end);
+        for (std::size_t i = 0; i < bodies; ++i)
+        {
+            if (!counters[i])
+                continue;
+            Value* const place = at.CreateConstGEP1_64(word, kernel.getArg(5), i);
+            at.CreateStore(at.CreateAdd(at.CreateLoad(word, place), at.CreateLoad(word, counters[i])), place);
+        }
+    }
+}
+
+// What the kernel stores is in the way of nothing that it reads.
+void MarkStores(Function& kernel)
+{
+    MDBuilder metadata(kernel.getContext());
+    MDNode* const domain = metadata.createAnonymousAliasScopeDomain("velto");
+    MDNode* const scope = metadata.createAnonymousAliasScope(domain, "values");
+    MDNode* const scopes = MDNode::get(kernel.getContext(), {scope});
+    const auto add = [&](Instruction& instruction, unsigned kind) {
+        instruction.setMetadata(kind, MDNode::concatenate(instruction.getMetadata(kind), scopes));
+    };
+    for (BasicBlock& block : kernel)
+    {
+        for (Instruction& instruction : block)
+        {
+            if (instruction.hasMetadata(kValueMark))
+                add(instruction, LLVMContext::MD_alias_scope);
+            else if (instruction.mayReadOrWriteMemory() && !isa<CallBase>(instruction))
+                add(instruction, LLVMContext::MD_noalias);
+        }
+    }
+}
+
+} // namespace
+
+void Lower(llvm::Module& module, const FuseRequest& request)
+{
+    Function& kernel = *module.getFunction(kKernelName);
+    LowerCounts(module, kernel, request.program->bodies.size());
+    if (Function* const mark = module.getFunction(kFrameMark))
+    {
+        for (User* const user : make_early_inc_range(mark->users()))
+        {
+            auto* const call = dyn_cast<CallInst>(user);
+            if (!call || call->getFunction() != &kernel)
+                continue;
+            call->replaceAllUsesWith(kernel.getArg(2));
+            call->eraseFromParent();
+        }
+    }
+    // What functions of their own ask the thread for.
+    const auto rename = [&](const char* from, const char* to) {
+        Function* const mark = module.getFunction(from);
+        if (mark && !mark->use_empty())
+            mark->setName(to);
+        else if (mark)
+            mark->eraseFromParent();
+        return mark != nullptr && module.getFunction(to) != nullptr;
+    };
+    const bool asksFrame = rename(kFrameMark, "velto_current_frame");
+    const bool counts = rename(kCountMark, "velto_count");
+    if (asksFrame || counts)
+    {
+        auto* const pointer = PointerType::get(module.getContext(), 0);
+        const FunctionCallee enter = module.getOrInsertFunction(
+            "velto_enter", FunctionType::get(Type::getVoidTy(module.getContext()), {pointer, pointer}, false));
+        IRBuilder<> entry(&*kernel.getEntryBlock().getFirstNonPHIOrDbgOrAlloca());
+        entry.CreateCall(enter, {kernel.getArg(2), kernel.getArg(5)});
+        if (asksFrame)
+            module.getFunction("velto_current_frame")->removeFnAttr(Attribute::Memory);
+    }
+    MarkStores(kernel);
+}
+
+void Optimize(llvm::Module& module, Target& target, const std::atomic<bool>* stop)
+{
+    Pipeline pipeline(target, stop);
+    pipeline.Run(module, pipeline.Builder().buildPerModuleDefaultPipeline(OptimizationLevel::O3));
+}
+
+} // namespace velto::host::fuse

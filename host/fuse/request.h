@@ -1,0 +1,48 @@
+// What the host asks of the library that compiles programs, which is loaded on demand.
+#pragma once
+
+#include "host/runtime/kernel.h"
+
+#include <atomic>
+#include <string>
+
+namespace velto::host
+{
+
+// An interface that nodes may call.
+struct FuseInterface
+{
+    std::string_view type; // `velto::NoiseInterface`
+    const void* slots = nullptr;
+    std::size_t size = 0; // in bytes
+};
+
+struct FuseRequest
+{
+    const Program* program = nullptr;
+    const std::byte* setup = nullptr; // values, after a run
+    const std::byte* frame = nullptr; // values, with what nodes keep
+    SampleShape shape;
+    std::vector<FuseInterface> interfaces;
+    InternedId (*intern)(std::string_view text) = nullptr;
+    std::string processor;                   // as LLVM names it; empty: this one
+    const std::atomic<bool>* stop = nullptr; // true: give up
+};
+
+struct FuseAnswer
+{
+    SampleKernel kernel; // without an entry where it failed
+    std::string reason;  // why it did
+    double seconds = 0.0;
+    UInt instructions = 0; // before machine code is made of them
+    UInt directCalls = 0;  // of nodes whose bitcode is known
+    UInt foreignCalls = 0; // through pointers
+};
+
+// [any thread] What the request points to is read before the function returns; the frame, by the code as well.
+using FuseFunction = void (*)(const FuseRequest& request, FuseAnswer& answer);
+
+inline constexpr const char* kFuseLibraryFile = "libvelto_fuse.so";
+inline constexpr const char* kFuseFunction = "VeltoFuse";
+
+} // namespace velto::host

@@ -1,0 +1,60 @@
+// The loops around a program's calls. What cannot be vectorised gets loops of its own, and so is in nobody's way.
+#pragma once
+
+#include "emit.h"
+
+namespace velto::host::fuse
+{
+
+class Stager
+{
+public:
+    Stager(Emitter& emitter, const FuseRequest& request) : emitter_(emitter), request_(request) {}
+
+    // A function for each call of the first body. They are to be flattened then.
+    void EmitCalls();
+
+    // The kernel, of these functions; see `SampleKernel::Entry`.
+    void EmitKernel();
+
+private:
+    struct Stage
+    {
+        bool isOpaque = false;
+        std::vector<std::size_t> calls;   // in order; contexts of earlier stages are made again
+        std::set<UInt32> loads;           // of values from earlier stages
+        std::set<UInt32> stores;          // of values for later ones
+        std::vector<std::size_t> outputs; // of the request's values
+    };
+    // What all loops of the kernel share.
+    struct Kernel
+    {
+        llvm::Function* function;
+        llvm::Value* context;
+        llvm::BasicBlock* fail;
+        llvm::PHINode* error;
+        std::vector<llvm::Value*> lanes;
+        std::vector<llvm::Value*> values;
+        std::map<UInt32, llvm::Value*> arrays; // of values between stages
+    };
+
+    bool IsOpaque(const CallCode& code) const;
+    bool CanRepeat(std::size_t call) const;
+    void MakeStages();
+    void Join(Stage& stage, std::size_t index);
+    void EmitStage(Kernel& kernel, const Stage& stage, llvm::Value* first, llvm::Value* count);
+    void FillContext(Kernel& kernel, llvm::Value* sample);
+    void RunCalls(Kernel& kernel, const Stage& stage, std::map<UInt32, llvm::Value*>& places);
+    void CopyValue(llvm::Value* array, llvm::Value* index, llvm::Value* place, std::size_t size, bool toArray);
+    void StoreOutput(const SampleShape::Value& value, llvm::Value* from, llvm::Value* to);
+
+    Emitter& emitter_;
+    const FuseRequest& request_;
+    std::vector<CallCode> codes_; // by call of the first body
+    std::vector<bool> opaque_;
+    std::map<UInt32, std::size_t> producers_; // of values, by offset
+    std::vector<std::size_t> stageOf_;        // by call
+    std::vector<Stage> stages_;
+};
+
+} // namespace velto::host::fuse
