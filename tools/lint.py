@@ -225,14 +225,16 @@ def check_descriptions(command):
 
 def check_headers():
     compiler = os.environ.get("CXX", "g++")
+    llvm = Path("/usr/lib/llvm-16/include")  # which not everybody has
 
     def compile_alone(path):
         done = subprocess.run([compiler, "-std=c++20", "-fsyntax-only", "-x", "c++", f"-I{ROOT}/include", f"-I{ROOT}",
-                               str(path)], capture_output=True, text=True, check=False)
+                               f"-isystem{llvm}", str(path)], capture_output=True, text=True, check=False)
         errors = [line for line in done.stderr.splitlines() if "error" in line]
         return path, errors[:1] if done.returncode else []
 
-    headers = files("include", *MODULES, "host", "cli", suffixes=(".h",))
+    headers = [path for path in files("include", *MODULES, "host", "cli", suffixes=(".h",))
+               if llvm.exists() or path.parent != ROOT / "host/fuse"]
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         for path, errors in pool.map(compile_alone, headers):
             for error in errors:

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "velto/descriptions.h"
+#include "velto/porttypes.h"
 
 namespace velto
 {
