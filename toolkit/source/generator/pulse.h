@@ -26,17 +26,16 @@ inline Float EdgeCoverage(Float distance, Float width)
     return width < 1e-9 ? (distance >= 0.0 ? 1.0 : 0.0) : Clamp01(0.5 + distance / width);
 }
 
-// 1 where a cell is wider than a sample, 0 where a sample covers it: how much of the cell's own look is left.
-inline Float Clarity(Float cellsPerSample)
-{
-    const Float t = Clamp01((cellsPerSample - 0.5) / 1.0);
-    return 1.0 - t * t * (3.0 - 2.0 * t);
-}
-
 inline Float SmoothRise(Float x)
 {
     const Float t = Clamp01(x);
     return t * t * (3.0 - 2.0 * t);
+}
+
+// 1 where a cell is wider than a sample, 0 where a sample covers it: how much of the cell's own look is left.
+inline Float Clarity(Float cellsPerSample)
+{
+    return 1.0 - SmoothRise(cellsPerSample - 0.5);
 }
 
 // A whole number that a port gives, at least 1, and few enough to count cells.
