@@ -1,5 +1,6 @@
 // Frames of pictures that move, as the command bakes them.
 #include "test/support/picture_files.h"
+#include "test/support/pixels.h"
 
 #include <fmt/format.h>
 
@@ -36,17 +37,14 @@ protected:
         const std::string command =
             fmt::format("cd {} && {}/velto {} 2>err.txt", folder.Path(""), VELTO_BUILD_DIR, arguments);
         EXPECT_EQ(status, WEXITSTATUS(std::system(command.c_str()))) << command;
-        std::ifstream said(folder.Path("err.txt"));
-        return {std::istreambuf_iterator<char>(said), {}};
+        return folder.Read("err.txt");
     }
 
     // The first channel of a baked frame, in hundredths.
     int Shown(int frame) const
     {
-        float pixels[4 * 4 * 4] = {};
-        const auto input = OIIO::ImageInput::open(folder.Path(fmt::format("out.{}.tif", frame)));
-        EXPECT_TRUE(input && input->read_image(0, 0, 0, 4, OIIO::TypeDesc::FLOAT, pixels)) << frame;
-        return static_cast<int>(pixels[0] * 100.0f + 0.5f);
+        const PixelImage image = ReadPixels(folder.Path(fmt::format("out.{}.tif", frame)));
+        return static_cast<int>(image.values.at(0) * 100.0f + 0.5f);
     }
 
     PictureFolder folder;

@@ -1,5 +1,6 @@
 // The command as users run it: exit statuses, what goes where.
 #include "test/support/eval.h"
+#include "test/support/files.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -40,7 +41,6 @@ class CommandTest : public ::testing::Test
 protected:
     CommandTest()
     {
-        std::filesystem::create_directories(folder_);
         Write(
             "good.json", R"({"version": 1, "nodes": {"n": {"type": "contrast", "inputs": {"color": [0.25, 0.5, 1, 1]}}},
             "outputs": {"color": "n.result"}})");
@@ -65,7 +65,7 @@ protected:
                              "{\"a\\u001b[2J\\u009b\": \"n.result\"}}");
         Write("far.json", R"({"version": 1, "nodes": {"n": {"type": "contrast", "inputs": {"contrast": 12}}},
             "outputs": {"o": "n.result"}})");
-        std::filesystem::create_directories(folder_ / "below");
+        std::filesystem::create_directory(folder_.Path("below"));
         Write("below/outside.json", R"({"version": 1, "nodes": {"n": {"type": "../good.json"}},
             "outputs": {"o": "n.color"}})");
         Write("broken.json", "{\"version\": \xff}");
@@ -73,15 +73,10 @@ protected:
         Write("samples.json", R"([{}, {"uvw": [1, 0]}])");
         Write("kernels.json", Kernels(30));
     }
-    ~CommandTest() override { std::filesystem::remove_all(folder_); }
 
-    void Write(const std::string& name, const std::string& text) const { std::ofstream(folder_ / name) << text; }
+    void Write(const std::string& name, const std::string& text) const { folder_.WriteBytes(name, text); }
 
-    std::string ReadAll(const std::string& name) const
-    {
-        std::ifstream in(folder_ / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
+    std::string ReadAll(const std::string& name) const { return folder_.Read(name); }
 
     // Each invokes the one before it ten times.
     static std::string Kernels(int count)
@@ -97,13 +92,12 @@ protected:
     Ran Run(const std::string& arguments) const
     {
         const std::string command = fmt::format(
-            "cd {} && {} {} >out.txt 2>err.txt </dev/null", folder_.string(), VELTO_BUILD_DIR "/velto", arguments);
+            "cd {} && {} {} >out.txt 2>err.txt </dev/null", folder_.Path(""), VELTO_BUILD_DIR "/velto", arguments);
         const int status = std::system(command.c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll("out.txt"), ReadAll("err.txt")};
     }
 
-    std::filesystem::path folder_ =
-        std::filesystem::path(::testing::TempDir()) / fmt::format("velto_command_{}", ::getpid());
+    const TemporaryFolder folder_;
 };
 
 TEST_F(CommandTest, ExitStatusesAndDiagnostics)
@@ -199,10 +193,9 @@ TEST_F(CommandTest, ExitStatusesAndDiagnostics)
         EXPECT_LT(ran.err.size(), 1000u) << row.arguments;
     }
     // What failed left nothing; what worked did.
-    EXPECT_TRUE(std::filesystem::exists(folder_ / "x.png"));
-    EXPECT_TRUE(std::filesystem::exists(folder_ / "b.png"));
-    for (const auto& entry : std::filesystem::directory_iterator(folder_))
-        EXPECT_THAT(entry.path().filename().string(), ::testing::Not(HasSubstr(".part")));
+    EXPECT_TRUE(std::filesystem::exists(folder_.Path("x.png")));
+    EXPECT_TRUE(std::filesystem::exists(folder_.Path("b.png")));
+    EXPECT_THAT(folder_.Names(), ::testing::Each(::testing::Not(HasSubstr(".part"))));
 }
 
 TEST_F(CommandTest, CheckReportsEveryFault)
@@ -240,7 +233,7 @@ TEST_F(CommandTest, FramesAreNumberedAndTimed)
 {
     EXPECT_EQ(0, Run("bake good.json -o f.##.png --size 4 --frames 8-10").status);
     for (const char* const name : {"f.08.png", "f.09.png", "f.10.png"})
-        EXPECT_TRUE(std::filesystem::exists(folder_ / name)) << name;
+        EXPECT_TRUE(std::filesystem::exists(folder_.Path(name))) << name;
 }
 
 TEST_F(CommandTest, NodesTellEditorsOfGroupsAndCommands)
@@ -287,8 +280,7 @@ TEST_F(CommandTest, SignalsAndTheTimeLimitEndABakeAtOnce)
         const char* document;
     } table[] = {{SIGINT, "good.json"}, {SIGTERM, "good.json"}, {SIGHUP, "good.json"}, {SIGQUIT, "good.json"},
         {0, "good.json"}, {SIGINT, "kernels.json"}, {SIGINT, "raster.json"}};
-    const std::size_t before =
-        static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder_), {}));
+    const std::size_t before = folder_.Names().size();
     for (const auto& [signal, document] : table)
     {
         const pid_t child = fork();
@@ -297,7 +289,7 @@ TEST_F(CommandTest, SignalsAndTheTimeLimitEndABakeAtOnce)
         {
             const rlimit noCore{0, 0};
             setrlimit(RLIMIT_CORE, &noCore);
-            if (chdir(folder_.c_str()) == 0 && std::freopen("err.txt", "w", stderr))
+            if (chdir(folder_.Path("").c_str()) == 0 && std::freopen("err.txt", "w", stderr))
                 execl(VELTO_BUILD_DIR "/velto", "velto", "bake", document, "-o", "kept.exr", "--size", "32768",
                     "--force", "--time-limit", signal == 0 ? "0.4" : "1000", nullptr);
             _exit(127);
@@ -317,8 +309,8 @@ TEST_F(CommandTest, SignalsAndTheTimeLimitEndABakeAtOnce)
         EXPECT_EQ(
             signal == 0 ? "velto: error: the time limit is over\n" : "velto: error: interrupted\n", ReadAll("err.txt"));
         EXPECT_EQ("kept", ReadAll("kept.exr"));
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), static_cast<long>(before) + 1);
-        std::filesystem::remove(folder_ / "err.txt");
+        EXPECT_EQ(folder_.Names().size(), before + 1);
+        std::filesystem::remove(folder_.Path("err.txt"));
     }
 }
 
@@ -333,10 +325,10 @@ TEST_F(CommandTest, PartsMergeToTheBytesOfOneBake)
         ASSERT_EQ(Run(fmt::format("bake g.json {}", options)).status, 0);
         const std::string file(options + 3, 5);
         const std::string whole = ReadAll(file);
-        std::filesystem::remove(folder_ / file);
+        std::filesystem::remove(folder_.Path(file));
         for (int k = 1; k <= 4; ++k)
             ASSERT_EQ(Run(fmt::format("bake g.json {} --shard {}/4 --threads {}", options, k, k)).status, 0);
-        EXPECT_FALSE(std::filesystem::exists(folder_ / file));
+        EXPECT_FALSE(std::filesystem::exists(folder_.Path(file)));
         std::string parts;
         for (int k = 1; k <= 4; ++k)
             parts += fmt::format(" x.{}-of-4.part.exr", k);
@@ -345,12 +337,12 @@ TEST_F(CommandTest, PartsMergeToTheBytesOfOneBake)
         const Ran merged = Run(fmt::format("merge g.json {} --remove-parts", options));
         EXPECT_EQ(merged.status, 0) << merged.err;
         EXPECT_TRUE(ReadAll(file) == whole) << options;
-        EXPECT_FALSE(std::filesystem::exists(folder_ / "x.1-of-4.part.exr"));
+        EXPECT_FALSE(std::filesystem::exists(folder_.Path("x.1-of-4.part.exr")));
     }
     const std::string all = "-o x.png --size 90x300";
     ASSERT_EQ(Run("bake g.json " + all).status, 0);
     const std::string whole = ReadAll("x.png");
-    std::filesystem::remove(folder_ / "x.png");
+    std::filesystem::remove(folder_.Path("x.png"));
     const Ran farmed = Run("farm g.json " + all + " --shards 3 --engine local");
     EXPECT_EQ(farmed.status, 0) << farmed.err;
     EXPECT_TRUE(ReadAll("x.png") == whole);
@@ -362,7 +354,7 @@ TEST_F(CommandTest, PartsThatDoNotMakeAWholeAreNamed)
     for (int k = 1; k <= 3; ++k)
         ASSERT_EQ(Run(fmt::format("bake {} --shard {}/3", good, k)).status, 0);
     const std::string part = ReadAll("x.2-of-3.part.exr");
-    const auto left = [&] { return std::filesystem::last_write_time(folder_ / "x.2-of-3.part.exr"); };
+    const auto left = [&] { return std::filesystem::last_write_time(folder_.Path("x.2-of-3.part.exr")); };
     const auto before = left();
     EXPECT_THAT(Run("bake " + good + "--shard 2/3 --skip-existing").err, HasSubstr("is left as it is"));
     EXPECT_EQ(left(), before);
@@ -381,13 +373,13 @@ TEST_F(CommandTest, PartsThatDoNotMakeAWholeAreNamed)
     };
     for (const auto& row : table)
     {
-        std::filesystem::remove(folder_ / "x.2-of-3.part.exr");
+        std::filesystem::remove(folder_.Path("x.2-of-3.part.exr"));
         if (!row.part.empty())
             Write("x.2-of-3.part.exr", row.part);
         const Ran merged = Run("merge " + row.arguments);
         EXPECT_EQ(merged.status, 1) << row.error;
         EXPECT_THAT(merged.err, HasSubstr(row.error));
-        EXPECT_FALSE(std::filesystem::exists(folder_ / "x.png"));
+        EXPECT_FALSE(std::filesystem::exists(folder_.Path("x.png")));
     }
     Write("x.2-of-3.part.exr", part);
     EXPECT_EQ(Run("merge -o x.png x.3-of-3.part.exr x.1-of-3.part.exr x.2-of-3.part.exr").status, 0);
@@ -404,7 +396,7 @@ TEST_F(CommandTest, ASummaryTellsThePixelsWhateverTheFormat)
     const Json& file = one.Find("files")->Elements()[0];
     EXPECT_EQ(file.Find("pixels")->AsString().size(), 64u);
     EXPECT_EQ(file.Find("pixels")->AsString(), other.Find("files")->Elements()[0].Find("pixels")->AsString());
-    EXPECT_EQ(file.Find("bytes")->AsInteger(), static_cast<Int>(std::filesystem::file_size(folder_ / "x.png")));
+    EXPECT_EQ(file.Find("bytes")->AsInteger(), static_cast<Int>(std::filesystem::file_size(folder_.Path("x.png"))));
     EXPECT_EQ(one.Find("samples")->AsInteger(), 600);
     const Json last = Parse(exr.err.substr(exr.err.rfind('{')));
     EXPECT_EQ(last.Find("share")->AsNumber(), 1.0);

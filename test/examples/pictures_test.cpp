@@ -3,6 +3,7 @@
 // written instead.
 #include "host/bake/view.h"
 #include "test/support/eval.h"
+#include "test/support/files.h"
 
 #include <fmt/format.h>
 
@@ -10,7 +11,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include <paths.h>
 
@@ -24,12 +24,6 @@ constexpr int kEdge = 24;
 constexpr int kTolerance = 3; // of 255
 
 const std::filesystem::path kPictures = VELTO_SOURCE_DIR "/test/examples/pictures";
-
-std::string ReadFile(const std::filesystem::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 // Six digits a sample, a row of samples a line.
 std::string Picture(const std::string& document)

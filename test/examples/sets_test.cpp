@@ -1,13 +1,12 @@
 // The texture sets: every map of each, in each of its presets, goes on beyond its edges as it begins at the opposite
 // ones.
-#include "test/support/eval.h"
+#include "test/support/files.h"
+#include "test/support/sampled_document.h"
 
 #include "host/graph/values.h"
 #include "velto/porttypes.h"
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include <paths.h>
 
@@ -35,21 +34,12 @@ protected:
     {
         host::GraphOptions options;
         options.presets = presets;
-        host::Graph graph;
-        std::unique_ptr<host::Instance> instance;
-        ASSERT_TRUE(Load(document, graph, options));
-        ASSERT_TRUE(graph.setup->Run().IsOk());
-        ASSERT_TRUE(host::Instance::Create(*graph.setup, instance).IsOk());
+        SampledDocument set(document, options);
         const auto look = [&](double u, double v) {
-            ShadingContext& context = instance->Context();
-            context.uvwValid = true;
-            context.uvw = {u, v, 0};
-            context.uvwPlusDeltaU = {u + 0x1p-9, v, 0};
-            context.uvwPlusDeltaV = {u, v + 0x1p-9, 0};
             Json values = Json::Array();
-            EXPECT_TRUE(instance->Evaluate().IsOk());
-            for (std::size_t i = 0; i < graph.program->outputs.size(); ++i)
-                values.Append(host::WriteValue(graph.program->outputs[i].type, instance->Output(i)));
+            EXPECT_TRUE(set.At({u, v}, 0x1p-9));
+            for (std::size_t i = 0; i < set.Graph().program->outputs.size(); ++i)
+                values.Append(host::WriteValue(set.Graph().program->outputs[i].type, set.Instance().Output(i)));
             return values;
         };
         Json first = look(0, 0);
@@ -73,8 +63,7 @@ protected:
 
 TEST_P(SetsTest, TileWithoutASeam)
 {
-    std::ifstream file(GetParam());
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const std::string text = ReadFile(GetParam());
     const Json document = Parse(text);
     EXPECT_EQ(5u, document.Find("outputs")->GetMembers().size());
     CheckEdges(text, {});

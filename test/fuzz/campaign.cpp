@@ -6,6 +6,8 @@
 // The directory gets the target's own seeds if it is empty; what was found lies beside them as `found-...`.
 #include "targets.h"
 
+#include "test/support/files.h"
+
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -65,8 +67,7 @@ public:
         std::sort(files.begin(), files.end());
         for (const auto& file : files)
         {
-            std::ifstream in(file, std::ios::binary);
-            std::string bytes(std::istreambuf_iterator<char>(in), {});
+            std::string bytes = velto::test::ReadFile(file);
             if (bytes.size() <= kMostBytes)
                 inputs_.push_back(std::move(bytes));
         }

@@ -6,11 +6,11 @@
 #include "host/system/output.h"
 #include "host/texture/texture.h"
 #include "test/fuzz/targets.h"
+#include "test/support/files.h"
 
 #include <chrono>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <random>
 
 #include <paths.h>
@@ -401,8 +401,7 @@ std::vector<std::string> Examples()
     {
         if (entry.path().extension() != ".json")
             continue;
-        std::ifstream in(entry.path(), std::ios::binary);
-        texts.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        texts.push_back(ReadFile(entry.path()));
     }
     std::sort(texts.begin(), texts.end());
     return texts;

@@ -35,9 +35,8 @@ void WriteSeeds(const std::filesystem::path& directory)
     const PictureFolder folder;
     int count = 0;
     const auto add = [&](const std::string& file, std::uint8_t way = 0) {
-        std::ifstream in(file, std::ios::binary);
         std::ofstream(directory / fmt::format("{:02}", count++), std::ios::binary)
-            << static_cast<char>(way) << std::string(std::istreambuf_iterator<char>(in), {});
+            << static_cast<char>(way) << ReadFile(file);
     };
     const std::vector<float> color{0.2f, 0.4f, 0.6f, 0.8f};
     for (const char* const name : {"a.png", "a.tga", "a.tif"})

@@ -462,8 +462,9 @@ int main(int, char** arguments)
     exported->moduleId = {"shadernodes", Word("shadernodes")};
     exported->initializer = [](const Id*, const Id*) -> void* { return nullptr; };
     WalkModules(*exported);
-    Expect(registries["net.velto.corenode.registry.corenodes"].size() == 81, "81 core nodes");
-    Expect(registries["net.velto.registry.datatypes"].size() == 7, "7 data types");
+    const std::size_t nodes = registries["net.velto.corenode.registry.corenodes"].size();
+    Expect(nodes > 0 && nodes == factories.size(), "a factory for each core node");
+    Expect(!registries["net.velto.registry.datatypes"].empty(), "data types of its own");
     for (const std::string& type : registries["net.velto.registry.datatypes"])
         Expect(std::find(madeTypes.begin(), madeTypes.end(), type) != madeTypes.end(), type + " is the module's own");
     Expect(registries["net.velto.node.registry.descriptionfinalizers"].size() == 2, "2 finalizers");

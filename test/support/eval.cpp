@@ -35,10 +35,9 @@ bool Load(std::string_view document, host::Graph& graph, const host::GraphOption
     return isGood;
 }
 
-Json EvalJson(std::string_view document, std::string_view samples)
+Json EvalJson(std::string_view document, std::string_view samples, host::GraphOptions options)
 {
     const Json list = Parse(samples);
-    host::GraphOptions options;
     options.variable = host::VariableInputs(list);
     host::Graph graph;
     Json results = Json::Object();
@@ -49,11 +48,6 @@ Json EvalJson(std::string_view document, std::string_view samples)
     EXPECT_TRUE(host::EvaluateSamples(graph, list, true, diagnostics, results, anyFailed))
         << (diagnostics.All().empty() ? "" : diagnostics.All()[0].place + ": " + diagnostics.All()[0].text);
     return results;
-}
-
-std::string Eval(std::string_view document, std::string_view samples)
-{
-    return EvalJson(document, samples).Write();
 }
 
 const Json& Entry(const Json& results, std::size_t i)

@@ -19,10 +19,7 @@ std::shared_ptr<host::Module> TheModule();
 bool Load(std::string_view document, host::Graph& graph, const host::GraphOptions& options = {});
 
 // What `velto eval --counts` prints, as a value: `{"results": [...]}`.
-host::Json EvalJson(std::string_view document, std::string_view samples = "[{}]");
-
-// The same as a text on one line.
-std::string Eval(std::string_view document, std::string_view samples = "[{}]");
+host::Json EvalJson(std::string_view document, std::string_view samples = "[{}]", host::GraphOptions options = {});
 
 // The entry of sample `i` in what `EvalJson` gives.
 const host::Json& Entry(const host::Json& results, std::size_t i = 0);

@@ -1,14 +1,13 @@
 #include "examples.h"
 
+#include "files.h"
+
 #include "host/bake/view.h"
 #include "host/graph/description.h"
 #include "host/graph/values.h"
 #include "host/registry/datatypes.h"
 
 #include <fmt/format.h>
-
-#include <fstream>
-#include <iterator>
 
 #include <paths.h>
 
@@ -21,9 +20,7 @@ static const std::string kFolder = VELTO_SOURCE_DIR "/examples/nodes";
 
 static Example ReadExample(const std::shared_ptr<const host::NodeType>& type)
 {
-    std::ifstream file(fmt::format("{}/{}.json", kFolder, type->name));
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    Example example{{}, type, Parse(text)};
+    Example example{{}, type, Parse(ReadFile(fmt::format("{}/{}.json", kFolder, type->name)))};
     for (const auto& [name, node] : example.document.Find("nodes")->GetMembers())
     {
         if (node.Find("type")->AsString() == type->name)

@@ -1,4 +1,4 @@
-// A table of rows for one core node: inputs, and what comes out.
+// A table of rows for one node, by its core id or as users name it: inputs, and what comes out.
 #pragma once
 
 #include "eval.h"
@@ -12,10 +12,9 @@ struct NodeRow
 {
     std::string name;          // the behaviour
     std::string inputs;        // as in a graph document
-    std::string expected;      // outputs by name; those named are compared. {"error": KIND}: the sample fails.
+    std::string expected;      // of `result`; or an object: of outputs by name, or {"error": KIND} where it fails
     std::string sample = "{}"; // as in `velto eval`
     double tolerance = 0.0;
-    std::string arguments = "{}"; // construction arguments
 };
 
 // Evaluates one row; failures name it.

@@ -1,16 +1,10 @@
 // A temporary folder with pictures of a test's own making.
 #pragma once
 
+#include "files.h"
+
 #include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
-
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
 
 namespace velto::test
 {
@@ -22,24 +16,9 @@ enum class PictureDepth
     Float,
 };
 
-class PictureFolder
+class PictureFolder : public TemporaryFolder
 {
 public:
-    PictureFolder()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "velto_pictures_XXXXXX").string();
-        directory_ = mkdtemp(pattern.data());
-    }
-    ~PictureFolder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(directory_, ignored);
-    }
-    PictureFolder(const PictureFolder&) = delete;
-    PictureFolder& operator=(const PictureFolder&) = delete;
-
-    std::string Path(const std::string& name) const { return (directory_ / name).string(); }
-
     // A picture of 4 x 4 pixels of one colour.
     std::string Write(const std::string& name, PictureDepth depth, const std::vector<float>& color,
         const std::string& colorSpace = "") const
@@ -109,12 +88,6 @@ public:
         EXPECT_TRUE(output && output->open(Path(name), spec) &&
                     output->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && output->close())
             << name;
-        return Path(name);
-    }
-
-    std::string WriteBytes(const std::string& name, const std::string& bytes) const
-    {
-        std::ofstream(Path(name), std::ios::binary) << bytes;
         return Path(name);
     }
 
@@ -188,8 +161,7 @@ public:
     std::string Patch(
         const std::string& file, const std::string& name, const std::string& old, const std::string& replacement) const
     {
-        std::ifstream in(file, std::ios::binary);
-        std::string bytes(std::istreambuf_iterator<char>(in), {});
+        std::string bytes = ReadFile(file);
         EXPECT_NE(bytes.npos, bytes.find(old)) << name;
         return WriteBytes(name, bytes.replace(bytes.find(old), old.size(), replacement));
     }
@@ -242,7 +214,6 @@ private:
     }
 
     static constexpr const char* kDate = "2001:02:03 04:05:06"; // or it would be that of the test
-    std::filesystem::path directory_;
 };
 
 } // namespace velto::test

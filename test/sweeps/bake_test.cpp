@@ -1,13 +1,12 @@
 // Pictures do not depend on how the work is split.
 #include "test/support/examples.h"
+#include "test/support/pixels.h"
 #include "test/support/probe.h"
 
 #include "host/bake/bake.h"
 #include "host/registry/datatypes.h"
 #include "host/system/output.h"
 #include "velto/porttypes.h"
-
-#include <OpenImageIO/imageio.h>
 
 #include <unistd.h>
 
@@ -55,13 +54,6 @@ Json Blurred(const Json& document)
     return blurred;
 }
 
-struct Baked
-{
-    int width = 0;
-    int channels = 0;
-    std::vector<float> values;
-};
-
 class BakeSweep : public ::testing::Test
 {
 protected:
@@ -80,7 +72,7 @@ protected:
     }
 
     // The first output of the document.
-    Baked Bake(const Json& document, int threads, const host::BakeWindow& window = {})
+    PixelImage Bake(const Json& document, int threads, const host::BakeWindow& window = {})
     {
         options_.threads = threads;
         options_.window = window;
@@ -89,13 +81,7 @@ protected:
         host::BakeStatistics statistics;
         const Result baked = host::Bake(graph, {{0, file_}}, options_, statistics);
         EXPECT_TRUE(baked.IsOk()) << baked.Message();
-        const auto input = OIIO::ImageInput::open(file_);
-        if (!input)
-            return {};
-        Baked picture{input->spec().width, input->spec().nchannels, {}};
-        picture.values.resize(input->spec().image_pixels() * input->spec().nchannels);
-        EXPECT_TRUE(input->read_image(0, 0, 0, picture.channels, OIIO::TypeDesc::FLOAT, picture.values.data()));
-        return picture;
+        return ReadPixels(file_);
     }
 
     // The same picture on threads of the test's own, which race detectors see through.
@@ -128,7 +114,7 @@ protected:
 
     void Check(const Json& document)
     {
-        const Baked whole = Bake(document, 1);
+        const PixelImage whole = Bake(document, 1);
         EXPECT_TRUE(IsSame(whole.values, Bake(document, 4).values)) << "four threads";
         for (const host::BakeWindow& window : {host::BakeWindow{13, 17, 31, 20}, {49, 39, 1, 1}})
         {

@@ -1,8 +1,9 @@
 #include "host/bake/bake.h"
 
+#include "test/support/files.h"
+#include "test/support/pixels.h"
 #include "test/support/probe.h"
 
-#include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
 #include <cmath>
@@ -35,30 +36,12 @@ constexpr std::string_view kRamp = R"({"version": 1, "nodes": {
     "n": {"type": "net.velto.test.keep.colora", "inputs": {"x": {"from": "u.result"}}}},
     "outputs": {"color": "n.result", "number": "u.result"}})";
 
-struct PixelImage
-{
-    int width = 0;
-    int height = 0;
-    int channels = 0;
-    OIIO::TypeDesc type;
-    std::string date;
-    std::vector<float> values;
-
-    const float* At(int x, int y) const { return &values[(static_cast<std::size_t>(y) * width + x) * channels]; }
-};
-
 class BakeTest : public ::testing::Test
 {
 protected:
-    BakeTest()
-    {
-        TheProbe();
-        std::filesystem::remove_all(folder_);
-        std::filesystem::create_directories(folder_);
-    }
-    ~BakeTest() override { std::filesystem::remove_all(folder_); }
+    BakeTest() { TheProbe(); }
 
-    std::string File(const std::string& name) const { return (folder_ / name).string(); }
+    std::string File(const std::string& name) const { return folder_.Path(name); }
 
     static Result Bake(
         std::string_view document, const std::string& file, const BakeOptions& options, std::size_t output = 0)
@@ -69,40 +52,6 @@ protected:
         return host::Bake(graph, {{output, file}}, options, statistics);
     }
 
-    static std::string Bytes(const std::string& file)
-    {
-        std::ifstream in(file, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
-    static PixelImage Read(const std::string& file)
-    {
-        PixelImage image;
-        OIIO::ImageSpec asIs;
-        asIs.attribute("oiio:UnassociatedAlpha", 1);
-        const auto input = OIIO::ImageInput::open(file, &asIs);
-        EXPECT_TRUE(input) << file;
-        if (!input)
-            return image;
-        const OIIO::ImageSpec& spec = input->spec();
-        image.width = spec.width;
-        image.height = spec.height;
-        image.channels = spec.nchannels;
-        image.type = spec.format;
-        image.date = spec.get_string_attribute("DateTime");
-        image.values.resize(spec.image_pixels() * spec.nchannels);
-        EXPECT_TRUE(input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, image.values.data()));
-        return image;
-    }
-
-    std::vector<std::string> FolderContents() const
-    {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(folder_))
-            names.push_back(entry.path().filename().string());
-        return names;
-    }
-
     static BakeOptions Size(int width, int height)
     {
         BakeOptions options;
@@ -111,8 +60,7 @@ protected:
         return options;
     }
 
-    std::filesystem::path folder_ =
-        std::filesystem::path(::testing::TempDir()) / fmt::format("velto_bake_{}", ::getpid());
+    const TemporaryFolder folder_;
 };
 
 TEST_F(BakeTest, RefusesWindowsBeyondThePicture)
@@ -130,7 +78,7 @@ TEST_F(BakeTest, SamplesAreInTheMiddleOfPixels)
     BakeOptions options = Size(4, 2);
     options.encoding.depth = host::PixelDepth::Float;
     ASSERT_TRUE(Bake(document, File("u.exr"), options).IsOk());
-    const PixelImage image = Read(File("u.exr"));
+    const PixelImage image = ReadPixels(File("u.exr"));
     ASSERT_EQ(1, image.channels);
     EXPECT_EQ((std::vector<float>{0.125f, 0.375f, 0.625f, 0.875f, 0.125f, 0.375f, 0.625f, 0.875f}), image.values);
 
@@ -157,7 +105,7 @@ TEST_F(BakeTest, SupersamplesAreTheMeanOfAPixel)
     ASSERT_TRUE(Load(kRamp, graph));
     host::BakeStatistics statistics;
     ASSERT_TRUE(host::Bake(graph, {{1, File("u.exr")}}, options, statistics).IsOk());
-    const PixelImage image = Read(File("u.exr"));
+    const PixelImage image = ReadPixels(File("u.exr"));
     EXPECT_FLOAT_EQ(0.25f, image.values[0]);
     EXPECT_FLOAT_EQ(0.75f, image.values[1]);
     EXPECT_EQ(18u, statistics.samples);
@@ -181,8 +129,8 @@ TEST_F(BakeTest, SupersamplesConvergeToTheMeanOfAPixel)
         ASSERT_TRUE(Bake(document, File("fine.exr"), options).IsOk());
         options.view = {kSize, kSize, shape, 8};
         ASSERT_TRUE(Bake(document, File("coarse.exr"), options).IsOk());
-        const PixelImage fine = Read(File("fine.exr"));
-        const PixelImage coarse = Read(File("coarse.exr"));
+        const PixelImage fine = ReadPixels(File("fine.exr"));
+        const PixelImage coarse = ReadPixels(File("coarse.exr"));
         double squares = 0.0;
         for (int i = 0; i < kSize * kSize; ++i)
         {
@@ -219,16 +167,16 @@ TEST_P(BakeFormat, HoldsTheValuesAsStated)
     const std::string file = File("picture." + row.suffix);
     const Result baked = Bake(kRamp, file, options);
     ASSERT_TRUE(baked.IsOk()) << baked.Message();
-    const PixelImage image = Read(file);
-    EXPECT_EQ(OIIO::TypeDesc(row.type), image.type);
-    EXPECT_EQ("", image.date);
+    const PixelImage image = ReadPixels(file);
+    EXPECT_EQ(OIIO::TypeDesc(row.type), image.spec.format);
+    EXPECT_EQ("", image.spec.get_string_attribute("DateTime"));
     ASSERT_EQ(row.channels, image.channels);
     EXPECT_NEAR(row.middle, image.At(4, 1)[0], row.tolerance);
     if (row.channels == 4)
     {
         EXPECT_EQ(1.0f, image.At(4, 1)[3]);
     }
-    EXPECT_EQ(1u, FolderContents().size());
+    EXPECT_EQ(1u, folder_.Names().size());
 }
 
 constexpr float kSrgbMiddle = 0.7353569f; // of 0.5
@@ -280,7 +228,7 @@ TEST_P(OutputEncoding, IsTheOptionsThenTheDocumentsThenThatOfTheType)
         row.type, row.value, row.stated);
     const Result baked = Bake(document, file, options);
     ASSERT_TRUE(baked.IsOk()) << baked.Message();
-    const PixelImage image = Read(file);
+    const PixelImage image = ReadPixels(file);
     ASSERT_EQ(row.stored.size(), image.values.size());
     for (std::size_t i = 0; i < row.stored.size(); ++i)
         EXPECT_NEAR(row.stored[i], image.values[i], 1e-6) << i;
@@ -328,12 +276,12 @@ TEST_F(BakeTest, ColoursAreWrittenAsTheyAreWhateverTheirAlpha)
     for (const char* const name : {"a.exr", "a.tif"})
     {
         ASSERT_TRUE(Bake(document, File(name), options).IsOk());
-        EXPECT_EQ((std::vector<float>{0.5f, 2.0f, -1.0f, 0.25f}), Read(File(name)).values) << name;
+        EXPECT_EQ((std::vector<float>{0.5f, 2.0f, -1.0f, 0.25f}), ReadPixels(File(name)).values) << name;
     }
     options.encoding.depth = host::PixelDepth::Default;
     options.encoding.colorSpace = host::PictureColorSpace::Linear;
     ASSERT_TRUE(Bake(document, File("a.png"), options).IsOk());
-    const PixelImage png = Read(File("a.png"));
+    const PixelImage png = ReadPixels(File("a.png"));
     EXPECT_NEAR(0.5f, png.values[0], 0.51f / 255);
     EXPECT_EQ(1.0f, png.values[1]);
     EXPECT_EQ(0.0f, png.values[2]);
@@ -346,7 +294,7 @@ TEST_F(BakeTest, SphereHasTrueNormalsAndIsTransparentOutside)
     options.view.shape = host::BakeShape::Sphere;
     options.encoding.depth = host::PixelDepth::Float;
     ASSERT_TRUE(Bake(kRamp, File("sphere.exr"), options).IsOk());
-    const PixelImage image = Read(File("sphere.exr"));
+    const PixelImage image = ReadPixels(File("sphere.exr"));
     EXPECT_EQ(0.0f, image.At(0, 0)[3]);
     EXPECT_EQ(1.0f, image.At(32, 32)[3]);
 
@@ -393,8 +341,8 @@ TEST_F(BakeTest, AMaterialIsBakedChannelByChannel)
         {"aov.mask", {2.0f, 0.0f, 1.0f}},
     };
     for (const auto& [name, values] : expected)
-        EXPECT_EQ(values, Read(File(name + ".exr")).values) << name;
-    EXPECT_EQ(expected.size() + 1, FolderContents().size());
+        EXPECT_EQ(values, ReadPixels(File(name + ".exr")).values) << name;
+    EXPECT_EQ(expected.size() + 1, folder_.Names().size());
 }
 
 // Whatever goes wrong: no partial file, and what was there stays.
@@ -402,7 +350,7 @@ TEST_F(BakeTest, FailuresLeaveTheFolderAsItWas)
 {
     const std::string file = File("kept.png");
     std::ofstream(file) << "kept";
-    const auto isAsItWas = [&] { return Bytes(file) == "kept" && FolderContents().size() == 1; };
+    const auto isAsItWas = [&] { return ReadFile(file) == "kept" && folder_.Names().size() == 1; };
     BakeOptions options = Size(2000, 700);
 
     const std::string failing = R"({"version": 1, "nodes": {
@@ -441,8 +389,8 @@ TEST_F(BakeTest, FailuresLeaveTheFolderAsItWas)
     EXPECT_TRUE(isAsItWas());
 
     ASSERT_TRUE(Bake(kBoard, file, options).IsOk());
-    EXPECT_EQ(2000, Read(file).width);
-    EXPECT_EQ(1u, FolderContents().size());
+    EXPECT_EQ(2000, ReadPixels(file).width);
+    EXPECT_EQ(1u, folder_.Names().size());
 }
 
 } // namespace

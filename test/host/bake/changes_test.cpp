@@ -5,13 +5,12 @@
 #include "host/graph/values.h"
 #include "host/system/output.h"
 #include "test/support/eval.h"
+#include "test/support/files.h"
 
 #include <fmt/format.h>
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include <paths.h>
 
@@ -104,12 +103,6 @@ std::vector<Change> SomeChanges(const host::CoreGraph& graph, std::size_t most)
 
 class ChangedInputs : public ::testing::TestWithParam<std::string>
 {
-protected:
-    static std::string Text(const fs::path& file)
-    {
-        std::ifstream in(file);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
 };
 
 TEST_P(ChangedInputs, GiveWhatTheirDocumentGives)
@@ -120,7 +113,7 @@ TEST_P(ChangedInputs, GiveWhatTheirDocumentGives)
     {
         if (entry.path().extension() != ".json")
             continue;
-        const std::string text = Text(entry.path());
+        const std::string text = ReadFile(entry.path());
         host::GraphOptions options;
         options.file = entry.path().string();
         options.searchPaths = {entry.path().parent_path().string()};

@@ -7,13 +7,13 @@
 #include "host/registry/datatypes.h"
 #include "host/system/output.h"
 #include "test/support/examples.h"
+#include "test/support/files.h"
 #include "test/support/probe.h"
 
 #include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <set>
 
@@ -24,12 +24,6 @@ namespace
 {
 
 using namespace host;
-
-std::string ReadText(const std::filesystem::path& file)
-{
-    std::ifstream in(file);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 
 // All outputs that are numbers, of all samples of some rows.
 struct Sampled
@@ -257,7 +251,7 @@ TEST_F(FuseTest, GivesTheBitsOfCallsForAllMaterials)
         if (entry.path().extension() != ".json")
             continue;
         SCOPED_TRACE(entry.path());
-        Compare(ReadText(entry.path()), kPlane);
+        Compare(ReadFile(entry.path()), kPlane);
     }
 }
 
@@ -286,7 +280,7 @@ TEST_F(FuseTest, GivesTheSameBitsOnAllProcessors)
 {
     const std::pair<const char*, bool> processors[] = {{"x86-64", true},
         {"x86-64-v3", __builtin_cpu_supports("avx2") != 0}, {"x86-64-v4", __builtin_cpu_supports("avx512vl") != 0}};
-    const std::string marble = ReadText(VELTO_SOURCE_DIR "/examples/materials/marble.json");
+    const std::string marble = ReadFile(VELTO_SOURCE_DIR "/examples/materials/marble.json");
     for (const auto& [name, isThere] : processors)
     {
         SCOPED_TRACE(name);

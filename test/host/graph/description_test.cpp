@@ -7,6 +7,7 @@
 #include "host/system/allocator.h"
 #include "host/system/output.h"
 #include "host/text/url.h"
+#include "test/support/files.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -49,14 +50,8 @@ protected:
         if (FindEntry(registry::kCoreNodes.View(), "net.velto.corenode.if"))
             GTEST_SKIP() << "a test before this one keeps the module; every case is meant to have its own process";
         std::filesystem::create_directories(directory_);
-        SetResourceDirectory(folder_);
+        SetResourceDirectory(folder_.Path(""));
     }
-    void TearDown() override
-    {
-        module_.reset();
-        std::filesystem::remove_all(folder_);
-    }
-
     void Put(const std::string& name, std::string_view text) const { std::ofstream(directory_ / name) << text; }
 
     // Loads the module; `lines_` is what it says, without the folder.
@@ -84,9 +79,8 @@ protected:
         return names;
     }
 
-    std::filesystem::path folder_ =
-        std::filesystem::path(::testing::TempDir()) / fmt::format("velto_descriptions_{}", ::getpid());
-    std::filesystem::path directory_ = folder_ / "modules" / "shadernodes.module";
+    const test::TemporaryFolder folder_;
+    const std::filesystem::path directory_ = folder_.Path("modules/shadernodes.module");
     std::shared_ptr<Module> module_;
     std::vector<std::string> lines_;
 };

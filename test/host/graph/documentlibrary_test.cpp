@@ -1,4 +1,5 @@
 // Parameters, presets and documents that are nodes make the same program as what is written out by hand.
+#include "test/support/files.h"
 #include "test/support/probe.h"
 
 #include <gmock/gmock.h>
@@ -23,7 +24,7 @@ protected:
     DocumentLibraryTest()
     {
         TheModule();
-        std::filesystem::create_directories(folder_ / "library");
+        std::filesystem::create_directory(folder_.Path("library"));
         Write("board.json", R"({"version": 1,
             "parameters": {
                 "repeat": {"type": "Float", "default": 3, "min": 1, "max": 20},
@@ -38,14 +39,13 @@ protected:
                     "color1": {"parameter": "tint"}, "color2": {"from": "cloud.result"}}}},
             "outputs": {"color": "board.result", "number": "cloud.result"}})");
     }
-    ~DocumentLibraryTest() override { std::filesystem::remove_all(folder_); }
 
-    void Write(const std::string& name, const std::string& text) const { std::ofstream(folder_ / name) << text; }
+    void Write(const std::string& name, const std::string& text) const { folder_.WriteBytes(name, text); }
 
     bool Load(const std::string& text, host::Graph& graph, std::string& faults, host::GraphOptions options = {}) const
     {
-        options.file = (folder_ / "main.json").string();
-        options.libraries = {(folder_ / "library").string()};
+        options.file = folder_.Path("main.json");
+        options.libraries = {folder_.Path("library")};
         host::Diagnostics diagnostics;
         const bool isGood = host::LoadGraph(text, TheModule(), options, diagnostics, graph);
         for (const host::Diagnostic& diagnostic : diagnostics.All())
@@ -82,8 +82,7 @@ protected:
         return fmt::format("{} calls {}", calls, results.Write());
     }
 
-    std::filesystem::path folder_ =
-        std::filesystem::path(::testing::TempDir()) / fmt::format("velto_library_{}", ::getpid());
+    const TemporaryFolder folder_;
 };
 
 // The board with its values written out. What a context is given to is another node than what is invoked.
@@ -132,7 +131,7 @@ TEST_F(DocumentLibraryTest, ParametersAndPresetsAreValuesWrittenOut)
 
 TEST_F(DocumentLibraryTest, ADocumentIsWhatIsInIt)
 {
-    std::filesystem::rename(folder_ / "board.json", folder_ / "library/board.json");
+    std::filesystem::rename(folder_.Path("board.json"), folder_.Path("library/board.json"));
     Write("outer.json", R"({"version": 1, "parameters": {"r": {"type": "Int", "default": 1}},
         "nodes": {"b": {"type": "board", "inputs": {"repeat": {"parameter": "r"}}}},
         "outputs": {"color": "b.color", "number": "b.number"}})");

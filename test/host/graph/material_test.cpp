@@ -126,14 +126,7 @@ TEST(DescribedNodes, LocalContextFollowsContext)
             .append(R"("color1": [1, 1, 1, 1], "color2": [0, 0, 0, 1]}}}, "outputs": {"color": "board.result"}})");
     };
     const auto board = [&](std::string_view inputs, const host::GraphOptions& options = {}) {
-        host::Graph graph;
-        host::Diagnostics diagnostics;
-        host::Json results;
-        bool anyFailed = false;
-        EXPECT_TRUE(Load(document(inputs), graph, options));
-        EXPECT_TRUE(host::EvaluateSamples(
-            graph, Parse(R"([{"uvw": [0.25, 0.25, 0]}])"), false, diagnostics, results, anyFailed));
-        return Output(results, "color");
+        return Output(EvalJson(document(inputs), R"([{"uvw": [0.25, 0.25, 0]}])", options), "color");
     };
     EXPECT_EQ(board(""), "[1, 1, 1, 1]");
     EXPECT_EQ(board(R"("contextLocal": {"from": "moved.result"}, )"), "[0, 0, 0, 1]");

@@ -6,6 +6,7 @@
 #include "host/system/configuration.h"
 #include "host/system/output.h"
 #include "test/support/eval.h"
+#include "test/support/files.h"
 
 #include <gmock/gmock.h>
 
@@ -100,12 +101,6 @@ INSTANTIATE_TEST_SUITE_P(Table, BrokenModule,
     }),
     [](const auto& info) { return info.param.name; });
 
-std::string BytesOf(const std::string& file)
-{
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 class BrokenFile : public ::testing::Test
 {
 protected:
@@ -131,7 +126,7 @@ protected:
 
 TEST_F(BrokenFile, IsRefusedBeforeItIsMapped)
 {
-    const std::string whole = BytesOf(FileOf("probe"));
+    const std::string whole = test::ReadFile(FileOf("probe"));
     ASSERT_GT(whole.size(), 4096u);
     ExpectRefused("", "not a shared library");
     ExpectRefused("int main() {}", "not a shared library");

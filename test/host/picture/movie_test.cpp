@@ -28,12 +28,6 @@ bool HasFfmpeg()
     return has;
 }
 
-std::string Contents(const std::string& file)
-{
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 template <class T>
 std::string Rgb(const host::Pyramid<T>& pyramid, bool hasAlpha)
 {
@@ -92,7 +86,7 @@ TEST_P(MovieTest, EveryFrameIsTheOneThatFfmpegDecodes)
                                   "</dev/null",
         file, movie.pixels, raw)));
     const bool hasAlpha = std::string_view(movie.pixels).starts_with("rgba");
-    const std::string expected = Contents(raw);
+    const std::string expected = ReadFile(raw);
     const std::string first = ReadFrame(file, 0, hasAlpha);
     ASSERT_FALSE(first.empty());
     ASSERT_EQ(expected.size() % first.size(), 0u);
@@ -154,7 +148,7 @@ std::vector<pid_t> Decoders()
 
 std::string FileOf(pid_t process, const char* name)
 {
-    return Contents(fmt::format("/proc/{}/{}", process, name));
+    return ReadFile(fmt::format("/proc/{}/{}", process, name));
 }
 
 } // namespace

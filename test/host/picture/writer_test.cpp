@@ -1,6 +1,7 @@
 #include "host/picture/writer.h"
 
 #include "test/support/picture_files.h"
+#include "test/support/pixels.h"
 #include "test/support/probe.h"
 
 #include <sys/resource.h>
@@ -58,24 +59,10 @@ Result Write(const std::string& file, const PictureLayout& layout, int bandRows,
     return PictureWriter::PutInPlace(writers);
 }
 
-std::string Bytes(const std::string& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 class WriterTest : public ::testing::Test
 {
 protected:
     WriterTest() { TheProbe(); }
-
-    std::vector<std::string> Names() const
-    {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(folder_.Path("")))
-            names.push_back(entry.path().filename().string());
-        return names;
-    }
 
     PictureFolder folder_;
 };
@@ -104,22 +91,19 @@ TEST_P(WrittenFormat, ReadsBackAndHasTheSameBytesHoweverItsRowsCome)
         arena.execute([&] { written = Write(file, layout, bandRows); });
         ASSERT_TRUE(written.IsOk()) << written.Message();
         if (first.empty())
-            first = Bytes(file);
-        EXPECT_EQ(Bytes(file) == first, true) << bandRows;
+            first = ReadFile(file);
+        EXPECT_EQ(ReadFile(file) == first, true) << bandRows;
     }
-    EXPECT_EQ(Names().size(), 1u);
+    EXPECT_EQ(folder_.Names().size(), 1u);
 
-    const auto input = OIIO::ImageInput::open(file);
-    ASSERT_TRUE(input) << OIIO::geterror();
-    const OIIO::ImageSpec& spec = input->spec();
-    EXPECT_EQ(spec.width, layout.width);
-    EXPECT_EQ(spec.height, layout.height);
-    EXPECT_EQ(spec.nchannels, format.channels);
-    const auto count = static_cast<std::size_t>(spec.nchannels);
-    std::vector<float> read(static_cast<std::size_t>(layout.width * layout.height) * count);
-    ASSERT_TRUE(input->read_image(0, 0, 0, -1, OIIO::TypeDesc::FLOAT, read.data())) << input->geterror();
+    const PixelImage image = ReadPixels(file);
+    const std::vector<float>& read = image.values;
+    EXPECT_EQ(image.width, layout.width);
+    EXPECT_EQ(image.height, layout.height);
+    ASSERT_EQ(image.channels, format.channels);
+    const auto count = static_cast<std::size_t>(image.channels);
     const std::vector<float> pixels = Pixels(layout);
-    const bool isByte = spec.format == OIIO::TypeDesc::UINT8;
+    const bool isByte = image.spec.format == OIIO::TypeDesc::UINT8;
     for (std::size_t i = 0; i < read.size(); ++i)
     {
         float wanted = pixels[i / count * 4 + i % count];
@@ -150,8 +134,8 @@ TEST_P(WrittenFormat, KeepsTheOldFileWhereverTheDiskIsFull)
         setrlimit(RLIMIT_FSIZE, &none);
         EXPECT_TRUE(written.IsError()) << part;
         EXPECT_EQ(written.Message().find(file + " cannot be written: File too large"), 0u) << written.Message();
-        EXPECT_EQ(Bytes(file), "old") << part;
-        EXPECT_EQ(Names().size(), 1u) << part;
+        EXPECT_EQ(ReadFile(file), "old") << part;
+        EXPECT_EQ(folder_.Names().size(), 1u) << part;
     }
 }
 
@@ -176,7 +160,7 @@ TEST_F(WriterTest, WebpKeepsTheColoursOfTransparentPixels)
     ASSERT_TRUE(writers[0]->WriteRows(pixels.data(), 16).IsOk());
     ASSERT_TRUE(writers[0]->Complete().IsOk());
     ASSERT_TRUE(PictureWriter::PutInPlace(writers).IsOk());
-    const std::string bytes = Bytes(file);
+    const std::string bytes = ReadFile(file);
     int width = 0;
     int height = 0;
     const std::unique_ptr<std::uint8_t, decltype(&WebPFree)> read(
@@ -218,7 +202,7 @@ TEST_F(WriterTest, SaysWhatCannotBeWrittenBeforeAnythingIsSampled)
         if (row.reason && opened.IsError())
             EXPECT_NE(opened.Message().find(row.reason), std::string::npos) << opened.Message();
     }
-    EXPECT_EQ(Names().size(), 2u);
+    EXPECT_EQ(folder_.Names().size(), 2u);
 }
 
 TEST_F(WriterTest, SeveralFilesAppearTogetherOrNotAtAll)
@@ -237,9 +221,9 @@ TEST_F(WriterTest, SeveralFilesAppearTogetherOrNotAtAll)
     std::filesystem::create_directory(files[2]);
     EXPECT_TRUE(PictureWriter::PutInPlace(writers).IsError());
     EXPECT_FALSE(std::filesystem::exists(files[0]));
-    EXPECT_EQ(Bytes(files[1]), "old");
+    EXPECT_EQ(ReadFile(files[1]), "old");
     writers.clear();
-    EXPECT_EQ(Names().size(), 2u);
+    EXPECT_EQ(folder_.Names().size(), 2u);
 }
 
 TEST_F(WriterTest, KeepsTheModeOfAFileAndReplacesALinkNotItsTarget)
@@ -260,7 +244,7 @@ TEST_F(WriterTest, KeepsTheModeOfAFileAndReplacesALinkNotItsTarget)
     EXPECT_EQ(status.st_mode & 0777, 0604u);
     ASSERT_EQ(::stat(fresh.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0640u);
-    EXPECT_EQ(Bytes(target), "old");
+    EXPECT_EQ(ReadFile(target), "old");
     EXPECT_FALSE(std::filesystem::is_symlink(link));
 }
 
@@ -270,9 +254,7 @@ TEST_F(WriterTest, APartLiesAtItsPlaceInTheWhole)
     {
         const std::string file = folder_.Path(name);
         ASSERT_TRUE(Write(file, {30, 20, 3, 7, 9, 64, 48, {{"velto:part", "1"}}}, 20).IsOk());
-        const auto input = OIIO::ImageInput::open(file);
-        ASSERT_TRUE(input);
-        const OIIO::ImageSpec& spec = input->spec();
+        const OIIO::ImageSpec spec = ReadPixels(file).spec;
         EXPECT_EQ((std::vector{spec.x, spec.y, spec.full_x, spec.full_y, spec.full_width, spec.full_height}),
             (std::vector{7, 9, 0, 0, 64, 48}))
             << name;
@@ -303,10 +285,8 @@ TEST_F(WriterTest, RoundsToTheNearest)
         ASSERT_TRUE(writers[0]->WriteRows(values.data(), 1).IsOk());
         ASSERT_TRUE(writers[0]->Complete().IsOk());
         ASSERT_TRUE(PictureWriter::PutInPlace(writers).IsOk());
-        const auto input = OIIO::ImageInput::open(file);
-        ASSERT_TRUE(input);
-        std::vector<float> read(values.size());
-        ASSERT_TRUE(input->read_image(0, 0, 0, -1, OIIO::TypeDesc::FLOAT, read.data()));
+        const std::vector<float> read = ReadPixels(file).values;
+        ASSERT_EQ(read.size(), values.size());
         for (std::size_t i = 0; i < values.size(); ++i)
         {
             const float c = values[i];

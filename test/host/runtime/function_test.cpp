@@ -188,6 +188,15 @@ protected:
         ASSERT_TRUE(Load(document, graph, options));
     }
 
+    // An instance of a new run, with one sample behind it.
+    static std::unique_ptr<host::Instance> Evaluated(host::Graph& graph)
+    {
+        std::unique_ptr<host::Instance> instance;
+        EXPECT_TRUE(graph.setup->Run().IsOk() && host::Instance::Create(*graph.setup, instance).IsOk());
+        EXPECT_TRUE(instance->Evaluate().IsOk());
+        return instance;
+    }
+
     template <class T>
     static void Set(host::Graph& graph, std::string_view origin, const T& value)
     {
@@ -204,10 +213,7 @@ TEST_F(FunctionThreads, InvokeFromASetupNode)
     Make(graph);
     for (int run = 0; run < 3; ++run)
     {
-        ASSERT_TRUE(graph.setup->Run().IsOk());
-        std::unique_ptr<host::Instance> instance;
-        ASSERT_TRUE(host::Instance::Create(*graph.setup, instance).IsOk());
-        ASSERT_TRUE(instance->Evaluate().IsOk());
+        const auto instance = Evaluated(graph);
         EXPECT_EQ(20.0 * 10.0 + kParallelSum, *static_cast<const Float*>(instance->Output(0)));
         EXPECT_EQ(0, *static_cast<const Int*>(instance->Output(1)));
     }
@@ -255,10 +261,7 @@ TEST_F(FunctionThreads, StartStateFromTheSameSample)
         "once": {"type": "net.velto.test.fail", "inputs": {"x": {"from": "calls.calls"}}},
         "all": {"type": "net.velto.test.invokeinparallel", "inputs": {"count": 200, "f": {"from": "once.result"}}}},
         "outputs": {"sum": "all.sum", "failures": "all.failures"}})");
-    ASSERT_TRUE(graph.setup->Run().IsOk());
-    std::unique_ptr<host::Instance> instance;
-    ASSERT_TRUE(host::Instance::Create(*graph.setup, instance).IsOk());
-    ASSERT_TRUE(instance->Evaluate().IsOk());
+    const auto instance = Evaluated(graph);
     EXPECT_EQ(0, *static_cast<const Int*>(instance->Output(1)));
     // Every frame counts 2, 3, ... after the sample that primes it: at least 200 calls of one frame's least.
     EXPECT_GE(*static_cast<const Float*>(instance->Output(0)), 2.0 * 200.0);
@@ -279,10 +282,7 @@ TEST_F(FunctionThreads, ForgetWhatWasBeforeTheRun)
         const Int count = value == 1.0 ? 1 : 2000;
         Set(graph, "mean.color", ColorA{value, value, value, 0.0});
         Set(graph, "all.count", count);
-        ASSERT_TRUE(graph.setup->Run().IsOk());
-        std::unique_ptr<host::Instance> instance;
-        ASSERT_TRUE(host::Instance::Create(*graph.setup, instance).IsOk());
-        ASSERT_TRUE(instance->Evaluate().IsOk());
+        const auto instance = Evaluated(graph);
         EXPECT_NEAR(value * static_cast<Float>(count), *static_cast<const Float*>(instance->Output(0)), 1e-6);
     }
 }

@@ -89,16 +89,6 @@ protected:
 
 } // namespace
 
-TEST_F(TextureTest, LinearLooksBetweenTexels)
-{
-    const Picture picture = Grey(2, 1, {0.0, 1.0});
-    EXPECT_EQ(0.0, At(picture, 0.25, 0.5, texture_filter::kLinear));
-    EXPECT_EQ(0.5, At(picture, 0.5, 0.5, texture_filter::kLinear));
-    EXPECT_EQ(1.0, At(picture, 0.75, 0.5, texture_filter::kLinear));
-    EXPECT_EQ(0.0, At(picture, 0.49, 0.5, texture_filter::kNone));
-    EXPECT_EQ(1.0, At(picture, 0.51, 0.5, texture_filter::kNone));
-}
-
 TEST_F(TextureTest, TileModes)
 {
     const Picture picture = Grey(2, 1, {0.0, 1.0});

@@ -1,5 +1,6 @@
 // The patterns that tile: what is where, that both edges agree, and what a sample sees that covers much.
 #include "test/support/node_table.h"
+#include "test/support/sampled_document.h"
 
 #include "velto/porttypes.h"
 
@@ -31,7 +32,7 @@ NODE_TABLE(ToolkitBricksTable, "net.velto.toolkit.corenode.generator.bricks",
             VELTO_AT(0.25, 0.375)},
         {"numbers below zero wrap", VELTO_WALL(R"("mortar": 0.5, "offset": 0)"), R"({"mask": 1, "index": 7})",
             VELTO_AT(-0.25, -0.125)},
-        {"a sample that covers half a joint", VELTO_WALL(R"("mortar": 0.5)"), R"({"result": [0.5, 0, 0.5, 1]})",
+        {"a sample that covers half a joint", VELTO_WALL(R"("mortar": 0.5)"), "[0.5, 0, 0.5, 1]",
             R"({"uvw": [0.25, 0.0625, 0], "uvwPlusDeltaV": [0.25, 0.1, 0]})", 1e-12},
         {"a sample that covers the wall sees its mean", VELTO_WALL(R"("mortar": 0.5)"), R"({"mask": 0.375})",
             R"({"uvw": [0.1, 0.1, 0], "uvwPlusDeltaU": [2.1, 0.1, 0], "uvwPlusDeltaV": [0.1, 2.1, 0]})", 1e-12},
@@ -48,7 +49,7 @@ NODE_TABLE(HexagonsTable, "net.velto.toolkit.corenode.generator.hexagons",
             VELTO_AT(0.25, 0)},
         {"every second row is moved by half a cell", VELTO_COMB(R"("gap": 0.2, "bevel": 0.25)"),
             R"({"mask": 1, "index": 5, "local": [0.5, 0.5, 0]})", VELTO_AT(0.375, 0.25)},
-        {"between two cells", VELTO_COMB(R"("gap": 0.2)"), R"({"result": [0, 0, 1, 1]})", VELTO_AT(0.125, 0)},
+        {"between two cells", VELTO_COMB(R"("gap": 0.2)"), "[0, 0, 1, 1]", VELTO_AT(0.125, 0)},
         {"the gap ends a tenth of a cell from the border", VELTO_COMB(R"("gap": 0.2)"), R"({"mask": 1})",
             VELTO_AT(0.1501, 0)},
         {"but not before", VELTO_COMB(R"("gap": 0.2)"), R"({"mask": 0})", VELTO_AT(0.1499, 0)},
@@ -96,41 +97,17 @@ NODE_TABLE(TileSamplerTable, "net.velto.toolkit.corenode.generator.tilesampler",
             VELTO_AT(0.29, 0.375)},
         {"a moved row", VELTO_TILES(R"("scale": [0.5, 0.5], "density": 1, "offset": 0.5)"), R"({"index": 4})",
             VELTO_AT(0.25, 0.375)},
-        {"copies add up", VELTO_TILES(R"("scale": [2, 1], "density": 1, "combine": "add")"),
-            R"({"result": [2, 1, 0, 1]})", VELTO_AT(0.3, 0.375)},
+        {"copies add up", VELTO_TILES(R"("scale": [2, 1], "density": 1, "combine": "add")"), "[2, 1, 0, 1]",
+            VELTO_AT(0.3, 0.375)},
         {"none is dense enough", VELTO_TILES(R"("scale": [2, 2], "density": 0)"), R"({"index": -1})",
             VELTO_AT(0.3, 0.375)},
     });
 
-class PatternSampler
+ColorA ColorAt(SampledDocument& pattern, double u, double v, double footprint = 0)
 {
-public:
-    explicit PatternSampler(std::string_view document)
-    {
-        isGood_ = Load(document, graph_) && graph_.setup->Run().IsOk() &&
-                  host::Instance::Create(*graph_.setup, instance_).IsOk();
-        EXPECT_TRUE(isGood_);
-    }
-    const void* At(double u, double v, double footprint = 0)
-    {
-        ShadingContext& context = instance_->Context();
-        context.uvwValid = true;
-        context.uvw = {u, v, 0};
-        context.uvwPlusDeltaU = {u + footprint, v, 0};
-        context.uvwPlusDeltaV = {u, v + footprint, 0};
-        return isGood_ && instance_->Evaluate().IsOk() ? instance_->Output(0) : nullptr;
-    }
-    ColorA ColorAt(double u, double v, double footprint = 0)
-    {
-        const auto* const color = static_cast<const ColorA*>(At(u, v, footprint));
-        return color ? *color : ColorA{-1, -1, -1, -1};
-    }
-
-private:
-    host::Graph graph_;
-    std::unique_ptr<host::Instance> instance_;
-    bool isGood_ = false;
-};
+    const auto* const color = pattern.At<ColorA>({u, v}, footprint);
+    return color ? *color : ColorA{-1, -1, -1, -1};
+}
 
 struct TilingPattern
 {
@@ -145,15 +122,15 @@ class TilingPatternTest : public ::testing::TestWithParam<TilingPattern>
 
 TEST_P(TilingPatternTest, AgreesAtBothEdges)
 {
-    PatternSampler pattern(GetParam().document);
+    SampledDocument pattern(GetParam().document);
     int differences = 0;
     for (int i = 0; i < 2000; ++i)
     {
         // Multiples of 2^-20, to which 1 is added exactly.
         const double u = (i * 7919 % 1048576) * 0x1p-20;
         const double v = (i * 104729 % 1048576) * 0x1p-20;
-        const ColorA here = pattern.ColorAt(u, v);
-        const ColorA there = pattern.ColorAt(u + 1, v - 2);
+        const ColorA here = ColorAt(pattern, u, v);
+        const ColorA there = ColorAt(pattern, u + 1, v - 2);
         differences += std::abs(here.r - there.r) + std::abs(here.g - there.g) + std::abs(here.b - there.b) > 1e-9;
     }
     EXPECT_EQ(0, differences);
@@ -164,12 +141,12 @@ TEST_P(TilingPatternTest, IsFilteredToItsMean)
 {
     if (!GetParam().isFiltered)
         return;
-    PatternSampler pattern(GetParam().document);
+    SampledDocument pattern(GetParam().document);
     constexpr int kSide = 200;
     double mean = 0;
     for (int i = 0; i < kSide * kSide; ++i)
-        mean += pattern.ColorAt((i % kSide + 0.5) / kSide, (i / kSide + 0.5) / kSide).g / (kSide * kSide);
-    const double wide = pattern.ColorAt(0.31, 0.67, 1).g;
+        mean += ColorAt(pattern, (i % kSide + 0.5) / kSide, (i / kSide + 0.5) / kSide).g / (kSide * kSide);
+    const double wide = ColorAt(pattern, 0.31, 0.67, 1).g;
     EXPECT_NEAR(mean, wide, 0.03);
 }
 
@@ -194,12 +171,12 @@ INSTANTIATE_TEST_SUITE_P(Patterns, TilingPatternTest,
 TEST(WarpTest, PushesInSteps)
 {
     const auto at = [](const char* inputs) {
-        PatternSampler pattern(fmt::format(R"({{"version": 1, "nodes": {{"h": {{"type": "coordinate"}},
+        SampledDocument pattern(fmt::format(R"({{"version": 1, "nodes": {{"h": {{"type": "coordinate"}},
             "u": {{"type": "composecolora", "inputs": {{"red": {{"from": "h.u"}}, "green": {{"from": "h.v"}}}}}},
             "n": {{"type": "warp", "inputs": {{"color": {{"from": "u.result"}}, {}}}}}}},
             "outputs": {{"n": "n.result"}}}})",
             inputs));
-        const ColorA color = pattern.ColorAt(0.5, 0.25);
+        const ColorA color = ColorAt(pattern, 0.5, 0.25);
         return std::pair(color.r, color.g);
     };
     EXPECT_EQ(std::pair(0.5, 0.25), at(R"("amount": [0.5, 0.5])"));
@@ -213,13 +190,13 @@ TEST(WarpTest, PushesInSteps)
 TEST(NormalFromHeightTest, StandsOnTheSlope)
 {
     const auto at = [](const char* inputs, double footprint) {
-        PatternSampler pattern(fmt::format(R"({{"version": 1, "nodes": {{"h": {{"type": "coordinate"}},
+        SampledDocument pattern(fmt::format(R"({{"version": 1, "nodes": {{"h": {{"type": "coordinate"}},
             "up": {{"type": "math", "inputs": {{"operation": "multiplyadd", "a": {{"from": "h.v"}}, "b": -2,
                 "c": {{"from": "h.u"}}}}}},
             "n": {{"type": "normalfromheight", "inputs": {{"height": {{"from": "up.result"}}, {}}}}}}},
             "outputs": {{"n": "n.result"}}}})",
             inputs));
-        const auto* const normal = static_cast<const Vector*>(pattern.At(0.5, 0.25, footprint));
+        const auto* const normal = pattern.At<Vector>({0.5, 0.25}, footprint);
         return normal ? *normal : Vector();
     };
     // A plane that rises by 1 to the right and by 2 up the picture faces left and down.

@@ -1,4 +1,4 @@
-#include "test/support/eval.h"
+#include "test/support/sampled_document.h"
 
 #include "velto/porttypes.h"
 
@@ -40,38 +40,23 @@ struct Setting
     double loop = 2;
 };
 
-class Noise
+class Noise : public SampledDocument
 {
 public:
     explicit Noise(const Setting& setting)
-    {
-        isGood_ = Load(fmt::format(R"({{"version": 1, "nodes": {{"n": {{"type": "seamlessnoise", "inputs": {{
+        : SampledDocument(fmt::format(R"({{"version": 1, "nodes": {{"n": {{"type": "seamlessnoise", "inputs": {{
             "kind": "{}", "periodU": {}, "periodV": {}, "periodW": {}, "octaves": {}, "lacunarity": {}, "seed": {},
             "loop": {}}}}}}}, "outputs": {{"n": "n.result"}}}})",
-                           setting.kind, setting.periodU, setting.periodV, setting.periodW, setting.octaves,
-                           setting.lacunarity, setting.seed, setting.loop),
-                      graph_) &&
-                  graph_.setup->Run().IsOk() && host::Instance::Create(*graph_.setup, instance_).IsOk();
-        EXPECT_TRUE(isGood_);
+              setting.kind, setting.periodU, setting.periodV, setting.periodW, setting.octaves, setting.lacunarity,
+              setting.seed, setting.loop))
+    {
     }
 
     double At(double u, double v, double w = 0, double seconds = 0, double footprint = 0)
     {
-        if (!isGood_)
-            return -1;
-        ShadingContext& context = instance_->Context();
-        context.uvwValid = true;
-        context.uvw = {u, v, w};
-        context.uvwPlusDeltaU = {u + footprint, v, w};
-        context.uvwPlusDeltaV = {u, v + footprint, w};
-        context.time.seconds = seconds;
-        return instance_->Evaluate().IsOk() ? *static_cast<const Float*>(instance_->Output(0)) : -1;
+        const auto* const value = SampledDocument::At<Float>({u, v, w}, footprint, seconds);
+        return value ? *value : -1;
     }
-
-private:
-    host::Graph graph_;
-    std::unique_ptr<host::Instance> instance_;
-    bool isGood_ = false;
 };
 
 struct Kind

@@ -7,37 +7,37 @@ namespace velto::test
 
 NODE_TABLE(ComposeColorTable, VELTO_CONVERSION "composecolor",
     {
-        {"in port order", R"({"red": 1, "green": -2, "blue": 3})", R"({"result": [1, -2, 3]})"},
+        {"in port order", R"({"red": 1, "green": -2, "blue": 3})", "[1, -2, 3]"},
     });
 
 NODE_TABLE(ComposeColorATable, VELTO_CONVERSION "composecolora",
     {
-        {"nothing connected", R"({"rgb": [1, 2, 3], "alpha": 0.5})", R"({"result": [1, 2, 3, 0.5]})"},
-        {"a connected 0 counts", R"({"rgb": [1, 2, 3], "red": 0, "alpha": 0.5})", R"({"result": [0, 2, 3, 0.5]})"},
-        {"green", R"({"rgb": [1, 2, 3], "green": 9, "alpha": 0.5})", R"({"result": [1, 9, 3, 0.5]})"},
-        {"blue", R"({"rgb": [1, 2, 3], "blue": 9, "alpha": 0.5})", R"({"result": [1, 2, 9, 0.5]})"},
-        {"all", R"({"rgb": [1, 2, 3], "red": 4, "green": 5, "blue": 6, "alpha": 7})", R"({"result": [4, 5, 6, 7]})"},
+        {"nothing connected", R"({"rgb": [1, 2, 3], "alpha": 0.5})", "[1, 2, 3, 0.5]"},
+        {"a connected 0 counts", R"({"rgb": [1, 2, 3], "red": 0, "alpha": 0.5})", "[0, 2, 3, 0.5]"},
+        {"green", R"({"rgb": [1, 2, 3], "green": 9, "alpha": 0.5})", "[1, 9, 3, 0.5]"},
+        {"blue", R"({"rgb": [1, 2, 3], "blue": 9, "alpha": 0.5})", "[1, 2, 9, 0.5]"},
+        {"all", R"({"rgb": [1, 2, 3], "red": 4, "green": 5, "blue": 6, "alpha": 7})", "[4, 5, 6, 7]"},
     });
 
 NODE_TABLE(ComposeVector2Table, VELTO_CONVERSION "composevector2",
     {
-        {"in port order", R"({"x": 1, "y": "inf"})", R"({"result": [1, "inf"]})"},
+        {"in port order", R"({"x": 1, "y": "inf"})", R"([1, "inf"])"},
     });
 
 NODE_TABLE(ComposeVector3Table, VELTO_CONVERSION "composevector3",
     {
-        {"in port order", R"({"x": 1, "y": -2, "z": 3})", R"({"result": [1, -2, 3]})"},
+        {"in port order", R"({"x": 1, "y": -2, "z": 3})", "[1, -2, 3]"},
     });
 
 NODE_TABLE(ComposeVector4Table, VELTO_CONVERSION "composevector4",
     {
-        {"in port order", R"({"x": 1, "y": -2, "z": 3, "w": 4})", R"({"result": [1, -2, 3, 4]})"},
+        {"in port order", R"({"x": 1, "y": -2, "z": 3, "w": 4})", "[1, -2, 3, 4]"},
     });
 
 NODE_TABLE(ConvertDegreesTable, VELTO_CONVERSION "convertdegrees",
     {
-        {"to degrees", R"({"value": 2, "mode": "radtodeg"})", R"({"result": 114.59155902616465})"},
-        {"to radians", R"({"value": 180, "mode": "degtorad"})", R"({"result": 3.141592653589793})"},
+        {"to degrees", R"({"value": 2, "mode": "radtodeg"})", "114.59155902616465"},
+        {"to radians", R"({"value": 180, "mode": "degtorad"})", "3.141592653589793"},
     });
 
 NODE_TABLE(SplitColorTable, VELTO_CONVERSION "splitcolorcomponents",
@@ -58,44 +58,44 @@ NODE_TABLE(SplitVectorTable, VELTO_CONVERSION "splitvectorcomponents",
 
 NODE_TABLE(ColorToFloatTable, VELTO_CONVERSION "colortofloat",
     {
-        {"red", VELTO_COLOR("red", "true"), R"({"result": 0.5})"},
-        {"green", VELTO_COLOR("green", "false"), R"({"result": 0.25})"},
-        {"blue", VELTO_COLOR("blue", "false"), R"({"result": 2})"},
-        {"alpha, used or not", VELTO_COLOR("alpha", "false"), R"({"result": 4})"},
-        {"average of four", VELTO_COLOR("average", "true"), R"({"result": 1.6875})"},
-        {"average of three", VELTO_COLOR("average", "false"), R"({"result": 0.9166666666666666})", "{}", 1e-15},
-        {"length of four", R"({"color": [1, 1, 1, 1], "mode": "length", "useAlpha": true})", R"({"result": 2})"},
-        {"length of three", R"({"color": [2, 3, 6, 1], "mode": "length", "useAlpha": false})", R"({"result": 7})"},
-        {"squared length of four", VELTO_COLOR("squaredlength", "true"), R"({"result": 20.3125})"},
-        {"squared length of three", VELTO_COLOR("squaredlength", "false"), R"({"result": 4.3125})"},
-        {"luminance", VELTO_COLOR("luminance", "false"), R"({"result": 0.4293})", "{}", 1e-15},
-        {"luminance never looks at alpha", VELTO_COLOR("luminance", "true"), R"({"result": 0.4293})", "{}", 1e-15},
-        {"sum of four", VELTO_COLOR("sum", "true"), R"({"result": 6.75})"},
-        {"sum of three", VELTO_COLOR("sum", "false"), R"({"result": 2.75})"},
-        {"smallest of four", R"({"color": [3, 2, 1, 0], "mode": "min", "useAlpha": true})", R"({"result": 0})"},
-        {"smallest of three", R"({"color": [3, 2, 1, 0], "mode": "min", "useAlpha": false})", R"({"result": 1})"},
-        {"largest of four", VELTO_COLOR("max", "true"), R"({"result": 4})"},
-        {"largest of three", VELTO_COLOR("max", "false"), R"({"result": 2})"},
-        {"unknown", VELTO_COLOR("hue", "true"), R"({"result": 0})"},
-        {"none", VELTO_COLOR("", "true"), R"({"result": 0})"},
+        {"red", VELTO_COLOR("red", "true"), "0.5"},
+        {"green", VELTO_COLOR("green", "false"), "0.25"},
+        {"blue", VELTO_COLOR("blue", "false"), "2"},
+        {"alpha, used or not", VELTO_COLOR("alpha", "false"), "4"},
+        {"average of four", VELTO_COLOR("average", "true"), "1.6875"},
+        {"average of three", VELTO_COLOR("average", "false"), "0.9166666666666666", "{}", 1e-15},
+        {"length of four", R"({"color": [1, 1, 1, 1], "mode": "length", "useAlpha": true})", "2"},
+        {"length of three", R"({"color": [2, 3, 6, 1], "mode": "length", "useAlpha": false})", "7"},
+        {"squared length of four", VELTO_COLOR("squaredlength", "true"), "20.3125"},
+        {"squared length of three", VELTO_COLOR("squaredlength", "false"), "4.3125"},
+        {"luminance", VELTO_COLOR("luminance", "false"), "0.4293", "{}", 1e-15},
+        {"luminance never looks at alpha", VELTO_COLOR("luminance", "true"), "0.4293", "{}", 1e-15},
+        {"sum of four", VELTO_COLOR("sum", "true"), "6.75"},
+        {"sum of three", VELTO_COLOR("sum", "false"), "2.75"},
+        {"smallest of four", R"({"color": [3, 2, 1, 0], "mode": "min", "useAlpha": true})", "0"},
+        {"smallest of three", R"({"color": [3, 2, 1, 0], "mode": "min", "useAlpha": false})", "1"},
+        {"largest of four", VELTO_COLOR("max", "true"), "4"},
+        {"largest of three", VELTO_COLOR("max", "false"), "2"},
+        {"unknown", VELTO_COLOR("hue", "true"), "0"},
+        {"none", VELTO_COLOR("", "true"), "0"},
     });
 
 #define VELTO_VECTOR(mode) R"({"vector": [1, -2, 4, 2], "mode": ")" mode R"("})"
 
 NODE_TABLE(VectorToFloatTable, VELTO_CONVERSION "vectortofloat",
     {
-        {"x", VELTO_VECTOR("x"), R"({"result": 1})"},
-        {"y", VELTO_VECTOR("y"), R"({"result": -2})"},
-        {"z", VELTO_VECTOR("z"), R"({"result": 4})"},
-        {"w", VELTO_VECTOR("w"), R"({"result": 2})"},
-        {"average", VELTO_VECTOR("average"), R"({"result": 1.25})"},
-        {"length", VELTO_VECTOR("length"), R"({"result": 5})"},
-        {"squared length", VELTO_VECTOR("squaredlength"), R"({"result": 25})"},
-        {"sum", VELTO_VECTOR("sum"), R"({"result": 5})"},
-        {"smallest", VELTO_VECTOR("min"), R"({"result": -2})"},
-        {"largest", VELTO_VECTOR("max"), R"({"result": 4})"},
-        {"luminance is offered and has no formula", VELTO_VECTOR("luminance"), R"({"result": 0})"},
-        {"none", VELTO_VECTOR(""), R"({"result": 0})"},
+        {"x", VELTO_VECTOR("x"), "1"},
+        {"y", VELTO_VECTOR("y"), "-2"},
+        {"z", VELTO_VECTOR("z"), "4"},
+        {"w", VELTO_VECTOR("w"), "2"},
+        {"average", VELTO_VECTOR("average"), "1.25"},
+        {"length", VELTO_VECTOR("length"), "5"},
+        {"squared length", VELTO_VECTOR("squaredlength"), "25"},
+        {"sum", VELTO_VECTOR("sum"), "5"},
+        {"smallest", VELTO_VECTOR("min"), "-2"},
+        {"largest", VELTO_VECTOR("max"), "4"},
+        {"luminance is offered and has no formula", VELTO_VECTOR("luminance"), "0"},
+        {"none", VELTO_VECTOR(""), "0"},
     });
 
 #undef VELTO_COLOR

@@ -23,49 +23,29 @@ static std::string Cells(std::string_view pre, std::string_view cells, std::stri
 }
 
 static constexpr const char* kEven = R"("points": 30, "seed": 5, "strategy": "1")";
-static constexpr const char* kRandom = R"("points": 30, "seed": 5, "strategy": "0")";
 
-struct CellsRow
-{
-    const char* name;
-    const char* pre;
-    const char* cells;
-    const char* expected;
-    const char* sample = R"({"uvw": [0.37, 0.61, 5]})";
-    double tolerance = 1e-14;
-};
+#define VELTO_CELLS(points, mode, exponent, more)                                                                      \
+    R"({"points": )" #points R"(, "seed": 5, "distanceMode": ")" #mode R"(", "exponent": )" #exponent more "}"
+#define VELTO_HERE R"({"uvw": [0.37, 0.61, 5]})"
 
-class CellsTable : public ::testing::TestWithParam<CellsRow>
-{
-};
-
-TEST_P(CellsTable, Row)
-{
-    const CellsRow& row = GetParam();
-    const host::Json expected = Parse(row.expected);
-    const host::Json results = EvalJson(Cells(row.pre, row.cells), "[" + std::string(row.sample) + "]");
-    const host::Json* const outputs = Entry(results).Find("outputs");
-    ASSERT_TRUE(outputs);
-    EXPECT_TRUE(AreEqual(expected, *outputs, row.tolerance)) << row.name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Modes, CellsTable,
-    ::testing::Values(CellsRow{"random points", kRandom, R"(, "distanceMode": "0", "exponent": 1)",
-                          R"({"distance": 0.15022577974096235, "f1": 0.031409085344095033, "index": 7,
-            "center": [0.21977457799948752, 0.6103278468362987]})"},
-        CellsRow{"beyond the square nothing repeats", kEven, R"(, "distanceMode": "0", "exponent": 1)",
+NODE_TABLE(CellsTable, "cells",
+    {
+        {"random points", VELTO_CELLS(30, 0, 1, R"(, "strategy": "0")"),
+            R"({"distance": 0.15022577974096235, "f1": 0.031409085344095033, "index": 7,
+            "center": [0.21977457799948752, 0.6103278468362987]})",
+            VELTO_HERE, 1e-14},
+        {"beyond the square nothing repeats", VELTO_CELLS(30, 0, 1, ""),
             R"({"distance": 1.8058841966253596, "f2": 2.039325293038898, "index": 17})",
-            R"({"uvw": [2.5, -1, 0], "uvwValid": false})"},
-        CellsRow{"without an exponent the first of all wins", kEven, R"(, "distanceMode": "5", "exponent": 0)",
-            R"({"distance": 1, "f1": 0, "f2": 1, "index": 0})"},
-        CellsRow{"on a point", R"("points": 2, "seed": 5, "strategy": "1")", R"(, "distanceMode": "0", "exponent": 1)",
-            R"({"distance": 0, "direction": [0, 0], "index": 0})",
-            R"({"uvw": [0.4664106664713472, 0.40401537385830855, 0]})"},
-        CellsRow{"one point has no second", R"("points": 1, "seed": 5, "strategy": "1")",
-            R"(, "distanceMode": "1", "exponent": 1)",
-            R"({"index": 0, "f1": 1.7976931348623157e308, "f2": 1.7976931348623157e308})"},
-        CellsRow{"no points", R"("points": 0, "seed": 5, "strategy": "1")", R"(, "distanceMode": "1", "exponent": 1)",
-            R"({"distance": 0, "direction": [0, 0], "center": [0, 0], "f1": 0, "f2": 0, "index": 0})"}));
+            R"({"uvw": [2.5, -1, 0], "uvwValid": false})", 1e-14},
+        {"without an exponent the first of all wins", VELTO_CELLS(30, 5, 0, ""),
+            R"({"distance": 1, "f1": 0, "f2": 1, "index": 0})", VELTO_HERE},
+        {"on a point", VELTO_CELLS(2, 0, 1, ""), R"({"distance": 0, "direction": [0, 0], "index": 0})",
+            R"({"uvw": [0.4664106664713472, 0.40401537385830855, 0]})", 1e-14},
+        {"one point has no second", VELTO_CELLS(1, 1, 1, ""),
+            R"({"index": 0, "f1": 1.7976931348623157e308, "f2": 1.7976931348623157e308})", VELTO_HERE},
+        {"no points", VELTO_CELLS(0, 1, 1, ""),
+            R"({"distance": 0, "direction": [0, 0], "center": [0, 0], "f1": 0, "f2": 0, "index": 0})", VELTO_HERE},
+    });
 
 static double RadicalInverse(std::uint32_t k, std::uint32_t base, double inverse)
 {

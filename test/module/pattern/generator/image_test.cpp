@@ -202,15 +202,11 @@ TEST_F(ImageTest, SearchPathsServeSequencesToo)
     Sequence(10, 14);
     host::GraphOptions options;
     options.searchPaths = {"/nowhere", folder.Path("")};
-    host::Graph graph;
     // The file that is named need not be there.
-    ASSERT_TRUE(Load(Document("frame_0001.png",
-                         R"(, "frameStart": 10, "frameEnd": 14, "frameRate": 5, "playbackEnd": 9, "movieTime": 0.6)"),
-        graph, options));
-    host::Diagnostics diagnostics;
-    Json results;
-    bool anyFailed = false;
-    ASSERT_TRUE(host::EvaluateSamples(graph, Parse("[{}]"), false, diagnostics, results, anyFailed));
+    const Json results =
+        EvalJson(Document("frame_0001.png",
+                     R"(, "frameStart": 10, "frameEnd": 14, "frameRate": 5, "playbackEnd": 9, "movieTime": 0.6)"),
+            "[{}]", options);
     EXPECT_NEAR(0.13, Parse(Output(results, "color")).Elements().at(0).AsNumber(), 1e-4);
 }
 

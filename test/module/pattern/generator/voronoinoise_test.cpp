@@ -115,7 +115,6 @@ TEST_F(VoronoiNoiseTest, ColoursBelongToTheIdentifier)
 TEST_F(VoronoiNoiseTest, ABorderIsWhereTheDistancesAreNearlyEqual)
 {
     const host::Json plain = EvalJson(Voronoi("0.3"), Places(30));
-    std::set<std::string> seen;
     for (std::size_t i = 0; i < 30; ++i)
     {
         // Just below and at the distance itself.
