@@ -4,7 +4,7 @@
 
 #include "host/noise/noise.h"
 #include "host/noise/rendernoise.h"
-#include "module/source/pattern/generator/random.h"
+#include "velto/random.h"
 
 #include <fmt/format.h>
 
@@ -417,7 +417,7 @@ struct HandScratches
             const Int iy = static_cast<Int32>(std::floor(y / c) * c);
             const Int n =
                 ix + iy + (ix + 321 * layer) * (iy + 123 * layer) + (ix ^ iy) + (ix | iy) + seed - 12345 + layer;
-            pattern::RandomStream stream(pattern::IntegerHash32(static_cast<UInt32>(n)));
+            RandomStream stream(IntegerHash32(static_cast<UInt32>(n)));
             Float m = 1.0;
             if (stream.Next01() <= density)
             {

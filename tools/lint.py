@@ -60,7 +60,7 @@ def check_includes():
                                                     .read_text()).group(1)))
     for house, banned in (("include", ("host/", "module/", "toolkit/", "cli/")),
                           ("module", ("host/", "toolkit/", "cli/", "test/")),
-                          ("toolkit", ("host/", "cli/", "test/")),
+                          ("toolkit", ("host/", "module/", "cli/", "test/")),
                           ("host", ("module/", "toolkit/", "cli/", "test/")), ("cli", ("module/", "toolkit/", "test/")),
                           ("python", ("module/", "toolkit/", "cli/", "test/"))):
         for path in files(house, suffixes=(".h", ".cpp")):

@@ -1,6 +1,6 @@
 // Rows of bricks in a bond, with mortar between them.
-#include "module/source/pattern/generator/footprint.h"
 #include "pulse.h"
+#include "velto/footprint.h"
 #include "velto/node.h"
 
 #include <cmath>
@@ -26,7 +26,7 @@ static void Bricks(In<"context", ShadingContext>, In<"contextLocal", ShadingCont
     }
     const Int columns = CellCount(columnCount);
     const Int rows = CellCount(rowCount);
-    const Vector footprint = pattern::Footprint<2>(*local);
+    const Vector footprint = Footprint<2>(*local);
     const Float widthU = footprint.x * static_cast<Float>(columns);
     const Float widthV = footprint.y * static_cast<Float>(rows);
 

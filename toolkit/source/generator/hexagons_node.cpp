@@ -1,6 +1,6 @@
 // A honeycomb.
-#include "module/source/pattern/generator/footprint.h"
 #include "pulse.h"
+#include "velto/footprint.h"
 #include "velto/node.h"
 
 #include <cmath>
@@ -57,7 +57,7 @@ static void Hexagons(In<"context", ShadingContext>, In<"contextLocal", ShadingCo
     const auto square = [](const Vector2d& v) { return v.x * v.x + v.y * v.y; };
     const HexagonCell& cell = square(below.from) <= square(above.from) ? below : above;
 
-    const Vector footprint = pattern::Footprint<2>(*local);
+    const Vector footprint = Footprint<2>(*local);
     const Float width =
         Max(footprint.x * static_cast<Float>(columns), footprint.y * static_cast<Float>(rows) * kRowStep);
     const Float gapWidth = Clamp01(gap);

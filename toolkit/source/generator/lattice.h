@@ -3,7 +3,7 @@
 // vectors of them.
 #pragma once
 
-#include "module/source/pattern/generator/floor.h"
+#include "velto/floor.h"
 
 #include <bit>
 
@@ -18,7 +18,7 @@ inline constexpr int kLanes = 8;
 // A share of a period; what is no number, or too far away to have a share, is at its beginning.
 inline UInt32 ShareOf(Float x)
 {
-    const Float share = x - pattern::Floor(x);
+    const Float share = x - Floor(x);
     return share >= 0.0 && share <= 1.0 ? static_cast<UInt32>(static_cast<UInt>(share * 0x1p32)) : 0;
 }
 

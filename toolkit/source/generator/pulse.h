@@ -1,13 +1,11 @@
 // Edges of repeated figures, as the sample's footprint sees them.
 #pragma once
 
-#include "module/source/pattern/generator/floor.h"
-#include "module/source/pattern/generator/random.h"
+#include "velto/floor.h"
+#include "velto/random.h"
 
 namespace velto::toolkit
 {
-
-using pattern::Floor;
 
 // The share of `width` about `x` that lies on the bars of a wave of period 1: each bar stands in the middle of its
 // cell, `bar` wide. A width of 0 asks for the place itself.
@@ -52,9 +50,9 @@ inline Int WrappedCell(Float cell, Int count)
     return wrapped >= 0.0 && wrapped < n ? static_cast<Int>(wrapped) : 0;
 }
 
-inline pattern::RandomStream CellStream(UInt32 seed, Int cell)
+inline RandomStream CellStream(UInt32 seed, Int cell)
 {
-    return pattern::RandomStream(pattern::IntegerHash32(seed * 747796405u + static_cast<UInt32>(cell)));
+    return RandomStream(IntegerHash32(seed * 747796405u + static_cast<UInt32>(cell)));
 }
 
 } // namespace velto::toolkit

@@ -1,6 +1,6 @@
 // Noise that repeats without a seam after every unit of texture space, and after every loop in time.
 #include "lattice.h"
-#include "module/source/pattern/generator/footprint.h"
+#include "velto/footprint.h"
 #include "velto/node.h"
 
 #include <cmath>
@@ -269,7 +269,7 @@ static Float SeamlessNoise(In<"context", ShadingContext>, In<"contextLocal", Sha
     if (loop > 0.0)
         question.at.phase = ShareOf(local->time.seconds / loop) * static_cast<UInt32>(*turns);
     question.octaves = octaves > 1.0 ? static_cast<Float32>(Min(*octaves, Float(kMostLayers))) : 1.0f;
-    const Vector width = pattern::Footprint<2>(*local);
+    const Vector width = Footprint<2>(*local);
     question.width[0] = static_cast<Float32>(Min(width.x, 1e9));
     question.width[1] = static_cast<Float32>(Min(width.y, 1e9));
     return Clamp01(AnswerForProcessor(*table, KindOf(*kind), question));

@@ -37,7 +37,7 @@ struct TileCopy
 
     TileCopy(Float column, Float row, Float shift, Int number, const TileVariation& by)
     {
-        pattern::RandomStream random = CellStream(by.seed, number);
+        RandomStream random = CellStream(by.seed, number);
         const auto around = [&random] { return 2.0 * random.Next01() - 1.0; };
         isShown = random.Next01() < by.density;
         middle.x = column + shift + 0.5 + 0.5 * by.jitter * around();

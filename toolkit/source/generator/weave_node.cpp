@@ -1,6 +1,6 @@
 // Threads that pass over and under each other.
-#include "module/source/pattern/generator/footprint.h"
 #include "pulse.h"
+#include "velto/footprint.h"
 #include "velto/node.h"
 
 #include <cmath>
@@ -87,7 +87,7 @@ static void Weave(In<"context", ShadingContext>, In<"contextLocal", ShadingConte
         return;
     }
     const Bond bond = BondOf(*bondName);
-    const Vector footprint = pattern::Footprint<2>(*local);
+    const Vector footprint = Footprint<2>(*local);
     // Warp threads stand side by side along U and run along V.
     const Thread warp(local->uvw.x, footprint.x, ThreadCount(warps, bond));
     const Thread weft(local->uvw.y, footprint.y, ThreadCount(wefts, bond));

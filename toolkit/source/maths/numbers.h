@@ -1,12 +1,10 @@
 // Functions of numbers that are defined everywhere: where mathematics has no result, it is 0.
 #pragma once
 
-#include "module/source/pattern/generator/floor.h"
+#include "velto/floor.h"
 
 namespace velto::toolkit
 {
-
-using pattern::Floor;
 
 inline Float Quotient(Float a, Float b)
 {

@@ -1,5 +1,5 @@
 // A normal in texture space from the slope of a height pattern.
-#include "module/source/pattern/generator/footprint.h"
+#include "velto/footprint.h"
 #include "velto/node.h"
 
 #include <cmath>
@@ -21,7 +21,7 @@ static Result NormalFromHeight(In<"context", ShadingContext> context, In<"height
         result = Vector();
         return {};
     }
-    const Vector footprint = pattern::Footprint<2>(*context);
+    const Vector footprint = Footprint<2>(*context);
     const Float half = Max(*step > 0.0 ? 0.5 * *step : 0.5 * Max(footprint.x, footprint.y), kLeastStep);
     ContextCopy probe(*context);
     const auto heightAt = [&](Float du, Float dv, Float& value) {

@@ -1,11 +1,11 @@
 // Blurs a colour in texture space: from a raster that is blurred ahead of sampling, by Gaussian weights over the cells
 // around the sample, or from random places about it.
-#include "../generator/random.h"
 #include "../generator/truncate.h"
 #include "../limits.h"
 #include "bakedimagedata.h"
 #include "boxblur.h"
 #include "velto/mask.h"
+#include "velto/random.h"
 
 #include <cmath>
 #include <numbers>

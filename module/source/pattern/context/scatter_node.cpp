@@ -1,8 +1,8 @@
 // Places turned and scaled square items at random on the unit tile, and moves the coordinate into the one that lies
 // under the sample.
-#include "../generator/random.h"
 #include "../limits.h"
 #include "velto/node.h"
+#include "velto/random.h"
 
 #include <cmath>
 

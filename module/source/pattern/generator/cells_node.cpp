@@ -1,7 +1,7 @@
 // A Voronoi diagram over points that the pre node scatters in the unit square, by a density map if there is one.
 #include "../limits.h"
-#include "random.h"
 #include "velto/node.h"
+#include "velto/random.h"
 
 #include <cmath>
 

@@ -1,5 +1,5 @@
 // Two colours in square tiles of half a unit, mixed by the share of the sample's footprint that lies on each.
-#include "footprint.h"
+#include "velto/footprint.h"
 #include "velto/node.h"
 
 #include <cmath>

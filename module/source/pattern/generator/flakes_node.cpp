@@ -1,5 +1,5 @@
 // Tiny facets that each turn the normal their own way, as in metallic paint.
-#include "random.h"
+#include "velto/random.h"
 #include "voronoinoise.h"
 
 #include <cmath>

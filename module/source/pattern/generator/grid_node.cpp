@@ -1,6 +1,6 @@
 // Lines with a soft edge between numbered cells, on all three axes.
-#include "floor.h"
 #include "truncate.h"
+#include "velto/floor.h"
 #include "velto/node.h"
 
 #include <cmath>

@@ -1,5 +1,5 @@
 // Shows a picture, a movie or a numbered sequence of pictures.
-#include "footprint.h"
+#include "velto/footprint.h"
 #include "velto/imagesequence_cache.h"
 #include "velto/message.h"
 #include "velto/node.h"

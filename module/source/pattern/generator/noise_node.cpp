@@ -1,5 +1,5 @@
 // A scalar noise pattern, in texture space or at any position; the pre node makes the noise object.
-#include "footprint.h"
+#include "velto/footprint.h"
 #include "velto/node.h"
 #include "velto/rendernoise.h"
 

@@ -1,9 +1,9 @@
 // Four numbers of a random stream in all the types that ports may have.
 #pragma once
 
-#include "random.h"
 #include "truncate.h"
 #include "velto/node.h"
+#include "velto/random.h"
 
 #include <tuple>
 

@@ -1,9 +1,9 @@
 // Thin bent scratches in several layers, each layer on a grid of its own.
 #include "../limits.h"
-#include "floor.h"
-#include "random.h"
 #include "truncate.h"
+#include "velto/floor.h"
 #include "velto/node.h"
+#include "velto/random.h"
 
 #include <cmath>
 #include <numbers>

@@ -1,5 +1,5 @@
 // Cells about scattered points, with a colour for each, a border between them, and the distances themselves.
-#include "random.h"
+#include "velto/random.h"
 #include "velto/rendernoise.h"
 #include "voronoinoise.h"
 

@@ -1,6 +1,6 @@
 // A regular polygon.
-#include "../generator/floor.h"
 #include "coverage.h"
+#include "velto/floor.h"
 
 #include <cmath>
 #include <numbers>

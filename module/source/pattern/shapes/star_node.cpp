@@ -1,6 +1,6 @@
 // A star of any number of spikes.
-#include "../generator/floor.h"
 #include "coverage.h"
+#include "velto/floor.h"
 
 #include <cmath>
 #include <numbers>

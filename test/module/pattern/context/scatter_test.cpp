@@ -1,6 +1,6 @@
 #include "test/support/eval.h"
 
-#include "module/source/pattern/generator/random.h"
+#include "velto/random.h"
 
 #include <fmt/format.h>
 
@@ -76,7 +76,7 @@ class BruteForce
 public:
     BruteForce(const Settings& settings, int count, UInt32 seed = kSeed) : settings_(settings)
     {
-        pattern::RandomStream random(seed);
+        RandomStream random(seed);
         for (int number = 0; number < count; ++number)
         {
             Item item{number, random.Next01(), random.Next01(), 0, 0, 0};
@@ -109,7 +109,7 @@ public:
         UInt32 record = 0;
         for (const Item& item : items_)
         {
-            pattern::RandomStream random(kSeed + 124 * record++ + 123);
+            RandomStream random(kSeed + 124 * record++ + 123);
             if (settings_.density >= 0.0 && random.Next01() > settings_.density)
                 continue;
             // A square that is turned before it is stretched may reach beyond its box, where it does not show.

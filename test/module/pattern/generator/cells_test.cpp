@@ -1,5 +1,5 @@
-#include "module/source/pattern/generator/random.h"
 #include "test/support/node_table.h"
+#include "velto/random.h"
 
 #include <fmt/format.h>
 
@@ -82,7 +82,7 @@ static double Measure(char mode, double dx, double dy, double e)
 TEST(CellsTest, MatchesAPlainSearch)
 {
     constexpr std::uint32_t kPoints = 400;
-    const std::uint32_t first = pattern::IntegerHash32(9);
+    const std::uint32_t first = IntegerHash32(9);
     for (const char mode : {'0', '1', '2', '3', '4', '5', '6'})
     {
         for (const char* const exponent : {"1", "0.37", "1e-12", "3", "60", "400", "0", "-1e-12", "-0.5", "-7", "-400"})

@@ -1,11 +1,8 @@
-#include "module/source/pattern/generator/random.h"
 #include "test/support/node_table.h"
+#include "velto/random.h"
 
 namespace velto::test
 {
-
-using pattern::IntegerHash32;
-using pattern::RandomStream;
 
 TEST(RandomTest, StreamStepsFromItsSeed)
 {

@@ -1,7 +1,7 @@
 // Voronoi noise and flakes, which read the same cells.
 #include "host/noise/noise.h"
-#include "module/source/pattern/generator/random.h"
 #include "test/support/eval.h"
+#include "velto/random.h"
 
 #include <fmt/format.h>
 
@@ -103,7 +103,7 @@ TEST_F(VoronoiNoiseTest, ColoursBelongToTheIdentifier)
     const host::Json results = EvalJson(Voronoi("0.3", true), Places(5));
     for (std::size_t i = 0; i < 5; ++i)
     {
-        pattern::RandomStream stream(static_cast<UInt32>(Parse(Output(results, "index", i)).AsInteger()));
+        RandomStream stream(static_cast<UInt32>(Parse(Output(results, "index", i)).AsInteger()));
         const double r = stream.Next01();
         const double g = stream.Next01();
         const double b = stream.Next01();

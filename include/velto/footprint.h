@@ -3,7 +3,7 @@
 
 #include "velto/shadingcontext.h"
 
-namespace velto::pattern
+namespace velto
 {
 
 // The extents of the box around a sample's coordinate and its two neighbours; all 0 where the box is not ordered on an
@@ -24,4 +24,4 @@ Vector Footprint(const ShadingContext& context)
     return {};
 }
 
-} // namespace velto::pattern
+} // namespace velto

@@ -3,7 +3,7 @@
 
 #include "velto/types.h"
 
-namespace velto::pattern
+namespace velto
 {
 
 // R. Jenkins' 32-bit integer hash, but with arithmetic right shifts: they pull in the sign bit.
@@ -52,4 +52,4 @@ private:
     UInt32 state_ = 0;
 };
 
-} // namespace velto::pattern
+} // namespace velto

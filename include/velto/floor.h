@@ -5,7 +5,7 @@
 
 #include <cmath>
 
-namespace velto::pattern
+namespace velto
 {
 
 // `std::floor` without the call that it costs where the processor's own instruction cannot be taken for granted.
@@ -17,4 +17,4 @@ inline Float Floor(Float x)
     return whole == x ? x : whole > x ? whole - 1.0 : whole; // x itself: the sign of zero stays
 }
 
-} // namespace velto::pattern
+} // namespace velto
