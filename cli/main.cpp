@@ -1,6 +1,7 @@
 // The command line: its options, and the command that gets them.
 #include "bake.h"
 #include "check.h"
+#include "commit.h"
 #include "edit.h"
 #include "ending.h"
 #include "eval.h"
@@ -244,7 +245,7 @@ int Main(int argc, char** argv)
 {
     CLI::App app("velto bakes node graphs to textures.", "velto");
     app.require_subcommand(1);
-    app.set_version_flag("--version", "velto " VELTO_VERSION);
+    app.set_version_flag("--version", std::string("velto " VELTO_VERSION) + kCommit);
 
     BakeArguments bake;
     AddBake(app, bake);
