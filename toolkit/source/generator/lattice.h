@@ -59,9 +59,12 @@ VELTO_INLINE Float32 Wave(UInt32 phase)
     return q * (8.0f - 16.0f * (q < 0.0f ? -q : q));
 }
 
-// What a corner moves by: one or two turns a loop, either way.
+// What a corner moves by: one or two turns a loop, either way. At phase 0 that is nothing, and `kMoves` may be false.
+template <bool kMoves>
 VELTO_INLINE UInt32 Moved(UInt32 h, UInt32 phase)
 {
+    if constexpr (!kMoves)
+        return 0;
     const UInt32 turns = 1 + ((h >> 3) & 1);
     return (h & 16) != 0 ? turns * phase : 0u - turns * phase;
 }
@@ -97,89 +100,113 @@ VELTO_INLINE Float32 Between(Float32 t, Float32 a, Float32 b)
 // A number at each corner, -1 to 1.
 struct ValueCorner
 {
-    VELTO_INLINE static Float32 At(UInt32 h, UInt32 phase, Float32, Float32)
+    template <bool kMoves>
+    VELTO_INLINE static Float32 At(UInt32 h, UInt32 phase, Float32, Float32, Float32 = 0.0f)
     {
-        const Float32 q = static_cast<Float32>(static_cast<Int32>(h + Moved(h, phase))) * 0x1p-32f;
+        const Float32 q = static_cast<Float32>(static_cast<Int32>(h + Moved<kMoves>(h, phase))) * 0x1p-32f;
         return (q < 0.0f ? -q : q) * 4.0f - 1.0f;
     }
-    VELTO_INLINE static Float32 At(UInt32 h, UInt32 phase, Float32 x, Float32 y, Float32) { return At(h, phase, x, y); }
 };
 
 // A slope at each corner: in the plane any direction, in space one of the twelve edges of a cube, which turns in its
 // plane.
 struct GradientCorner
 {
+    template <bool kMoves>
     VELTO_INLINE static Float32 At(UInt32 h, UInt32 phase, Float32 x, Float32 y)
     {
-        const UInt32 angle = h + Moved(h, phase);
+        const UInt32 angle = h + Moved<kMoves>(h, phase);
         return 1.3f * (Wave(angle + 0x40000000u) * x + Wave(angle) * y);
     }
+    template <bool kMoves>
     VELTO_INLINE static Float32 At(UInt32 h, UInt32 phase, Float32 x, Float32 y, Float32 z)
     {
-        const UInt32 turned = Moved(h, phase);
-        const Float32 cosine = Wave(turned + 0x40000000u);
-        const Float32 sine = Wave(turned);
         constexpr UInt32 kThird = 0x55555555u;
         const Float32 first = h < kThird ? y : x;
         const Float32 second = h < 2 * kThird ? z : y;
         const Float32 u = (h & 32) != 0 ? first : -first;
         const Float32 v = (h & 64) != 0 ? second : -second;
+        if constexpr (!kMoves)
+            return u + v;
+        const UInt32 turned = Moved<kMoves>(h, phase);
+        const Float32 cosine = Wave(turned + 0x40000000u);
+        const Float32 sine = Wave(turned);
         return u * (cosine + sine) + v * (cosine - sine);
     }
 };
 
-// The first `count` layers, rounded up to whole lanes.
-template <class Corner>
-VELTO_INLINE void EvaluatePlane(const LatticeLayers& layers, int count, const LatticePlace& at, Float32* values)
+template <class Corner, bool kMoves>
+VELTO_INLINE Float32 PlaneLayer(const LatticeLayers& layers, int i, const LatticePlace& at)
 {
+    const LatticeAxis u = AxisAt(at.u + layers.shiftU[i], layers.cellsU[i], kPrimeU);
+    const LatticeAxis v = AxisAt(at.v + layers.shiftV[i], layers.cellsV[i], kPrimeV);
+    const UInt32 seed = layers.seed[i];
+    const Float32 x = u.fraction;
+    const Float32 y = v.fraction;
+    const auto corner = [&](UInt32 ofU, UInt32 ofV, Float32 toX, Float32 toY) {
+        return Corner::template At<kMoves>(MixBits((ofU + ofV) ^ seed), at.phase, toX, toY);
+    };
+    const Float32 a = corner(u.low, v.low, x, y);
+    const Float32 b = corner(u.high, v.low, x - 1.0f, y);
+    const Float32 c = corner(u.low, v.high, x, y - 1.0f);
+    const Float32 d = corner(u.high, v.high, x - 1.0f, y - 1.0f);
+    const Float32 fade = Fade(x);
+    return Between(Fade(y), Between(fade, a, b), Between(fade, c, d));
+}
+
+template <class Corner, bool kMoves>
+VELTO_INLINE Float32 SpaceLayer(const LatticeLayers& layers, int i, const LatticePlace& at)
+{
+    const LatticeAxis u = AxisAt(at.u + layers.shiftU[i], layers.cellsU[i], kPrimeU);
+    const LatticeAxis v = AxisAt(at.v + layers.shiftV[i], layers.cellsV[i], kPrimeV);
+    const LatticeAxis w = AxisAt(at.w + layers.shiftW[i], layers.cellsW[i], kPrimeW);
+    const UInt32 seed = layers.seed[i];
+    const Float32 x = u.fraction;
+    const Float32 y = v.fraction;
+    const Float32 z = w.fraction;
+    const auto corner = [&](UInt32 ofU, UInt32 ofV, UInt32 ofW, Float32 toX, Float32 toY, Float32 toZ) {
+        return Corner::template At<kMoves>(MixBits((ofU + ofV + ofW) ^ seed), at.phase, toX, toY, toZ);
+    };
+    const Float32 a = corner(u.low, v.low, w.low, x, y, z);
+    const Float32 b = corner(u.high, v.low, w.low, x - 1.0f, y, z);
+    const Float32 c = corner(u.low, v.high, w.low, x, y - 1.0f, z);
+    const Float32 d = corner(u.high, v.high, w.low, x - 1.0f, y - 1.0f, z);
+    const Float32 e = corner(u.low, v.low, w.high, x, y, z - 1.0f);
+    const Float32 f = corner(u.high, v.low, w.high, x - 1.0f, y, z - 1.0f);
+    const Float32 g = corner(u.low, v.high, w.high, x, y - 1.0f, z - 1.0f);
+    const Float32 h = corner(u.high, v.high, w.high, x - 1.0f, y - 1.0f, z - 1.0f);
+    const Float32 fade = Fade(x);
+    const Float32 fadeY = Fade(y);
+    return Between(Fade(z), Between(fadeY, Between(fade, a, b), Between(fade, c, d)),
+        Between(fadeY, Between(fade, e, f), Between(fade, g, h)));
+}
+
+// Calls `layer` for the first `count`: few of them one by one, others in whole lanes, of which the last may be idle.
+template <class Layer>
+VELTO_INLINE void ForLayers(int count, Layer layer)
+{
+    if (count <= 2)
+    {
+        for (int i = 0; i < count; ++i)
+            layer(i);
+        return;
+    }
     for (int begin = 0; begin < count; begin += kLanes)
     {
         for (int i = begin; i < begin + kLanes; ++i)
-        {
-            const LatticeAxis u = AxisAt(at.u + layers.shiftU[i], layers.cellsU[i], kPrimeU);
-            const LatticeAxis v = AxisAt(at.v + layers.shiftV[i], layers.cellsV[i], kPrimeV);
-            const UInt32 seed = layers.seed[i];
-            const Float32 x = u.fraction;
-            const Float32 y = v.fraction;
-            const Float32 a = Corner::At(MixBits((u.low + v.low) ^ seed), at.phase, x, y);
-            const Float32 b = Corner::At(MixBits((u.high + v.low) ^ seed), at.phase, x - 1.0f, y);
-            const Float32 c = Corner::At(MixBits((u.low + v.high) ^ seed), at.phase, x, y - 1.0f);
-            const Float32 d = Corner::At(MixBits((u.high + v.high) ^ seed), at.phase, x - 1.0f, y - 1.0f);
-            const Float32 fade = Fade(x);
-            values[i] = Between(Fade(y), Between(fade, a, b), Between(fade, c, d));
-        }
+            layer(i);
     }
 }
 
-template <class Corner>
-VELTO_INLINE void EvaluateSpace(const LatticeLayers& layers, int count, const LatticePlace& at, Float32* values)
+template <int kAxes, class Corner, bool kMoves>
+VELTO_INLINE void EvaluateLayers(const LatticeLayers& layers, int count, const LatticePlace& at, Float32* values)
 {
-    for (int begin = 0; begin < count; begin += kLanes)
-    {
-        for (int i = begin; i < begin + kLanes; ++i)
-        {
-            const LatticeAxis u = AxisAt(at.u + layers.shiftU[i], layers.cellsU[i], kPrimeU);
-            const LatticeAxis v = AxisAt(at.v + layers.shiftV[i], layers.cellsV[i], kPrimeV);
-            const LatticeAxis w = AxisAt(at.w + layers.shiftW[i], layers.cellsW[i], kPrimeW);
-            const UInt32 seed = layers.seed[i];
-            const Float32 x = u.fraction;
-            const Float32 y = v.fraction;
-            const Float32 z = w.fraction;
-            const Float32 a = Corner::At(MixBits((u.low + v.low + w.low) ^ seed), at.phase, x, y, z);
-            const Float32 b = Corner::At(MixBits((u.high + v.low + w.low) ^ seed), at.phase, x - 1.0f, y, z);
-            const Float32 c = Corner::At(MixBits((u.low + v.high + w.low) ^ seed), at.phase, x, y - 1.0f, z);
-            const Float32 d = Corner::At(MixBits((u.high + v.high + w.low) ^ seed), at.phase, x - 1.0f, y - 1.0f, z);
-            const Float32 e = Corner::At(MixBits((u.low + v.low + w.high) ^ seed), at.phase, x, y, z - 1.0f);
-            const Float32 f = Corner::At(MixBits((u.high + v.low + w.high) ^ seed), at.phase, x - 1.0f, y, z - 1.0f);
-            const Float32 g = Corner::At(MixBits((u.low + v.high + w.high) ^ seed), at.phase, x, y - 1.0f, z - 1.0f);
-            const Float32 h =
-                Corner::At(MixBits((u.high + v.high + w.high) ^ seed), at.phase, x - 1.0f, y - 1.0f, z - 1.0f);
-            const Float32 fade = Fade(x);
-            const Float32 fadeY = Fade(y);
-            values[i] = Between(Fade(z), Between(fadeY, Between(fade, a, b), Between(fade, c, d)),
-                Between(fadeY, Between(fade, e, f), Between(fade, g, h)));
-        }
-    }
+    ForLayers(count, [&](int i) {
+        if constexpr (kAxes == 3)
+            values[i] = SpaceLayer<Corner, kMoves>(layers, i, at);
+        else
+            values[i] = PlaneLayer<Corner, kMoves>(layers, i, at);
+    });
 }
 
 // The two nearest of the points that wander in the cells of a layer, each in its own.
@@ -194,7 +221,7 @@ struct NearestInLattice
 // of those about a place.
 inline constexpr Float32 kStray = 0.36f;
 
-template <int kAxes>
+template <int kAxes, bool kMoves>
 VELTO_INLINE NearestInLattice FindNearest(const LatticeLayers& layers, int i, const LatticePlace& at)
 {
     const UInt scaledU = static_cast<UInt>(at.u + layers.shiftU[i]) * layers.cellsU[i];
@@ -222,13 +249,14 @@ VELTO_INLINE NearestInLattice FindNearest(const LatticeLayers& layers, int i, co
                 const UInt32 cellU = neighbour(scaledU, stepU, layers.cellsU[i]) * kPrimeU;
                 const UInt32 h = MixBits((cellU + cellV + cellW) ^ layers.seed[i]);
                 const UInt32 h2 = h * 2654435769u;
-                const Float32 dx = static_cast<Float32>(stepU) + kStray * Wave(h + Moved(h, at.phase)) - x;
-                const Float32 dy = static_cast<Float32>(stepV) + kStray * Wave(h2 + Moved(h2, at.phase)) - y;
+                const Float32 dx = static_cast<Float32>(stepU) + kStray * Wave(h + Moved<kMoves>(h, at.phase)) - x;
+                const Float32 dy = static_cast<Float32>(stepV) + kStray * Wave(h2 + Moved<kMoves>(h2, at.phase)) - y;
                 Float32 square = dx * dx + dy * dy;
                 if constexpr (kAxes == 3)
                 {
                     const UInt32 h3 = h2 * 2654435769u;
-                    const Float32 dz = static_cast<Float32>(stepW) + kStray * Wave(h3 + Moved(h3, at.phase)) - z;
+                    const Float32 dz =
+                        static_cast<Float32>(stepW) + kStray * Wave(h3 + Moved<kMoves>(h3, at.phase)) - z;
                     square += dz * dz;
                 }
                 const bool isNearest = square < nearest.f1;

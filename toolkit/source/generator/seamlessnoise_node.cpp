@@ -18,6 +18,9 @@ struct SeamlessNoiseTable
     Bool computed = false;
     LatticeLayers layers;
     Float32 amplitude[kMostLayers] = {};
+    // Of the layers before each, added up.
+    Float32 sum[kMostLayers] = {};
+    Float32 squares[kMostLayers] = {};
 };
 
 } // namespace velto::toolkit
@@ -62,6 +65,11 @@ static void FillTable(SeamlessNoiseTable& table)
         layers.shiftW[i] = next();
         layers.seed[i] = next();
         table.amplitude[i] = std::abs(amplitude) > 1e-30f ? amplitude : 0.0f;
+        if (i > 0)
+        {
+            table.sum[i] = table.sum[i - 1] + std::abs(table.amplitude[i - 1]);
+            table.squares[i] = table.squares[i - 1] + table.amplitude[i - 1] * table.amplitude[i - 1];
+        }
         amplitude = std::abs(amplitude) < 1e9f ? amplitude * fall : amplitude;
         for (UInt& count : cells)
         {
@@ -137,24 +145,19 @@ struct Weights
 
 VELTO_INLINE void Weigh(const SeamlessNoiseTable& table, int count, const Question& question, Weights& weights)
 {
-    for (int begin = 0; begin < count; begin += kLanes)
-    {
-        for (int i = begin; i < begin + kLanes; ++i)
-        {
-            const Float32 share = question.octaves - static_cast<Float32>(i);
-            weights.amplitude[i] = table.amplitude[i] * Min(Max(share, 0.0f), 1.0f);
-            const Float32 covered =
-                0.5f * (question.width[0] * static_cast<Float32>(static_cast<Int32>(table.layers.cellsU[i])) +
-                           question.width[1] * static_cast<Float32>(static_cast<Int32>(table.layers.cellsV[i])));
-            const Float32 t = Min(Max((covered - 0.2f) * (1.0f / 0.6f), 0.0f), 1.0f);
-            weights.keep[i] = 1.0f - t * t * (3.0f - 2.0f * t);
-        }
-    }
-    for (int i = 0; i < count; ++i)
-    {
-        weights.sum += std::abs(weights.amplitude[i]);
-        weights.squares += weights.amplitude[i] * weights.amplitude[i];
-    }
+    ForLayers(count, [&](int i) {
+        const Float32 share = question.octaves - static_cast<Float32>(i);
+        weights.amplitude[i] = table.amplitude[i] * Min(Max(share, 0.0f), 1.0f);
+        const Float32 covered =
+            0.5f * (question.width[0] * static_cast<Float32>(static_cast<Int32>(table.layers.cellsU[i])) +
+                       question.width[1] * static_cast<Float32>(static_cast<Int32>(table.layers.cellsV[i])));
+        const Float32 t = Min(Max((covered - 0.2f) * (1.0f / 0.6f), 0.0f), 1.0f);
+        weights.keep[i] = 1.0f - t * t * (3.0f - 2.0f * t);
+    });
+    // All but the last layer count in full.
+    const Float32 last = weights.amplitude[count - 1];
+    weights.sum = table.sum[count - 1] + std::abs(last);
+    weights.squares = table.squares[count - 1] + last * last;
 }
 
 // The means of shapes, in the plane and in space, to which the filter fades them. The tests measure them.
@@ -177,13 +180,13 @@ VELTO_INLINE Float32 Sum(const Weights& weights, int count, const Float32* value
     return weights.sum > 0.0f ? sum / weights.sum : mean;
 }
 
-template <int kAxes, class Shape>
+template <int kAxes, bool kMoves, class Shape>
 VELTO_INLINE Float32 SumCells(
     const LatticeLayers& layers, const Weights& weights, int count, const LatticePlace& at, Float32 mean, Shape shape)
 {
     alignas(32) Float32 values[kMostLayers];
     for (int i = 0; i < count; ++i)
-        values[i] = weights.keep[i] > 0.0f ? shape(FindNearest<kAxes>(layers, i, at)) : mean;
+        values[i] = weights.keep[i] > 0.0f ? shape(FindNearest<kAxes, kMoves>(layers, i, at)) : mean;
     return Sum(weights, count, values, mean, [](Float32 value) { return value; });
 }
 
@@ -202,7 +205,7 @@ VELTO_INLINE Float32 RidgeSum(const Weights& weights, int count, const Float32* 
     return weights.sum > 0.0f ? sum / weights.sum : mean;
 }
 
-template <int kAxes>
+template <int kAxes, bool kMoves>
 VELTO_INLINE Float32 Answer(const SeamlessNoiseTable& table, Kind kind, const Question& question)
 {
     const LatticeLayers& layers = table.layers;
@@ -213,12 +216,8 @@ VELTO_INLINE Float32 Answer(const SeamlessNoiseTable& table, Kind kind, const Qu
     alignas(32) Float32 values[kMostLayers];
     if (kind < Kind::Cells)
     {
-        if constexpr (kAxes == 3)
-            kind == Kind::Value ? EvaluateSpace<ValueCorner>(layers, count, question.at, values)
-                                : EvaluateSpace<GradientCorner>(layers, count, question.at, values);
-        else
-            kind == Kind::Value ? EvaluatePlane<ValueCorner>(layers, count, question.at, values)
-                                : EvaluatePlane<GradientCorner>(layers, count, question.at, values);
+        kind == Kind::Value ? EvaluateLayers<kAxes, ValueCorner, kMoves>(layers, count, question.at, values)
+                            : EvaluateLayers<kAxes, GradientCorner, kMoves>(layers, count, question.at, values);
     }
     const auto plain = [](Float32 value) { return value; };
     switch (kind)
@@ -232,13 +231,13 @@ VELTO_INLINE Float32 Answer(const SeamlessNoiseTable& table, Kind kind, const Qu
     case Kind::Ridged:
         return RidgeSum(weights, count, values, of(kMeanRidge));
     case Kind::Cells:
-        return SumCells<kAxes>(layers, weights, count, question.at, of(kMeanCell),
+        return SumCells<kAxes, kMoves>(layers, weights, count, question.at, of(kMeanCell),
             [](const NearestInLattice& nearest) { return std::sqrt(nearest.f1) * 0.9f; });
     case Kind::CellBorders:
-        return SumCells<kAxes>(layers, weights, count, question.at, of(kMeanBorder),
+        return SumCells<kAxes, kMoves>(layers, weights, count, question.at, of(kMeanBorder),
             [](const NearestInLattice& nearest) { return std::sqrt(nearest.f2) - std::sqrt(nearest.f1); });
     case Kind::CellValues:
-        return SumCells<kAxes>(layers, weights, count, question.at, 0.5f,
+        return SumCells<kAxes, kMoves>(layers, weights, count, question.at, 0.5f,
             [](const NearestInLattice& nearest) { return static_cast<Float32>(MixBits(nearest.id) >> 8) * 0x1p-24f; });
     case Kind::Fbm:
         break;
@@ -255,7 +254,10 @@ __attribute__((target_clones("avx2", "default"), flatten))
 static Float32
 AnswerForProcessor(const SeamlessNoiseTable& table, Kind kind, const Question& question)
 {
-    return table.layers.cellsW[0] != 0 ? Answer<3>(table, kind, question) : Answer<2>(table, kind, question);
+    const bool isMoving = question.at.phase != 0;
+    if (table.layers.cellsW[0] != 0)
+        return isMoving ? Answer<3, true>(table, kind, question) : Answer<3, false>(table, kind, question);
+    return isMoving ? Answer<2, true>(table, kind, question) : Answer<2, false>(table, kind, question);
 }
 
 static Float SeamlessNoise(In<"context", ShadingContext>, In<"contextLocal", ShadingContext> local,
@@ -265,7 +267,9 @@ static Float SeamlessNoise(In<"context", ShadingContext>, In<"contextLocal", Sha
     if (!local->uvwValid || !table->computed)
         return 0.0;
     Question question{};
-    question.at = {ShareOf(local->uvw.x), ShareOf(local->uvw.y), ShareOf(local->uvw.z), 0};
+    question.at = {ShareOf(local->uvw.x), ShareOf(local->uvw.y), 0, 0};
+    if (table->layers.cellsW[0] != 0)
+        question.at.w = ShareOf(local->uvw.z);
     if (loop > 0.0)
         question.at.phase = ShareOf(local->time.seconds / loop) * static_cast<UInt32>(*turns);
     question.octaves = octaves > 1.0 ? static_cast<Float32>(Min(*octaves, Float(kMostLayers))) : 1.0f;
