@@ -5,6 +5,7 @@
 #include "edit.h"
 #include "ending.h"
 #include "eval.h"
+#include "explain.h"
 #include "farm.h"
 #include "inspect.h"
 #include "manual.h"
@@ -228,6 +229,21 @@ void TakeFarmArguments(int argc, char** argv, FarmArguments& a)
     }
 }
 
+void AddExplain(CLI::App& app, ExplainArguments& a)
+{
+    CLI::App* const explain = app.add_subcommand(
+        "explain", "tells what a bake costs before it runs: takes its options, and samples for half a second");
+    AddGraph(*explain, a.bake.graph);
+    a.bake.file = "{output}.png";
+    AddBakeOptions(explain, a.bake);
+    explain->get_option("-o")->required(false);
+    explain->remove_option(explain->get_option("--progress"));
+    explain->add_option("--shards", a.shards, "the parts that the bake is split into")
+        ->check(CLI::Range(1, 1'000'000))
+        ->capture_default_str();
+    explain->add_flag("--json", a.json, "JSON");
+}
+
 void AddEdit(CLI::App& app, const char* name, const char* help, EditArguments& a)
 {
     CLI::App* const edit = app.add_subcommand(name, help);
@@ -256,6 +272,9 @@ int Main(int argc, char** argv)
     FarmArguments farm;
     BakeArguments farmBake;
     AddFarm(app, farm, farmBake);
+
+    ExplainArguments explain;
+    AddExplain(app, explain);
 
     EvalArguments eval;
     CLI::App* const evalCommand = app.add_subcommand("eval", "evaluates a graph at single samples and prints JSON");
@@ -367,6 +386,8 @@ int Main(int argc, char** argv)
         farm.file = farmBake.file;
         status = Farm(farm, streams);
     }
+    else if (command->get_name() == "explain")
+        status = Explain(explain, streams);
     else if (command == evalCommand)
         status = Eval(eval, streams);
     else if (command == nodesCommand)

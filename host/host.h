@@ -15,6 +15,7 @@
 #include "host/bake/bake.h"
 #include "host/bake/changes.h"
 #include "host/bake/demand.h"
+#include "host/bake/explain.h"
 #include "host/bake/pictures.h"
 #include "host/bake/samples.h"
 #include "host/bake/work.h"

@@ -126,7 +126,7 @@ private:
         }
         statistics_.setupSeconds += SecondsSince(start);
         NoteRasters();
-        const int rows = BandRows();
+        const int rows = std::min(BandRows(window_.width), window_.height);
         outputs_.Allocate(rows);
         samplingStart_ = Clock::now();
         if (options_.fusing == Fusing::First)
@@ -188,15 +188,14 @@ private:
     // Whether what is left would by calls take long enough to compile for it.
     bool Pays() const
     {
-        constexpr double kWorthwhile = 0.15; // seconds
-        constexpr UInt kFirst = 4;           // tiles, of which the first may do what the others need not
+        constexpr UInt kFirst = 4; // tiles, of which the first may do what the others need not
         const UInt done = tilesDone_.load(std::memory_order_relaxed);
         if (options_.fusing != Fusing::WhenItPays || done < kFirst)
             return false;
         const auto across = [](int side) { return (side + kTileSide - 1) / kTileSide; };
         const UInt all = static_cast<UInt>(across(window_.width)) * static_cast<UInt>(across(window_.height));
         const double each = SecondsSince(samplingStart_) / static_cast<double>(done);
-        return each * static_cast<double>(all - std::min(all, done)) > kWorthwhile;
+        return each * static_cast<double>(all - std::min(all, done)) > kFusingPays;
     }
 
     // The times of all frames; the sizes are the same in each.
@@ -206,14 +205,6 @@ private:
         for (std::size_t i = 0; i < rasters.size() && i < statistics_.rasters.size(); ++i)
             rasters[i].seconds += statistics_.rasters[i].seconds;
         statistics_.rasters = std::move(rasters);
-    }
-
-    // Few enough rows that a band is small, enough that every thread has tiles.
-    int BandRows() const
-    {
-        constexpr int kBandPixels = 1 << 20;
-        const int rows = std::max(kTileSide, kBandPixels / std::max(window_.width, 1));
-        return std::min(rows / kTileSide * kTileSide, 1024);
     }
 
     void SampleBand(int row, int count)

@@ -7,9 +7,8 @@
 namespace velto::host
 {
 
-// What an input holds, if no sample changes it.
-template <class T>
-const T* Constant(const CoreGraph& graph, const CoreNode& node, const char* port)
+// The input of this or another node that gives an input its value, if no sample changes it.
+inline const CoreInput* ConstantSource(const CoreGraph& graph, const CoreNode& node, const char* port)
 {
     auto input = node.inputs.find(port);
     const CoreNode* at = &node;
@@ -20,7 +19,15 @@ const T* Constant(const CoreGraph& graph, const CoreNode& node, const char* port
             return nullptr;
         input = at->inputs.find("in");
     }
-    return input == at->inputs.end() ? nullptr : input->second.value.As<T>();
+    return input == at->inputs.end() ? nullptr : &input->second;
+}
+
+// What an input holds, if no sample changes it.
+template <class T>
+const T* Constant(const CoreGraph& graph, const CoreNode& node, const char* port)
+{
+    const CoreInput* const source = ConstantSource(graph, node, port);
+    return source ? source->value.As<T>() : nullptr;
 }
 
 } // namespace velto::host

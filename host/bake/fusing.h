@@ -10,6 +10,9 @@
 namespace velto::host
 {
 
+// Seconds of sampling by calls for which it is worth to compile.
+inline constexpr double kFusingPays = 0.15;
+
 class FusingTask
 {
 public:

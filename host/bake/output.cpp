@@ -45,6 +45,7 @@ Result BakeOutputs::Open(const Graph& graph, const std::vector<BakeTarget>& targ
         targets_.push_back(std::move(target));
     }
     width_ = window.width;
+    height_ = window.height;
     hashesPixels_ = hashesPixels;
     return {};
 }
@@ -56,9 +57,10 @@ void BakeOutputs::Allocate(int bandRows)
         if (!target.writer)
             continue;
         const std::size_t size = RowFloats(target) * static_cast<std::size_t>(bandRows);
-        memory_.Take(2 * size * sizeof(float));
-        for (std::vector<float>& band : target.bands)
-            band.resize(size);
+        const std::size_t count = bandRows < height_ ? 2 : 1;
+        memory_.Take(count * size * sizeof(float));
+        for (std::size_t i = 0; i < count; ++i)
+            target.bands[i].resize(size);
         target.band = target.bands[0].data();
     }
 }

@@ -17,7 +17,8 @@
 namespace velto::host
 {
 
-// The files of one bake. Two bands of each are in memory: the one that is filled, and the one that is written.
+// The files of one bake. Two bands of each are in memory: the one that is filled, and the one that is written. If one
+// holds the whole picture, there is no other.
 class BakeOutputs
 {
 public:
@@ -64,6 +65,7 @@ private:
     std::atomic<UInt> bandsWritten_ = 0;
     MemoryShare memory_;
     int width_ = 0;
+    int height_ = 0;
     bool hashesPixels_ = false;
     double seconds_ = 0.0;
 };

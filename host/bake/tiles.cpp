@@ -11,6 +11,13 @@ namespace velto::host
 // A row is sampled in pieces, of about this time where samples take long: between them one can stop.
 static constexpr std::chrono::milliseconds kLongPiece(8);
 
+int BandRows(int width)
+{
+    constexpr int kBandPixels = 1 << 20;
+    const int rows = std::max(kTileSide, kBandPixels / std::max(width, 1));
+    return std::min(rows / kTileSide * kTileSide, 1024);
+}
+
 Result TileSampler::Create(Setup& setup, const ShadingContext& shared, const BakeView& view,
     std::vector<std::size_t> outputs, std::unique_ptr<TileSampler>& made)
 {

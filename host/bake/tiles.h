@@ -20,6 +20,9 @@ struct Tile
     int height = 0;
 };
 
+// Few enough that a band of a picture is small, enough that every thread has tiles.
+int BandRows(int width);
+
 // The pixel at which a tile failed.
 struct TileFailure
 {
@@ -47,6 +50,7 @@ public:
     void UseKernel(std::shared_ptr<const SampleKernel> kernel) { sampler_->UseKernel(std::move(kernel)); }
 
     const EvaluationCounts& Counts() const { return sampler_->Counts(); }
+    void TimeInto(NodeTimes* times) { sampler_->TimeInto(times); }
 
 private:
     struct Target

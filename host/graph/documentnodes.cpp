@@ -93,6 +93,7 @@ void ReadType(
         return scope.diagnostics.Fault(place + ".type", "is missing");
     if (!type->IsString())
         return scope.diagnostics.Fault(place + ".type", fmt::format("expected a string, got {}", type->Description()));
+    node.typeName = type->AsString();
     const std::string file =
         scope.catalog.Knows(type->AsString()) ? std::string() : scope.library.FindFile(type->AsString());
     if (!file.empty())
@@ -189,6 +190,7 @@ void MakeCoreNodes(DocumentScope& scope)
     {
         node.firstCore = scope.document.graph.nodes.size();
         scope.document.nodeNames.push_back(node.name);
+        scope.document.nodeTypes.push_back(node.typeName);
         if (!node.type)
             continue;
         for (const InnerNode& inner : node.type->inner)

@@ -15,6 +15,7 @@ class DocumentLibrary;
 struct DocumentNode
 {
     std::string name;
+    std::string typeName;         // as the document has it
     const Json* inputs = nullptr; // null: none
     const NodeType* type = nullptr;
     DataDictionary arguments;

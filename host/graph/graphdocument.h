@@ -46,6 +46,7 @@ struct GraphDocument
 {
     CoreGraph graph;
     std::vector<std::string> nodeNames;               // of the document, in its order
+    std::vector<std::string> nodeTypes;               // of the same, as the document names them
     NodeSystem root;                                  // of the whole: its material, or its outputs
     std::map<std::string, PictureEncoding> encodings; // by output; those that the document states
     std::vector<std::string> files;                   // that were read for it, the documents that it uses

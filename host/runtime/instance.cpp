@@ -5,6 +5,8 @@
 #include "host/system/guard.h"
 #include "host/system/output.h"
 
+#include <chrono>
+
 namespace velto::host
 {
 
@@ -116,6 +118,8 @@ Result Instance::RunBody(RunnableBody& body, const ShadingContext* context)
         for (const ResetPlan& reset : body.plan->resets)
             ResetValue(reset, storage_.At(reset.offset));
     }
+    if (times_) [[unlikely]]
+        return RunTimedCalls(body);
     for (const Call& call : body.calls)
     {
         Result ran;
@@ -126,6 +130,34 @@ Result Instance::RunBody(RunnableBody& body, const ShadingContext* context)
             return FailBody(body, call.node, ran);
     }
     return {};
+}
+
+Result Instance::RunTimedCalls(RunnableBody& body)
+{
+    using Clock = std::chrono::steady_clock;
+    const double outside = askedSeconds_;
+    const Clock::time_point start = Clock::now();
+    Clock::time_point last = start;
+    Result result;
+    for (const Call& call : body.calls)
+    {
+        askedSeconds_ = 0.0;
+        Result ran;
+        call.compute(&ran, call.record, &call.binding);
+        const Clock::time_point now = Clock::now();
+        times_->seconds[call.node] +=
+            std::chrono::duration<double>(now - last).count() - askedSeconds_ - times_->clockSeconds;
+        last = now;
+        if (counts_)
+            (*counts_)[call.node] += countStep_;
+        if (ran.IsError())
+        {
+            result = FailBody(body, call.node, ran);
+            break;
+        }
+    }
+    askedSeconds_ = outside + std::chrono::duration<double>(last - start).count() + times_->clockSeconds;
+    return result;
 }
 
 Result Instance::RunFunction(UInt32 index, void* value, const ShadingContext* context)

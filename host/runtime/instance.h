@@ -17,6 +17,13 @@ class Setup;
 // How often each node's compute function ran, by index of its name.
 using EvaluationCounts = std::vector<UInt>;
 
+// How long each node's calls took, without what they asked other nodes for.
+struct NodeTimes
+{
+    std::vector<double> seconds; // by index of the node's name
+    double clockSeconds = 0.0;   // of one look at the clock, which does not count
+};
+
 // One thread's frame. Sampling neither allocates nor locks.
 class Instance
 {
@@ -56,6 +63,9 @@ public:
     // Counts into `counts` from now on; null: does not count.
     void CountInto(EvaluationCounts* counts) { counts_ = counts; }
 
+    // Looks at the clock after every call from now on, and adds to `times`; null: does not.
+    void TimeInto(NodeTimes* times) { times_ = times; }
+
     // The node at which the last failed run of this thread failed, or null.
     static const std::string* FailedNode(const Program& program);
 
@@ -65,6 +75,7 @@ private:
     explicit Instance(Setup& setup);
 
     Result RunBody(RunnableBody& body, const ShadingContext* context);
+    Result RunTimedCalls(RunnableBody& body);
     Result FailBody(RunnableBody& body, UInt32 node, const Result& error);
     void ForgetStateOf(RunnableBody& body);
     void PrimeBody(RunnableBody& body, const ShadingContext* context);
@@ -81,6 +92,8 @@ private:
     std::vector<const void*> outputs_;
     EvaluationCounts* counts_ = nullptr;
     UInt countStep_ = 1;
+    NodeTimes* times_ = nullptr;
+    double askedSeconds_ = 0.0; // by the call that is timed, of functions
     bool areSamplesIndependent_ = false;
     std::vector<char> needsPriming_; // by body
     std::optional<ShadingContext> start_;

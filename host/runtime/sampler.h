@@ -74,6 +74,9 @@ public:
 
     const EvaluationCounts& Counts() const { return counts_; }
 
+    // As `Instance::TimeInto`.
+    void TimeInto(NodeTimes* times) { instance_->TimeInto(times); }
+
     // The shape of the last call's arrays.
     SampleShape LastShape() const;
 
