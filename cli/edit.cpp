@@ -96,7 +96,7 @@ int Edit(const EditArguments& arguments, const Streams& streams)
         PrintDiagnostics(streams, graph.file, diagnostics);
         return kWrongInput;
     }
-    editor::Evaluator evaluator(modules, options, arguments.threads);
+    editor::Evaluator evaluator(modules, options, arguments.threads, arguments.graph.force);
     editor::ServerOptions served;
     served.port = arguments.port;
     served.isView = arguments.isView;

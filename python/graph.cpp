@@ -189,7 +189,7 @@ py::list PyGraph::Outputs()
 
 void PyGraph::CheckDemands() const
 {
-    std::string complaint = isForced_ ? std::string() : host::WorkComplaint(*graph_.program);
+    std::string complaint = isForced_ ? std::string() : host::WorkComplaint(*graph_.program, "force=True");
     if (!complaint.empty())
         ThrowEvaluationError(MakeError(error::kIllegalArgument, complaint), {});
     complaint = host::MemoryComplaint(host::MemoryDemands(graph_, {}));

@@ -166,6 +166,15 @@ host::Graph* Evaluator::Find(const std::string& text, const std::string& output,
     return &entries_.front().graph;
 }
 
+// Nothing could stop a sample that is too much work.
+bool Evaluator::MayRun(const host::Graph& graph, Refusal& refusal) const
+{
+    refusal.error = isForced_ ? std::string() : host::WorkComplaint(*graph.program);
+    if (refusal.error.empty())
+        refusal.error = host::MemoryComplaint(host::MemoryDemands(graph, {}));
+    return refusal.error.empty();
+}
+
 bool Evaluator::MakePicture(const PictureRequest& request, Picture& picture, Refusal& refusal)
 {
     const std::shared_ptr<std::atomic<bool>> stop = Enter(request.lane, request.serial);
@@ -177,8 +186,7 @@ bool Evaluator::MakePicture(const PictureRequest& request, Picture& picture, Ref
     host::Graph* const graph = Find(request.text, request.output, refusal);
     if (!graph)
         return false;
-    refusal.error = host::MemoryComplaint(host::MemoryDemands(*graph, {}));
-    if (!refusal.error.empty())
+    if (!MayRun(*graph, refusal))
         return false;
     if (graph->program->outputs.empty() || !host::IsPicture(graph->program->outputs.front().type))
     {
@@ -222,8 +230,7 @@ bool Evaluator::Evaluate(const PictureRequest& request, Json& values, Refusal& r
     host::Graph* const graph = Find(request.text, "", refusal);
     if (!graph)
         return false;
-    refusal.error = host::MemoryComplaint(host::MemoryDemands(*graph, {}));
-    if (!refusal.error.empty())
+    if (!MayRun(*graph, refusal))
         return false;
     ShadingContext context;
     if (!host::FillContext(request.view, request.window.x + 0.5, request.window.y + 0.5, context))
@@ -249,6 +256,33 @@ bool Evaluator::Evaluate(const PictureRequest& request, Json& values, Refusal& r
     }
     values = *result.Find("outputs");
     return true;
+}
+
+bool Evaluator::MeasureCost(const std::string& text, int size, host::Explanation& explanation, Refusal& refusal)
+{
+    const std::lock_guard lock(workMutex_);
+    host::Graph graph;
+    if (!Load(text, "", refusal.diagnostics, graph) || !MayRun(graph, refusal))
+        return false;
+    float pixel = 0.0f; // stands for the pictures, which are not made
+    std::vector<host::BakeTarget> targets;
+    for (std::size_t i = 0; i < graph.program->outputs.size(); ++i)
+    {
+        host::BakeTarget target;
+        target.output = i;
+        target.pixels = &pixel;
+        if (host::IsPicture(graph.program->outputs[i].type))
+            targets.push_back(std::move(target));
+    }
+    host::BakeOptions options;
+    options.view.width = options.view.height = size;
+    options.threads = threads_;
+    if (targets.empty())
+        refusal.error = "no output is a picture";
+    else if (const Result explained = host::Explain(std::move(graph), targets, options, explanation);
+             explained.IsError())
+        refusal.error = explained.Message();
+    return refusal.error.empty();
 }
 
 } // namespace velto::editor

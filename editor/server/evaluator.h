@@ -44,8 +44,9 @@ struct Refusal
 class Evaluator
 {
 public:
-    Evaluator(std::shared_ptr<const void> modules, host::GraphOptions options, int threads)
-        : modules_(std::move(modules)), options_(std::move(options)), threads_(threads)
+    // Forced, it bakes however much work a sample is.
+    Evaluator(std::shared_ptr<const void> modules, host::GraphOptions options, int threads, bool isForced)
+        : modules_(std::move(modules)), options_(std::move(options)), threads_(threads), isForced_(isForced)
     {
     }
 
@@ -57,6 +58,9 @@ public:
 
     // [any thread] The values of all outputs at the pixel where the request's window begins: `{NAME: VALUE}`.
     bool Evaluate(const PictureRequest& request, host::Json& values, Refusal& refusal);
+
+    // [any thread] What a square picture of all outputs costs, by `size` pixels a side.
+    bool MeasureCost(const std::string& text, int size, host::Explanation& explanation, Refusal& refusal);
 
 private:
     struct Entry
@@ -76,10 +80,12 @@ private:
     host::Graph* Find(const std::string& text, const std::string& output, Refusal& refusal);
     bool Load(const std::string& text, const std::string& output, host::Diagnostics& diagnostics, host::Graph& graph);
     bool Adapt(Entry& entry, const host::Json& document) const;
+    bool MayRun(const host::Graph& graph, Refusal& refusal) const;
 
     const std::shared_ptr<const void> modules_;
     const host::GraphOptions options_;
     const int threads_;
+    const bool isForced_;
 
     std::mutex lanesMutex_;
     std::map<std::string, Lane> lanes_;

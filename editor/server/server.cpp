@@ -327,6 +327,7 @@ private:
         post("api/check", &Routes::Check);
         post("api/picture", &Routes::MakePicture);
         post("api/values", &Routes::Evaluate);
+        post("api/cost", &Routes::MeasureCost);
         server_.Put(root + "api/document", [this](const Request& request, Response& response) {
             Body body(request.body);
             if (body.FaultText().empty())
@@ -447,6 +448,31 @@ private:
             return AnswerRefusal(response, refusal);
         Json json = Json::Object();
         json.Add("outputs", std::move(values));
+        Answer(response, 200, json);
+    }
+
+    void MeasureCost(Body& body, httplib::Response& response)
+    {
+        const std::string text = body.Text("text");
+        const int size = body.Integer("size", 1, kMostSide, 256);
+        if (!body.FaultText().empty())
+            return;
+        host::Explanation explanation;
+        Refusal refusal;
+        if (!evaluator_.MeasureCost(text, size, explanation, refusal))
+            return AnswerRefusal(response, refusal);
+        Json nodes = Json::Array();
+        for (const host::NodeCost& node : explanation.nodes)
+        {
+            Json entry = Json::Object();
+            entry.Add("name", node.name);
+            entry.Add("nanoseconds", node.nanoseconds);
+            entry.Add("evaluations", node.evaluationsPerSample);
+            nodes.Append(std::move(entry));
+        }
+        Json json = Json::Object();
+        json.Add("nodes", std::move(nodes));
+        json.Add("nanosecondsPerSample", explanation.nanosecondsPerSample);
         Answer(response, 200, json);
     }
 

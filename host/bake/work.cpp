@@ -199,7 +199,7 @@ WorkEstimate EstimateWork(const Program& program)
     return Estimator(program).Estimate();
 }
 
-std::string WorkComplaint(const Program& program)
+std::string WorkComplaint(const Program& program, std::string_view insistence)
 {
     const WorkEstimate estimate = EstimateWork(program);
     if (estimate.sum <= kMostEvaluations)
@@ -211,8 +211,8 @@ std::string WorkComplaint(const Program& program)
     std::vector<std::pair<std::string_view, double>> nodes(byName.begin(), byName.end());
     std::stable_sort(nodes.begin(), nodes.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
     std::string text = fmt::format("takes about {:.2g} evaluations a sample, and no more than {:.0g} are made without "
-                                   "--force; the nodes evaluated most are ",
-        estimate.sum, kMostEvaluations);
+                                   "{}; the nodes evaluated most are ",
+        estimate.sum, kMostEvaluations, insistence);
     for (std::size_t i = 0; i < std::min<std::size_t>(nodes.size(), 3); ++i)
         text += fmt::format("{}nodes.{}", i == 0 ? "" : ", ", nodes[i].first);
     return text;

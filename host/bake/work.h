@@ -3,6 +3,9 @@
 
 #include "host/runtime/program.h"
 
+#include <string>
+#include <string_view>
+
 namespace velto::host
 {
 
@@ -20,7 +23,8 @@ struct WorkEstimate
 // constants of the document; a number that is linked counts as one invocation.
 WorkEstimate EstimateWork(const Program& program);
 
-// Empty if the work of a sample is within the limit, or else a text that names the three nodes that run most often.
-std::string WorkComplaint(const Program& program);
+// Empty if the work of a sample is within the limit, or else a text that names the three nodes that run most often, and
+// by what users insist.
+std::string WorkComplaint(const Program& program, std::string_view insistence = "--force");
 
 } // namespace velto::host

@@ -112,6 +112,21 @@ class ServerTest(unittest.TestCase):
             status, answer, _ = self.editor.post("api/picture", {"text": text, "output": "color"})
             self.assertEqual((status, member in answer), (422, True))
 
+    def test_costs_are_measured_and_too_much_work_is_refused(self):
+        nodes = {f"k{i}": {"type": "kernel", "inputs": {"color": {"from": f"k{i - 1}.result"}}} for i in range(1, 31)}
+        nodes["k0"] = {"type": "checkerboard"}
+        hopeless = json.dumps({"version": 1, "nodes": nodes, "outputs": {"color": "k30.result"}})
+        for path in ("api/picture", "api/values", "api/cost"):
+            status, answer, _ = self.editor.post(path, {"text": hopeless, "output": "color", "size": 8})
+            self.assertEqual((status, "evaluations a sample" in answer["error"]), (422, True), path)
+
+        status, cost, _ = self.editor.post("api/cost", {"text": GRAPH, "size": 64})
+        self.assertEqual(status, 200)
+        nodes = {node["name"]: node for node in cost["nodes"]}
+        self.assertEqual(list(nodes), ["tile", "soft"])
+        self.assertGreaterEqual(nodes["tile"]["evaluations"], 1)
+        self.assertTrue(0 < nodes["tile"]["nanoseconds"] < cost["nanosecondsPerSample"])
+
     def test_saves_all_or_nothing_and_sees_what_others_save(self):
         start = json.loads(self.editor.ask("GET", "api/start")[1])
         self.assertEqual(start["text"], GRAPH)

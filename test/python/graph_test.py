@@ -148,6 +148,18 @@ class Inputs(unittest.TestCase):
             velto.node("nois")
 
 
+class Limits(unittest.TestCase):
+    def test_hopeless_samples_are_refused_unless_forced(self):
+        nodes = {f"k{i}": {"type": "kernel", "inputs": {"color": {"from": f"k{i - 1}.result"}}} for i in range(1, 11)}
+        document = {"version": 1, "nodes": {**nodes, "k0": {"type": "checkerboard"}},
+                    "outputs": {"cheap": "k1.result", "color": "k10.result"}}
+        for work in (lambda graph: graph.bake(1), lambda graph: graph.sample(0.5, 0.5)):
+            with self.assertRaisesRegex(velto.EvaluationError, "force=True"):
+                work(velto.load(document))
+        forced = velto.load(document, outputs="cheap", force=True)
+        np.testing.assert_array_equal(forced.bake(4)["cheap"], velto.load(document, outputs="cheap").bake(4)["cheap"])
+
+
 class Files(unittest.TestCase):
     def test_written_files_are_those_of_the_command(self):
         with tempfile.TemporaryDirectory() as folder:
