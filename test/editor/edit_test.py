@@ -97,6 +97,25 @@ const step = () => {
 requestAnimationFrame(step);
 """
 
+# Keeps what the page has asked its server, once that is answered.
+LISTEN = """
+const ask = window.fetch;
+window.answered = [];
+window.fetch = async (address, ...rest) => {
+    const answer = await ask(address, ...rest);
+    window.answered.push([address, rest[0]?.body ?? ""]);
+    return answer;
+};
+"""
+
+# Whether that text was checked since, and something of it shown in full that has a picture.
+FOLLOWED = """
+const asked = (address) => window.answered.filter((entry) => entry[0] === address);
+if (!asked("api/check").some(([, body]) => JSON.parse(body).text === arguments[0])) return false;
+if (!document.querySelector('[aria-label="Output"] option') || document.querySelector(".picture [role=alert]")) return true;
+return asked("api/picture").length > 0 && document.querySelector(".stage canvas")?.dataset.step === "1";
+"""
+
 
 class Editor:
     """`velto edit`, or `velto view`, of a file, and the page that shows it."""
@@ -183,6 +202,12 @@ class Editor:
     def wires(self):
         return set(self.script("return [...document.querySelectorAll('.svelte-flow__edge')].map(edge => edge.dataset.id)"))
 
+    def fitted(self, names):
+        """How many of the nodes there are when the graph is fitted into its view; others are not drawn."""
+        self.keys("f")
+        shown = self.script("return [...document.querySelectorAll('.svelte-flow__node')].map(node => node.dataset.id)")
+        return len(names.intersection(shown))
+
     def is_dirty(self):
         return self.browser.title.startswith("•")
 
@@ -190,13 +215,16 @@ class Editor:
         self.with_control("s")
         self.until(lambda: not self.is_dirty(), "the document is saved")
 
+    def resize(self, side):
+        size = self.find('[aria-label="Size"]')
+        if size.get_attribute("value") != str(side):
+            size.clear()
+            size.send_keys(f"{side}\t")
+            self.until(self.has_picture, "a picture")
+
     def small_pixels(self):
         """Bytes of the picture at 32 x 32, once the page has all of it and it no longer changes."""
-        size = self.find('[aria-label="Size"]')
-        if size.get_attribute("value") != "32":
-            size.clear()
-            size.send_keys("32\t")
-            self.until(self.has_picture, "a picture")
+        self.resize(32)
         last = None
         for _ in range(40):
             pixels = self.script(PIXELS, 32)
@@ -205,6 +233,12 @@ class Editor:
             last = pixels
             time.sleep(0.3)
         raise AssertionError("the picture goes on changing")
+
+    def follow(self, text):
+        """Another program writes the file; returns when the page shows that."""
+        self.script("window.answered = []; document.querySelector('.stage canvas')?.removeAttribute('data-step')")
+        self.path.write_text(text)
+        self.until(lambda: self.script(FOLLOWED, text), "the new text is checked and shown")
 
     def faults(self):
         return self.script("return [...document.querySelectorAll('[aria-label=Faults] li')].map(entry => entry.innerText)")
@@ -240,23 +274,25 @@ class Test:
     # What is tested, by name
 
     def examples(self):
-        """Every example opens without a fault, and has a picture where it has one."""
+        """Every example is shown without a fault, and has a picture where it has one: by a page a folder, which follows."""
         folder = self.folder / "examples"
         shutil.copytree(ROOT / "examples", folder)
         subprocess.run([folder / "make_pictures.sh"], check=False, capture_output=True)
+        folders = {}
         for path in sorted(folder.rglob("*.json")):
-            text = path.read_text()
-            if '"version"' not in text:  # a description of a node
-                continue
-            with Editor(self, path) as editor:
-                nodes = len(json.loads(text)["nodes"])
-                outputs = '[aria-label="Output"] option'
-                editor.until(lambda: len(editor.all("[data-id]")) > min(nodes, 3), f"nodes of {path.name}")
-                editor.until(lambda: editor.has_picture() or not editor.all(outputs) or editor.all(".picture [role=alert]"),
-                             f"a picture of {path.name}")
-                assert not editor.all('[aria-label="Faults"] li.error'), f"{path.name}: {editor.faults()}"
-                assert not editor.is_dirty(), f"{path.name}: opening is no change"
-            assert not self.console(), f"{path.name}: {self.console()}"
+            if '"version"' in path.read_text():  # else the description of a node
+                folders.setdefault(path.parent, []).append(path)
+        for beside, paths in folders.items():
+            with Editor(self, self.file(beside / "shown.json")) as editor:
+                editor.resize(32)
+                editor.script(LISTEN)
+                for path in paths:
+                    editor.follow(path.read_text())
+                    names = set(json.loads(path.read_text())["nodes"]) - {"comment"}
+                    editor.until(lambda: editor.fitted(names) >= min(len(names), 3), f"nodes of {path.name}")
+                    assert not editor.all('[aria-label="Faults"] li.error'), f"{path.name}: {editor.faults()}"
+                    assert not editor.is_dirty(), f"{path.name}: opening is no change"
+                    assert not self.console(), f"{path.name}: {self.console()}"
 
     def mouse(self):
         """A node is added by search, wired, turned; pixels change; all is undone byte for byte, then saved."""
