@@ -247,8 +247,11 @@ VELTO_INLINE Float32 Answer(const SeamlessNoiseTable& table, Kind kind, const Qu
            0.55f * Sum(weights, count, values, 0.0f, plain) * weights.sum / std::sqrt(Max(weights.squares, 1e-30f));
 }
 
-// The same bits with wider vectors where the processor has them.
-#if defined(__x86_64__)
+// The same bits with wider vectors where the processor has them. One compiler takes no other attribute beside the
+// clones.
+#if defined(__x86_64__) && defined(__clang__)
+__attribute__((target_clones("avx2", "default")))
+#elif defined(__x86_64__)
 __attribute__((target_clones("avx2", "default"), flatten))
 #endif
 static Float32
