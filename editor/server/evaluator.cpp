@@ -40,26 +40,24 @@ struct Difference
 bool DiffersInValues(
     const Json& before, const Json& after, std::vector<std::string>& path, std::vector<Difference>& differences)
 {
-    if (before.Write() == after.Write())
+    const bool isTools = (path.size() == 1 && path[0] == "ui") ||
+                         (path.size() == 3 && path[0] == "nodes" && (path[2] == "ui" || path[2] == "comment"));
+    if (isTools)
         return true;
     const bool isInput = path.size() == 4 && path[0] == "nodes" && path[2] == "inputs";
     const bool isParameter = path.size() == 3 && path[0] == "parameters" && path[2] == "default";
-    if (isInput || isParameter)
+    const bool canDescend = !isInput && !isParameter && before.IsObject() && after.IsObject() && path.size() < 4 &&
+                            before.GetMembers().size() == after.GetMembers().size() &&
+                            (path.empty() || path[0] == "nodes" || path[0] == "parameters");
+    if (!canDescend)
     {
-        if (HasLink(before) || HasLink(after))
+        if (before.Write() == after.Write())
+            return true;
+        if ((!isInput && !isParameter) || HasLink(before) || HasLink(after))
             return false;
         differences.push_back({isInput ? path[1] + "." + path[3] : path[1], &after});
         return true;
     }
-    if (path.size() == 1 && path[0] == "ui")
-        return true;
-    if (path.size() == 3 && path[0] == "nodes" && (path[2] == "ui" || path[2] == "comment"))
-        return true;
-    const bool canDescend = before.IsObject() && after.IsObject() && path.size() < 4 &&
-                            before.GetMembers().size() == after.GetMembers().size() &&
-                            (path.empty() || path[0] == "nodes" || path[0] == "parameters");
-    if (!canDescend)
-        return false;
     for (const auto& [name, value] : before.GetMembers())
     {
         const Json* const other = after.Find(name);

@@ -315,26 +315,20 @@ private:
             [this](const Request& request, Response& response) { WaitForChange(request, response); });
         server_.Get(
             root + "api/files", [this](const Request& request, Response& response) { ListFiles(request, response); });
-        const auto post = [&](const char* name, void (Routes::*handler)(Body&, Response&)) {
-            server_.Post(root + name, [this, handler](const Request& request, Response& response) {
+        const auto taking = [this](void (Routes::*handler)(Body&, Response&)) {
+            return [this, handler](const Request& request, Response& response) {
                 Body body(request.body);
                 if (body.FaultText().empty())
                     (this->*handler)(body, response);
                 if (!body.FaultText().empty())
                     AnswerError(response, 400, body.FaultText());
-            });
+            };
         };
-        post("api/check", &Routes::Check);
-        post("api/picture", &Routes::MakePicture);
-        post("api/values", &Routes::Evaluate);
-        post("api/cost", &Routes::MeasureCost);
-        server_.Put(root + "api/document", [this](const Request& request, Response& response) {
-            Body body(request.body);
-            if (body.FaultText().empty())
-                Save(body, response);
-            if (!body.FaultText().empty())
-                AnswerError(response, 400, body.FaultText());
-        });
+        server_.Post(root + "api/check", taking(&Routes::Check));
+        server_.Post(root + "api/picture", taking(&Routes::MakePicture));
+        server_.Post(root + "api/values", taking(&Routes::Evaluate));
+        server_.Post(root + "api/cost", taking(&Routes::MeasureCost));
+        server_.Put(root + "api/document", taking(&Routes::Save));
         server_.Get(root + "(.*)", [this](const Request& request, Response& response) {
             const std::string name = request.matches[1].str();
             const auto file = page_.find(name.empty() ? "index.html" : name);
