@@ -249,7 +249,8 @@ VELTO_INLINE Float32 Answer(const SeamlessNoiseTable& table, Kind kind, const Qu
 
 // The same bits with wider vectors where the processor has them. One compiler takes no other attribute beside the
 // clones.
-#if defined(__x86_64__) && defined(__clang__)
+#if defined(VELTO_BITCODE) // which is compiled for one processor
+#elif defined(__x86_64__) && defined(__clang__)
 __attribute__((target_clones("avx2", "default")))
 #elif defined(__x86_64__)
 __attribute__((target_clones("avx2", "default"), flatten))

@@ -37,7 +37,7 @@ static ColorA Compute(In<"a", ColorA> a, In<"b", ColorA> b, In<"c", ColorA> c)
 }
 
 template <Function F>
-static Operation<Function> Row(const InternedName& name)
+static Operation<Function> Row(const InternedId& name)
 {
     return {&name, F, &TableOf<&Compute<F>>()};
 }

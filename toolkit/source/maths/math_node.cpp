@@ -44,7 +44,7 @@ static Float Compute(In<"a", Float> a, In<"b", Float> b, In<"c", Float> c)
 }
 
 template <Function F>
-static Operation<Function> Row(const InternedName& name)
+static Operation<Function> Row(const InternedId& name)
 {
     return {&name, F, &TableOf<&Compute<F>>()};
 }

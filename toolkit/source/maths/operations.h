@@ -9,7 +9,7 @@ namespace velto::toolkit
 template <class Function>
 struct Operation
 {
-    const InternedName* name;
+    const InternedId* name;
     Function function;
     const NodeTable* node; // of the other inputs alone
 };

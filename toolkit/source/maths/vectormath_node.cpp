@@ -101,7 +101,7 @@ static void Compute(In<"a", Vector> a, In<"b", Vector> b, In<"c", Vector> c, In<
 }
 
 template <Function F>
-static Operation<Function> Row(const InternedName& name)
+static Operation<Function> Row(const InternedId& name)
 {
     return {&name, F, &TableOf<&Compute<F>>()};
 }
