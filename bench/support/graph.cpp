@@ -24,10 +24,10 @@ std::shared_ptr<host::Modules> TheModules()
 
 } // namespace
 
-void LoadGraph(std::string_view document, host::Graph& graph)
+void LoadGraph(std::string_view document, host::Graph& graph, const host::GraphOptions& options)
 {
     host::Diagnostics diagnostics;
-    if (!host::LoadGraph(document, TheModules(), {}, diagnostics, graph) || graph.setup->Run().IsError())
+    if (!host::LoadGraph(document, TheModules(), options, diagnostics, graph) || graph.setup->Run().IsError())
     {
         for (const host::Diagnostic& diagnostic : diagnostics.All())
             std::fprintf(stderr, "%s: %s\n", diagnostic.place.c_str(), diagnostic.text.c_str());

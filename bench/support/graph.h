@@ -15,7 +15,7 @@ namespace velto::bench
 {
 
 // The graph of a document that is known to be right; ends the process when it is not.
-void LoadGraph(std::string_view document, host::Graph& graph);
+void LoadGraph(std::string_view document, host::Graph& graph, const host::GraphOptions& options = {});
 
 std::unique_ptr<host::Instance> MakeInstance(host::Graph& graph);
 

@@ -220,8 +220,8 @@ std::set<UInt32> Flatten(llvm::Module& module, Target& target, const std::atomic
 namespace
 {
 
-// The kernel counts in registers; functions of their own ask the thread.
-void LowerCounts(llvm::Module& module, Function& kernel, std::size_t bodies)
+// A stage counts in registers; functions of their own ask the thread.
+void LowerCounts(llvm::Module& module, Function& stage, std::size_t bodies)
 {
     Function* const mark = module.getFunction(kCountMark);
     if (!mark)
@@ -229,11 +229,11 @@ void LowerCounts(llvm::Module& module, Function& kernel, std::size_t bodies)
     LLVMContext& context = module.getContext();
     Type* const word = Type::getInt64Ty(context);
     std::vector<AllocaInst*> counters(bodies, nullptr);
-    IRBuilder<> entry(&kernel.getEntryBlock(), kernel.getEntryBlock().begin());
+    IRBuilder<> entry(&stage.getEntryBlock(), stage.getEntryBlock().begin());
     for (User* const user : make_early_inc_range(mark->users()))
     {
         auto* const call = cast<CallInst>(user);
-        if (call->getFunction() != &kernel)
+        if (call->getFunction() != &stage)
             continue;
         AllocaInst*& counter = counters[cast<ConstantInt>(call->getArgOperand(0))->getZExtValue()];
         if (!counter)
@@ -245,7 +245,7 @@ void LowerCounts(llvm::Module& module, Function& kernel, std::size_t bodies)
         at.CreateStore(at.CreateAdd(at.CreateLoad(word, counter), ConstantInt::get(word, 1)), counter);
         call->eraseFromParent();
     }
-    for (BasicBlock& block : kernel)
+    for (BasicBlock& block : stage)
     {
         auto* const end = dyn_cast<ReturnInst>(block.getTerminator());
         if (!end)
@@ -255,23 +255,23 @@ void LowerCounts(llvm::Module& module, Function& kernel, std::size_t bodies)
         {
             if (!counters[i])
                 continue;
-            Value* const place = at.CreateConstGEP1_64(word, kernel.getArg(5), i);
+            Value* const place = at.CreateConstGEP1_64(word, stage.getArg(kStageRuns), i);
             at.CreateStore(at.CreateAdd(at.CreateLoad(word, place), at.CreateLoad(word, counters[i])), place);
         }
     }
 }
 
-// What the kernel stores is in the way of nothing that it reads.
-void MarkStores(Function& kernel)
+// What a stage stores is in the way of nothing that it reads.
+void MarkStores(Function& stage)
 {
-    MDBuilder metadata(kernel.getContext());
+    MDBuilder metadata(stage.getContext());
     MDNode* const domain = metadata.createAnonymousAliasScopeDomain("velto");
     MDNode* const scope = metadata.createAnonymousAliasScope(domain, "values");
-    MDNode* const scopes = MDNode::get(kernel.getContext(), {scope});
+    MDNode* const scopes = MDNode::get(stage.getContext(), {scope});
     const auto add = [&](Instruction& instruction, unsigned kind) {
         instruction.setMetadata(kind, MDNode::concatenate(instruction.getMetadata(kind), scopes));
     };
-    for (BasicBlock& block : kernel)
+    for (BasicBlock& block : stage)
     {
         for (Instruction& instruction : block)
         {
@@ -283,22 +283,33 @@ void MarkStores(Function& kernel)
     }
 }
 
+void LowerFrame(llvm::Module& module, Function& stage)
+{
+    Function* const mark = module.getFunction(kFrameMark);
+    if (!mark)
+        return;
+    for (User* const user : make_early_inc_range(mark->users()))
+    {
+        auto* const call = dyn_cast<CallInst>(user);
+        if (!call || call->getFunction() != &stage)
+            continue;
+        call->replaceAllUsesWith(stage.getArg(kStageFrame));
+        call->eraseFromParent();
+    }
+}
+
 } // namespace
 
 void Lower(llvm::Module& module, const FuseRequest& request)
 {
     Function& kernel = *module.getFunction(kKernelName);
-    LowerCounts(module, kernel, request.program->bodies.size());
-    if (Function* const mark = module.getFunction(kFrameMark))
+    for (Function& function : module)
     {
-        for (User* const user : make_early_inc_range(mark->users()))
-        {
-            auto* const call = dyn_cast<CallInst>(user);
-            if (!call || call->getFunction() != &kernel)
-                continue;
-            call->replaceAllUsesWith(kernel.getArg(2));
-            call->eraseFromParent();
-        }
+        if (!function.getName().startswith(kStageName))
+            continue;
+        LowerCounts(module, function, request.program->bodies.size());
+        LowerFrame(module, function);
+        MarkStores(function);
     }
     // What functions of their own ask the thread for.
     const auto rename = [&](const char* from, const char* to) {
@@ -321,7 +332,6 @@ void Lower(llvm::Module& module, const FuseRequest& request)
         if (asksFrame)
             module.getFunction("velto_current_frame")->removeFnAttr(Attribute::Memory);
     }
-    MarkStores(kernel);
 }
 
 void Optimize(llvm::Module& module, Target& target, const std::atomic<bool>* stop)

@@ -144,6 +144,7 @@ Error Compile(const FuseRequest& request, FuseAnswer& answer)
     if (!target)
         return target.takeError();
     auto context = std::make_unique<LLVMContext>();
+    context->setDiscardValueNames(true); // which are long
     std::unique_ptr<Bitcode> bitcode;
     if (Error failed = Build(request, *target, *context, bitcode, answer))
         return failed;

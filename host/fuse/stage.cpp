@@ -128,42 +128,26 @@ void Stager::MakeStages()
     }
 }
 
+// ptr (ptr lanes, ptr shared, ptr frame, i64 count, ptr values, ptr runs): blocks of samples, each from stage to stage.
 void Stager::EmitKernel()
 {
     MakeStages();
     emitter_.ForgetConstants();
+    PlaceArrays();
     IRBuilder<>& builder = emitter_.Builder();
-    LLVMContext& context = builder.getContext();
-    Type* const pointer = PointerType::get(context, 0);
     Type* const word = builder.getInt64Ty();
+    Type* const pointer = builder.getPtrTy();
     Function* const function =
         Function::Create(FunctionType::get(pointer, {pointer, pointer, pointer, word, pointer, pointer}, false),
             GlobalValue::ExternalLinkage, kKernelName, emitter_.Module());
     function->addFnAttr(Attribute::NoUnwind);
-    BasicBlock* const entry = BasicBlock::Create(context, "entry", function);
-    BasicBlock* const blocks = BasicBlock::Create(context, "blocks", function);
-    BasicBlock* const done = BasicBlock::Create(context, "done", function);
-    BasicBlock* const fail = BasicBlock::Create(context, "fail", function);
+    const auto block = [&](const char* name) { return BasicBlock::Create(builder.getContext(), name, function); };
+    BasicBlock* const entry = block("entry");
+    BasicBlock* const blocks = block("blocks");
+    BasicBlock* const done = block("done");
     IRBuilder<>(done).CreateRet(Constant::getNullValue(pointer));
     builder.SetInsertPoint(entry);
-    Kernel kernel{function, emitter_.Alloca(function, sizeof(ShadingContext)), fail,
-        IRBuilder<>(fail).CreatePHI(pointer, 4), {}, {}, {}};
-    IRBuilder<>(fail).CreateRet(kernel.error);
-    builder.CreateMemCpy(kernel.context, Align(8), function->getArg(1), Align(8), sizeof(ShadingContext));
-    const auto pointers = [&](unsigned argument, std::size_t count) {
-        std::vector<Value*> all;
-        for (std::size_t i = 0; i < count; ++i)
-            all.push_back(
-                builder.CreateLoad(pointer, builder.CreateConstGEP1_64(pointer, function->getArg(argument), i)));
-        return all;
-    };
-    kernel.lanes = pointers(0, request_.shape.lanes.size());
-    kernel.values = pointers(4, request_.shape.values.size());
-    for (const Stage& stage : stages_)
-    {
-        for (const UInt32 offset : stage.stores)
-            kernel.arrays[offset] = emitter_.Alloca(function, emitter_.SizeOf(offset) * kBlock);
-    }
+    Value* const arrays = emitter_.Alloca(function, arraysSize_);
     Value* const count = function->getArg(3);
     builder.CreateCondBr(builder.CreateICmpSGT(count, builder.getInt64(0)), blocks, done);
     builder.SetInsertPoint(blocks);
@@ -175,7 +159,16 @@ void Stager::EmitKernel()
                             : builder.CreateSelect(builder.CreateICmpSLT(left, builder.getInt64(kBlock)), left,
                                   builder.getInt64(kBlock));
     for (const Stage& stage : stages_)
-        EmitStage(kernel, stage, first, most);
+    {
+        Function* const made = EmitStage(stage);
+        Value* const error = builder.CreateCall(made, {function->getArg(0), function->getArg(1), function->getArg(2),
+                                                          first, most, function->getArg(4), function->getArg(5), arrays});
+        BasicBlock* const next = block("next");
+        BasicBlock* const fail = block("fail");
+        builder.CreateCondBr(builder.CreateIsNull(error), next, fail);
+        IRBuilder<>(fail).CreateRet(error);
+        builder.SetInsertPoint(next);
+    }
     Value* const next = builder.CreateNSWAdd(first, most);
     first->addIncoming(next, builder.GetInsertBlock());
     builder.CreateCondBr(builder.CreateICmpSLT(next, count), blocks, done);
@@ -186,95 +179,144 @@ void Stager::EmitKernel()
     }
 }
 
-// A loop over `count` samples from `first` on.
-void Stager::EmitStage(Kernel& kernel, const Stage& stage, Value* first, Value* count)
+// Where values lie between stages.
+void Stager::PlaceArrays()
+{
+    for (const Stage& stage : stages_)
+    {
+        for (const UInt32 offset : stage.stores)
+        {
+            arrays_[offset] = arraysSize_;
+            arraysSize_ += (emitter_.SizeOf(offset) * kBlock + 63) / 64 * 64;
+        }
+    }
+}
+
+// ptr (ptr lanes, ptr shared, ptr frame, i64 first, i64 count, ptr values, ptr runs, ptr arrays): a loop over `count`
+// samples from `first` on. A function of its own: compilers take their time over large ones.
+Function* Stager::EmitStage(const Stage& stage)
 {
     IRBuilder<>& builder = emitter_.Builder();
-    BasicBlock* const before = builder.GetInsertBlock();
-    BasicBlock* const loop = BasicBlock::Create(builder.getContext(), "stage", kernel.function);
-    BasicBlock* const after = BasicBlock::Create(builder.getContext(), "after", kernel.function);
+    const IRBuilder<>::InsertPointGuard guard(builder);
+    Type* const word = builder.getInt64Ty();
+    Type* const pointer = builder.getPtrTy();
+    Function* const function = Function::Create(
+        FunctionType::get(pointer, {pointer, pointer, pointer, word, word, pointer, pointer, pointer}, false),
+        GlobalValue::InternalLinkage, kStageName, emitter_.Module());
+    function->addFnAttr(Attribute::NoUnwind);
+    function->addFnAttr(Attribute::NoInline);
+    function->addParamAttr(7, Attribute::NoAlias);
+    const auto block = [&](const char* name) { return BasicBlock::Create(builder.getContext(), name, function); };
+    BasicBlock* const entry = block("entry");
+    BasicBlock* const loop = block("loop");
+    BasicBlock* const after = block("after");
+    BasicBlock* const fail = block("fail");
+    IRBuilder<>(after).CreateRet(Constant::getNullValue(pointer));
+    builder.SetInsertPoint(entry);
+    Loop at{function, emitter_.Alloca(function, sizeof(ShadingContext)), fail,
+        IRBuilder<>(fail).CreatePHI(pointer, 4), {}, {}, nullptr, nullptr};
+    IRBuilder<>(fail).CreateRet(at.error);
+    builder.CreateMemCpy(at.context, Align(8), function->getArg(1), Align(8), sizeof(ShadingContext));
+    const auto pointers = [&](unsigned argument, std::size_t count) {
+        std::vector<Value*> all;
+        for (std::size_t i = 0; i < count; ++i)
+            all.push_back(
+                builder.CreateLoad(pointer, builder.CreateConstGEP1_64(pointer, function->getArg(argument), i)));
+        return all;
+    };
+    at.lanes = pointers(0, request_.shape.lanes.size());
+    at.values = pointers(5, request_.shape.values.size());
     builder.CreateBr(loop);
     builder.SetInsertPoint(loop);
-    PHINode* const index = builder.CreatePHI(builder.getInt64Ty(), 2);
-    index->addIncoming(builder.getInt64(0), before);
-    Value* const sample = builder.CreateNSWAdd(first, index);
-    FillContext(kernel, sample);
+    PHINode* const index = builder.CreatePHI(word, 2);
+    index->addIncoming(builder.getInt64(0), entry);
+    at.index = index;
+    at.sample = builder.CreateNSWAdd(function->getArg(3), index);
+    EmitSample(at, stage);
+    Value* const next = builder.CreateNSWAdd(index, builder.getInt64(1));
+    index->addIncoming(next, builder.GetInsertBlock());
+    builder.CreateCondBr(builder.CreateICmpSLT(next, function->getArg(4)), loop, after);
+    return function;
+}
+
+void Stager::EmitSample(Loop& at, const Stage& stage)
+{
+    IRBuilder<>& builder = emitter_.Builder();
+    FillContext(at);
     std::map<UInt32, Value*> places;
     for (const UInt32 offset : stage.loads)
     {
         const std::size_t size = emitter_.SizeOf(offset);
-        places[offset] = emitter_.Alloca(kernel.function, size);
-        CopyValue(kernel.arrays.at(offset), index, places[offset], size, false);
+        places[offset] = emitter_.Alloca(at.function, size);
+        CopyValue(at, offset, places[offset], false);
     }
-    RunCalls(kernel, stage, places);
+    RunCalls(at, stage, places);
     for (const UInt32 offset : stage.stores)
-        CopyValue(kernel.arrays.at(offset), index, places.at(offset), emitter_.SizeOf(offset), true);
+        CopyValue(at, offset, places.at(offset), true);
     for (const std::size_t i : stage.outputs)
     {
         const SampleShape::Value& value = request_.shape.values[i];
         const Address from = request_.program->outputs[value.output].value;
-        Value* const to = builder.CreateInBoundsGEP(builder.getInt8Ty(), kernel.values[i],
-            builder.CreateNSWMul(sample, builder.getInt64(static_cast<std::uint64_t>(value.stride))));
+        Value* const to = builder.CreateInBoundsGEP(builder.getInt8Ty(), at.values[i],
+            builder.CreateNSWMul(at.sample, builder.getInt64(static_cast<std::uint64_t>(value.stride))));
         if (from.store != Store::Setup && !places.contains(from.offset))
             throw std::runtime_error("an output shows what a node keeps");
         StoreOutput(value, from.store == Store::Setup ? emitter_.SetupValue(from.offset) : places.at(from.offset), to);
     }
-    Value* const next = builder.CreateNSWAdd(index, builder.getInt64(1));
-    index->addIncoming(next, builder.GetInsertBlock());
-    builder.CreateCondBr(builder.CreateICmpSLT(next, count), loop, after);
-    builder.SetInsertPoint(after);
 }
 
-void Stager::FillContext(Kernel& kernel, Value* sample)
+void Stager::FillContext(Loop& at)
 {
     IRBuilder<>& builder = emitter_.Builder();
-    for (std::size_t i = 0; i < kernel.lanes.size(); ++i)
+    for (std::size_t i = 0; i < at.lanes.size(); ++i)
     {
         const SampleShape::Lane& lane = request_.shape.lanes[i];
-        Value* const from = builder.CreateInBoundsGEP(builder.getInt8Ty(), kernel.lanes[i],
-            builder.CreateNSWMul(sample, builder.getInt64(static_cast<std::uint64_t>(lane.stride))));
+        Value* const from = builder.CreateInBoundsGEP(builder.getInt8Ty(), at.lanes[i],
+            builder.CreateNSWMul(at.sample, builder.getInt64(static_cast<std::uint64_t>(lane.stride))));
         Value* const number = builder.CreateAlignedLoad(builder.getInt64Ty(), from, Align(8));
         builder.CreateAlignedStore(
-            number, builder.CreateConstGEP1_64(builder.getInt8Ty(), kernel.context, lane.offset), Align(8));
+            number, builder.CreateConstGEP1_64(builder.getInt8Ty(), at.context, lane.offset), Align(8));
     }
 }
 
-void Stager::RunCalls(Kernel& kernel, const Stage& stage, std::map<UInt32, Value*>& places)
+void Stager::RunCalls(Loop& at, const Stage& stage, std::map<UInt32, Value*>& places)
 {
     IRBuilder<>& builder = emitter_.Builder();
     for (const std::size_t call : stage.calls)
     {
         const CallCode& code = codes_[call];
-        std::vector<Value*> arguments{kernel.function->getArg(2), kernel.context};
+        std::vector<Value*> arguments{at.function->getArg(2), at.context};
         for (const auto* const values : {&code.inputs, &code.outputs})
         {
             for (const UInt32 offset : *values)
             {
                 Value*& place = places[offset];
                 if (!place)
-                    place = emitter_.Alloca(kernel.function, emitter_.SizeOf(offset));
+                    place = emitter_.Alloca(at.function, emitter_.SizeOf(offset));
                 arguments.push_back(place);
             }
         }
         Value* const result = builder.CreateCall(code.function, arguments);
-        BasicBlock* const next = BasicBlock::Create(builder.getContext(), "next", kernel.function);
-        kernel.error->addIncoming(result, builder.GetInsertBlock());
-        builder.CreateCondBr(builder.CreateIsNull(result), next, kernel.fail);
+        BasicBlock* const next = BasicBlock::Create(builder.getContext(), "next", at.function);
+        at.error->addIncoming(result, builder.GetInsertBlock());
+        builder.CreateCondBr(builder.CreateIsNull(result), next, at.fail);
         builder.SetInsertPoint(next);
     }
 }
 
 // Between an array and a value, word by word: each word of a value has an array of its own.
-void Stager::CopyValue(Value* array, Value* index, Value* place, std::size_t size, bool toArray)
+void Stager::CopyValue(Loop& at, UInt32 offset, Value* place, bool toArray)
 {
     IRBuilder<>& builder = emitter_.Builder();
+    const std::size_t size = emitter_.SizeOf(offset);
+    Value* const array = builder.CreateConstGEP1_64(builder.getInt8Ty(), at.function->getArg(7), arrays_.at(offset));
     const std::size_t step = size % sizeof(UInt) == 0 ? sizeof(UInt) : 1;
     Type* const type = builder.getIntNTy(static_cast<unsigned>(step * 8));
-    for (std::size_t at = 0; at < size; at += step)
+    for (std::size_t word = 0; word < size; word += step)
     {
-        Value* const inArray =
-            builder.CreateInBoundsGEP(type, builder.CreateConstGEP1_64(builder.getInt8Ty(), array, at * kBlock), index);
-        Value* const inPlace = builder.CreateConstGEP1_64(builder.getInt8Ty(), place, at);
+        Value* const inArray = builder.CreateInBoundsGEP(
+            type, builder.CreateConstGEP1_64(builder.getInt8Ty(), array, word * kBlock), at.index);
+        Value* const inPlace = builder.CreateConstGEP1_64(builder.getInt8Ty(), place, word);
         builder.CreateAlignedStore(builder.CreateAlignedLoad(type, toArray ? inPlace : inArray, Align(step)),
             toArray ? inArray : inPlace, Align(step));
     }

@@ -26,8 +26,8 @@ private:
         std::set<UInt32> stores;          // of values for later ones
         std::vector<std::size_t> outputs; // of the request's values
     };
-    // What all loops of the kernel share.
-    struct Kernel
+    // A stage's function while its calls are emitted.
+    struct Loop
     {
         llvm::Function* function;
         llvm::Value* context;
@@ -35,17 +35,20 @@ private:
         llvm::PHINode* error;
         std::vector<llvm::Value*> lanes;
         std::vector<llvm::Value*> values;
-        std::map<UInt32, llvm::Value*> arrays; // of values between stages
+        llvm::Value* index;  // in the block
+        llvm::Value* sample; // of all
     };
 
     bool IsOpaque(const CallCode& code) const;
     bool CanRepeat(std::size_t call) const;
     void MakeStages();
     void Join(Stage& stage, std::size_t index);
-    void EmitStage(Kernel& kernel, const Stage& stage, llvm::Value* first, llvm::Value* count);
-    void FillContext(Kernel& kernel, llvm::Value* sample);
-    void RunCalls(Kernel& kernel, const Stage& stage, std::map<UInt32, llvm::Value*>& places);
-    void CopyValue(llvm::Value* array, llvm::Value* index, llvm::Value* place, std::size_t size, bool toArray);
+    void PlaceArrays();
+    llvm::Function* EmitStage(const Stage& stage);
+    void EmitSample(Loop& at, const Stage& stage);
+    void FillContext(Loop& at);
+    void RunCalls(Loop& at, const Stage& stage, std::map<UInt32, llvm::Value*>& places);
+    void CopyValue(Loop& at, UInt32 offset, llvm::Value* place, bool toArray);
     void StoreOutput(const SampleShape::Value& value, llvm::Value* from, llvm::Value* to);
 
     Emitter& emitter_;
@@ -55,6 +58,8 @@ private:
     std::map<UInt32, std::size_t> producers_; // of values, by offset
     std::vector<std::size_t> stageOf_;        // by call
     std::vector<Stage> stages_;
+    std::map<UInt32, std::size_t> arrays_; // of values between stages: where they lie, by offset
+    std::size_t arraysSize_ = 0;
 };
 
 } // namespace velto::host::fuse
