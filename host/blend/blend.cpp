@@ -2,6 +2,7 @@
 #include "blend.h"
 
 #include "host/registry/registry.h"
+#include "host/system/shipped.h"
 
 #include <algorithm>
 #include <bit>
@@ -435,6 +436,8 @@ ModeClass::ModeClass(const BlendMode& blendMode) : mode(&blendMode)
 }
 
 } // namespace
+
+VELTO_SHIP_FUNCTIONS(ShippedBlends, kRuns);
 
 std::span<const BlendMode> BlendModes()
 {

@@ -1,6 +1,7 @@
 #include "convert.h"
 
 #include "host/registry/datatypes.h"
+#include "host/system/shipped.h"
 #include "velto/porttypes.h"
 
 #include <fmt/format.h>
@@ -8,7 +9,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <vector>
+#include <map>
 
 namespace velto::host
 {
@@ -74,61 +75,72 @@ void Call(Result* out, const MicroNode*, const Binding* binding)
     ::new (out) Result();
 }
 
+using TypeGetter = const DataType* (*)();
+
 struct Entry
 {
-    const DataType* from;
-    const DataType* to;
+    TypeGetter from;
+    TypeGetter to;
     Conversion call;
 };
 
 template <class From, class To>
-Entry Between()
+constexpr Entry Between()
 {
-    return {TypeOf<From>(), TypeOf<To>(), &Call<From, To>};
+    return {&TypeOf<From>, &TypeOf<To>, &Call<From, To>};
+}
+
+template <class From, class... To>
+constexpr auto FromTo()
+{
+    return std::array{Between<From, To>()...};
 }
 
 template <class From>
-auto FromNumber()
+constexpr auto FromNumber()
 {
-    return std::array{Between<From, Float>(), Between<From, Int>(), Between<From, Int32>(), Between<From, UInt32>(),
-        Between<From, Bool>(), Between<From, ColorA>(), Between<From, Color>()};
+    return FromTo<From, Float, Int, Int32, UInt32, Bool, ColorA, Color>();
 }
 
-template <class From>
-auto ToNumber()
+template <std::size_t... N>
+constexpr auto Join(const std::array<Entry, N>&... parts)
 {
-    return std::array{Between<From, Float>(), Between<From, Int>(), Between<From, Int32>(), Between<From, UInt32>(),
-        Between<From, Bool>()};
+    std::array<Entry, (N + ...)> all{};
+    std::size_t count = 0;
+    const auto add = [&](const auto& part) {
+        for (const Entry& entry : part)
+            all[count++] = entry;
+    };
+    (add(parts), ...);
+    return all;
 }
 
-const std::vector<Entry>& Table()
-{
-    static const std::vector<Entry> table = [] {
-        std::vector<Entry> all{
-            Between<ColorA, Color>(), Between<Color, ColorA>(), Between<Vector, Color>(), Between<Color, Vector>()};
-        const auto add = [&all](const auto& entries) { all.insert(all.end(), entries.begin(), entries.end()); };
-        add(FromNumber<Float>());
-        add(FromNumber<Int>());
-        add(FromNumber<Int32>());
-        add(FromNumber<UInt32>());
-        add(FromNumber<Bool>());
-        add(ToNumber<ColorA>());
-        add(ToNumber<Color>());
-        return all;
-    }();
-    return table;
-}
+constexpr auto kTable = Join(FromNumber<Float>(), FromNumber<Int>(), FromNumber<Int32>(), FromNumber<UInt32>(),
+    FromNumber<Bool>(), FromTo<ColorA, Float, Int, Int32, UInt32, Bool, Color>(),
+    FromTo<Color, Float, Int, Int32, UInt32, Bool, ColorA, Vector>(), FromTo<Vector, Color>());
+
+constexpr auto kCalls = [] {
+    std::array<Conversion, kTable.size()> calls{};
+    for (std::size_t i = 0; i < calls.size(); ++i)
+        calls[i] = kTable[i].call;
+    return calls;
+}();
 
 } // namespace
 
+VELTO_SHIP_FUNCTIONS(ShippedConversions, kCalls);
+
 Conversion FindConversion(const DataType* from, const DataType* to)
 {
-    for (const Entry& entry : Table())
-    {
-        if (entry.from == from && entry.to == to)
-            return entry.call;
-    }
-    return nullptr;
+    using Types = std::pair<const DataType*, const DataType*>;
+    static const std::map<Types, Conversion> known = [] {
+        std::map<Types, Conversion> all;
+        for (const Entry& entry : kTable)
+            all[{entry.from(), entry.to()}] = entry.call;
+        return all;
+    }();
+    const auto found = known.find({from, to});
+    return found == known.end() ? nullptr : found->second;
 }
 
 bool IsConvertible(const DataType* from, const DataType* to)

@@ -47,6 +47,15 @@ private:
     std::set<llvm::GlobalValue*> reached_;
 };
 
+// What the host does a sample, as the build ships it (see system/shipped.h).
+llvm::StringRef HostBitcode();
+
+// The name of a function of a table in it.
+inline std::string ShippedName(std::string_view table, std::size_t index)
+{
+    return "velto.host:" + std::string(table) + ":" + std::to_string(index);
+}
+
 // The C library's mathematical functions: of the same value for the same argument, and known by name.
 using UnaryFunction = double (*)(double);
 using BinaryFunction = double (*)(double, double);

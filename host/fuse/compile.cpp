@@ -1,5 +1,7 @@
 #include "compile.h"
 
+#include "fold.h"
+
 #include <llvm/Analysis/TargetLibraryInfo.h>
 #include <llvm/IR/Instructions.h>
 #include <llvm/IR/MDBuilder.h>
@@ -147,41 +149,24 @@ void SetAttributes(llvm::Module& module, Target& target)
     }
 }
 
-// Mathematical functions of constants, by the very functions that would be called.
-void FoldMathematics(llvm::Module& module)
-{
-    for (Function& callee : module)
-    {
-        const UnaryFunction unary = callee.isDeclaration() ? FindUnary(callee.getName()) : nullptr;
-        const BinaryFunction binary = callee.isDeclaration() ? FindBinary(callee.getName()) : nullptr;
-        if (!unary && !binary)
-            continue;
-        for (User* const user : make_early_inc_range(callee.users()))
-        {
-            auto* const call = dyn_cast<CallInst>(user);
-            if (!call || call->getCalledFunction() != &callee)
-                continue;
-            const auto value = [&](unsigned i) { return dyn_cast<ConstantFP>(call->getArgOperand(i)); };
-            const auto number = [&](unsigned i) { return value(i)->getValueAPF().convertToDouble(); };
-            if (!call->getType()->isDoubleTy() || call->arg_size() != (unary ? 1u : 2u) || !value(0) ||
-                (binary && !value(1)))
-                continue;
-            const double result = unary ? unary(number(0)) : binary(number(0), number(1));
-            call->replaceAllUsesWith(ConstantFP::get(call->getType(), APFloat(result)));
-            call->eraseFromParent();
-        }
-    }
-}
-
 } // namespace
 
-std::set<UInt32> Flatten(llvm::Module& module, Target& target, const std::atomic<bool>* stop)
+Expected<std::set<UInt32>> Flatten(llvm::Module& module, Target& target, const FuseRequest& request)
 {
     SetAttributes(module, target);
     module.setDataLayout(target.machine->createDataLayout());
-    Pipeline pipeline(target, stop);
-    constexpr int kMostRounds = 8;
     bool isPending = true;
+    Pipeline pipeline(target, request.stop);
+    Folder folder(request, module);
+    const auto fold = [&]() -> Error {
+        Expected<bool> folded = folder.Run();
+        if (!folded)
+            return folded.takeError();
+        SetAttributes(module, target); // of what is new
+        isPending = MarkSmall(module) || *folded;
+        return Error::success();
+    };
+    constexpr int kMostRounds = 8;
     for (int round = 0; round < kMostRounds && isPending; ++round)
     {
         MarkSmall(module);
@@ -190,8 +175,8 @@ std::set<UInt32> Flatten(llvm::Module& module, Target& target, const std::atomic
         passes.addPass(createModuleToFunctionPassAdaptor(Plain()));
         passes.addPass(GlobalDCEPass());
         pipeline.Run(module, std::move(passes));
-        FoldMathematics(module);
-        isPending = MarkSmall(module);
+        if (Error failed = fold())
+            return failed;
         if (isPending)
             continue;
         FunctionPassManager thorough;
@@ -202,8 +187,8 @@ std::set<UInt32> Flatten(llvm::Module& module, Target& target, const std::atomic
         last.addPass(createModuleToFunctionPassAdaptor(Plain()));
         last.addPass(GlobalDCEPass());
         pipeline.Run(module, std::move(last));
-        FoldMathematics(module);
-        isPending = MarkSmall(module);
+        if (Error failed = fold())
+            return failed;
     }
     std::set<UInt32> changed;
     if (const Function* const mark = module.getFunction(kStateMark))

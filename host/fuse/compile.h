@@ -21,7 +21,7 @@ struct Target
 
 // Puts what is called where it is called, and makes values of memory. Gives the offsets of what nodes would change
 // though they own something: the kernel must be emitted anew.
-std::set<UInt32> Flatten(llvm::Module& module, Target& target, const std::atomic<bool>* stop);
+llvm::Expected<std::set<UInt32>> Flatten(llvm::Module& module, Target& target, const FuseRequest& request);
 
 // What is left to be known: the thread's frame, the counts. After `Flatten`.
 void Lower(llvm::Module& module, const FuseRequest& request);

@@ -5,12 +5,15 @@
 
 #include "host/corenode/group.h"
 #include "host/system/guard.h"
+#include "host/system/shipped.h"
 #include "host/text/interned.h"
 #include "host/text/url.h"
 
 #include "velto/module.h"
 
 #include <dlfcn.h>
+
+#include <cstring>
 
 namespace velto::host
 {
@@ -100,6 +103,8 @@ Result FuseWith(FuseFunction compile, Setup& setup, const ShadingContext& start,
     request.frame = instance->Memory();
     request.shape = shape;
     request.interfaces = AllInterfaces();
+    request.tables = {{"ShippedBlends", ShippedBlends()}, {"ShippedConversions", ShippedConversions()}};
+    std::memcpy(&request.makeError, &slots<ErrorInterface>.Create, sizeof(request.makeError));
     request.intern = &Intern;
     request.processor = options.processor;
     request.stop = options.stop;

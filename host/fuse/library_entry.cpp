@@ -119,19 +119,20 @@ Error Build(const FuseRequest& request, Target& target, LLVMContext& context, st
         raw_string_ostream faults(fault);
         if (verifyModule(bitcode->Module(), &faults))
             return createStringError(inconvertibleErrorCode(), "the code is not well formed: " + faults.str());
-        const std::set<UInt32> changed = Flatten(bitcode->Module(), target, request.stop);
+        Expected<std::set<UInt32>> changed = Flatten(bitcode->Module(), target, request);
+        if (!changed)
+            return changed.takeError();
         if (request.stop && *request.stop)
             return createStringError(inconvertibleErrorCode(), "stopped");
         const llvm::Module& module = bitcode->Module();
         const std::size_t before = inFrame.size();
-        inFrame.insert(changed.begin(), changed.end());
+        inFrame.insert(changed->begin(), changed->end());
         if (inFrame.size() > before)
             continue;
         if (module.getInstructionCount() > kMostInstructions)
             return createStringError(inconvertibleErrorCode(), "it is too large");
         stager.EmitKernel();
-        Flatten(bitcode->Module(), target, request.stop);
-        return Error::success();
+        return Flatten(bitcode->Module(), target, request).takeError();
     }
 }
 

@@ -1,8 +1,9 @@
-// Part of the build: makes one file of a module's bitcode, of what its nodes' compute functions reach and no more.
+// Part of the build: makes one file of a module's or the host's bitcode, of what its nodes' compute functions, or the
+// functions that it ships, reach and no more.
 //
 //     velto-pack-bitcode OUT MODULE BITCODE...
 //
-// The file begins with a line that says which build of the module it belongs to.
+// The file begins with a line that says which build of the module it belongs to. Without a module (`-`) it has none.
 #include "buildid.h"
 
 #include <llvm/Bitcode/BitcodeReader.h>
@@ -64,6 +65,31 @@ void ShrinkTable(Module& module, GlobalVariable& table)
     table.eraseFromParent();
 }
 
+// The functions that the host ships get the names that they are looked for by.
+void NameFunctions(Module& module)
+{
+    std::vector<GlobalVariable*> tables;
+    for (GlobalVariable& global : module.globals())
+    {
+        if (global.getName().startswith("velto.host:"))
+            tables.push_back(&global);
+    }
+    for (GlobalVariable* const table : tables)
+    {
+        const Constant* functions = table->getInitializer();
+        while (isa<ConstantStruct>(functions)) // std::array
+            functions = cast<Constant>(functions->getOperand(0));
+        for (unsigned i = 0; i < functions->getNumOperands(); ++i)
+        {
+            auto* const function = cast<Function>(functions->getOperand(i));
+            function->setName(table->getName() + ":" + Twine(i));
+            function->setLinkage(GlobalValue::ExternalLinkage);
+            function->setComdat(nullptr);
+        }
+        table->eraseFromParent();
+    }
+}
+
 // Records of data types that the host knows by name begin as static construction leaves them; a type of the module's
 // own is another one in every copy of its record, and its record stays empty.
 void FillDataTypes(Module& module)
@@ -98,6 +124,7 @@ void Run(Module& module)
             global->eraseFromParent();
     }
     StripDebugInfo(module);
+    NameFunctions(module);
     std::vector<GlobalVariable*> tables;
     for (GlobalVariable& global : module.globals())
     {
@@ -150,8 +177,9 @@ int main(int count, char** arguments)
             Fail(Twine(arguments[i]) + " does not link");
     }
     Run(module);
-    const std::string id = velto::host::BuildIdOfFile(arguments[2]);
-    if (id.empty())
+    const bool hasHead = StringRef(arguments[2]) != "-";
+    const std::string id = hasHead ? velto::host::BuildIdOfFile(arguments[2]) : std::string();
+    if (hasHead && id.empty())
         Fail(Twine(arguments[2]) + " has no build id");
     std::error_code error;
     raw_fd_ostream out(arguments[1], error);
@@ -162,8 +190,8 @@ int main(int count, char** arguments)
     writer.writeModule(module);
     writer.writeSymtab();
     writer.writeStrtab();
-    const std::string head = velto::host::BitcodeHead(id, bytes.size());
-    out << head;
+    if (hasHead)
+        out << velto::host::BitcodeHead(id, bytes.size());
     out.write(bytes.data(), bytes.size());
     out.close();
     return 0;

@@ -4,6 +4,7 @@
 #include "host/runtime/kernel.h"
 
 #include <atomic>
+#include <span>
 #include <string>
 
 namespace velto::host
@@ -17,6 +18,13 @@ struct FuseInterface
     std::size_t size = 0; // in bytes
 };
 
+// Functions of the host, and the table of the host's bitcode that has the same ones.
+struct FuseTable
+{
+    std::string_view name;
+    std::span<const void* const> functions;
+};
+
 struct FuseRequest
 {
     const Program* program = nullptr;
@@ -24,6 +32,8 @@ struct FuseRequest
     const std::byte* frame = nullptr; // values, with what nodes keep
     SampleShape shape;
     std::vector<FuseInterface> interfaces;
+    std::vector<FuseTable> tables;
+    const void* makeError = nullptr; // what nodes make errors by
     InternedId (*intern)(std::string_view text) = nullptr;
     std::string processor;                   // as LLVM names it; empty: this one
     const std::atomic<bool>* stop = nullptr; // true: give up
