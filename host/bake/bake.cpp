@@ -195,7 +195,8 @@ private:
         const auto across = [](int side) { return (side + kTileSide - 1) / kTileSide; };
         const UInt all = static_cast<UInt>(across(window_.width)) * static_cast<UInt>(across(window_.height));
         const double each = SecondsSince(samplingStart_) / static_cast<double>(done);
-        return each * static_cast<double>(all - std::min(all, done)) > kFusingPays;
+        const double left = each * static_cast<double>(all - std::min(all, done));
+        return FusingPays(graph_.setup->GetProgram(), left * Threads());
     }
 
     // The times of all frames; the sizes are the same in each.

@@ -367,7 +367,8 @@ private:
         explanation_.nanosecondsPerSample = nanoseconds;
         explanation_.sampleSeconds = 1e-9 * nanoseconds * samples / threads_;
         const bool fuses = options_.fusing == Fusing::First ||
-                           (options_.fusing == Fusing::WhenItPays && explanation_.sampleSeconds > kFusingPays);
+                           (options_.fusing == Fusing::WhenItPays &&
+                               FusingPays(graph_.setup->GetProgram(), explanation_.sampleSeconds * threads_));
         return fuses ? ExplainFused(samples) : Result();
     }
 

@@ -3,6 +3,13 @@
 namespace velto::host
 {
 
+// The compiler takes a core meanwhile, and compiled code takes at least a fifth off.
+bool FusingPays(const Program& program, double seconds)
+{
+    constexpr double kLonger = 6.0;
+    return seconds > kLonger * ExpectedFuseSeconds(program);
+}
+
 void FusingTask::Start(Setup& setup, const ShadingContext& start, const SampleShape& shape)
 {
     if (isStarted_.exchange(true))

@@ -10,8 +10,8 @@
 namespace velto::host
 {
 
-// Seconds of sampling by calls for which it is worth to compile.
-inline constexpr double kFusingPays = 0.15;
+// Whether to compile a graph that calls would sample for so long, over all threads.
+bool FusingPays(const Program& program, double seconds);
 
 class FusingTask
 {

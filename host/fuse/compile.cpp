@@ -2,6 +2,8 @@
 
 #include "fold.h"
 
+#include <llvm/Analysis/LoopInfo.h>
+#include <llvm/Analysis/ScalarEvolution.h>
 #include <llvm/Analysis/TargetLibraryInfo.h>
 #include <llvm/IR/Instructions.h>
 #include <llvm/IR/MDBuilder.h>
@@ -13,8 +15,12 @@
 #include <llvm/Transforms/Scalar/ADCE.h>
 #include <llvm/Transforms/Scalar/EarlyCSE.h>
 #include <llvm/Transforms/Scalar/GVN.h>
+#include <llvm/Transforms/Scalar/LoopPassManager.h>
+#include <llvm/Transforms/Scalar/LoopRotation.h>
+#include <llvm/Transforms/Scalar/LoopUnrollPass.h>
 #include <llvm/Transforms/Scalar/SROA.h>
 #include <llvm/Transforms/Scalar/SimplifyCFG.h>
+#include <llvm/Transforms/Utils/LoopUtils.h>
 
 namespace velto::host::fuse
 {
@@ -92,6 +98,27 @@ FunctionPassManager Plain()
     plain.addPass(SimplifyCFGPass());
     return plain;
 }
+
+// Loops over the elements of a port: what each element is shows once they stand one after another.
+struct MarkShortLoops : PassInfoMixin<MarkShortLoops>
+{
+    static PreservedAnalyses run(Function& function, FunctionAnalysisManager& analyses)
+    {
+        constexpr unsigned kMostTrips = 16;
+        constexpr std::size_t kMostInstructions = 4000;
+        auto& evolution = analyses.getResult<ScalarEvolutionAnalysis>(function);
+        for (Loop* const loop : analyses.getResult<LoopAnalysis>(function).getLoopsInPreorder())
+        {
+            std::size_t size = 0;
+            for (const BasicBlock* const block : loop->blocks())
+                size += block->size();
+            const unsigned trips = evolution.getSmallConstantTripCount(loop);
+            if (trips > 0 && trips <= kMostTrips && size * trips <= kMostInstructions)
+                addStringMetadataToLoop(loop, "llvm.loop.unroll.full");
+        }
+        return PreservedAnalyses::all();
+    }
+};
 
 constexpr unsigned kSmall = 600; // instructions: what is smaller lies where it is called
 
@@ -181,6 +208,9 @@ Expected<std::set<UInt32>> Flatten(llvm::Module& module, Target& target, const F
             continue;
         FunctionPassManager thorough;
         thorough.addPass(GVNPass());
+        thorough.addPass(createFunctionToLoopPassAdaptor(LoopRotatePass()));
+        thorough.addPass(MarkShortLoops());
+        thorough.addPass(createFunctionToLoopPassAdaptor(LoopFullUnrollPass(3)));
         thorough.addPass(ADCEPass());
         ModulePassManager last;
         last.addPass(createModuleToFunctionPassAdaptor(std::move(thorough)));

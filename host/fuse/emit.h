@@ -13,7 +13,7 @@ namespace velto::host::fuse
 // The names of what is replaced or defined later.
 inline constexpr const char* kKernelName = "velto.kernel";
 inline constexpr const char* kStageName = "velto.stage"; // and a number
-inline constexpr unsigned kStageFrame = 2; // among its arguments, as `Stager::EmitStage` has them
+inline constexpr unsigned kStageFrame = 2;               // among its arguments, as `Stager::EmitStage` has them
 inline constexpr unsigned kStageRuns = 6;
 inline constexpr const char* kFrameMark = "velto.frame";         // ptr (): the thread's frame
 inline constexpr const char* kCountMark = "velto.count";         // void (i64 body): a function ran

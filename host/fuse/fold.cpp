@@ -135,9 +135,10 @@ bool Folder::FoldCalls(Function& function)
                 continue;
             if (address == reinterpret_cast<std::uint64_t>(request_.makeError))
             {
-                call->replaceAllUsesWith(ConstantExpr::getIntToPtr(
-                    ConstantInt::get(Type::getInt64Ty(call->getContext()), reinterpret_cast<std::uint64_t>(&TheFailure())),
-                    call->getType()));
+                call->replaceAllUsesWith(
+                    ConstantExpr::getIntToPtr(ConstantInt::get(Type::getInt64Ty(call->getContext()),
+                                                  reinterpret_cast<std::uint64_t>(&TheFailure())),
+                        call->getType()));
                 call->eraseFromParent();
                 any = true;
                 continue;
@@ -148,8 +149,7 @@ bool Folder::FoldCalls(Function& function)
             Function* known = module_.getFunction(found->second);
             if (!known)
             {
-                known = Function::Create(
-                    call->getFunctionType(), GlobalValue::ExternalLinkage, found->second, module_);
+                known = Function::Create(call->getFunctionType(), GlobalValue::ExternalLinkage, found->second, module_);
                 wanted_.insert(found->second);
             }
             call->setCalledFunction(known);

@@ -81,12 +81,12 @@ bool HasSideEffects(const Program& program)
 // More take longer to compile than most bakes do.
 constexpr std::size_t kMostCalls = 3000;
 
-bool IsTooLarge(const Program& program)
+std::size_t CallsOf(const Program& program)
 {
     std::size_t calls = 0;
     for (const BodyPlan& body : program.bodies)
         calls += body.calls.size();
-    return calls > kMostCalls;
+    return calls;
 }
 
 Result FuseWith(FuseFunction compile, Setup& setup, const ShadingContext& start, const SampleShape& shape,
@@ -126,6 +126,12 @@ Result FuseWith(FuseFunction compile, Setup& setup, const ShadingContext& start,
 
 } // namespace
 
+double ExpectedFuseSeconds(const Program& program)
+{
+    constexpr double kEach = 0.04; // seconds a call, measured
+    return kEach * static_cast<double>(CallsOf(program) + 1);
+}
+
 bool CanFuse()
 {
     std::string reason;
@@ -141,10 +147,10 @@ std::shared_ptr<const SampleKernel> Fuse(
         if (!compile)
             return {};
         const Program& program = setup.GetProgram();
-        report.reason = setup.HasFailed()         ? "the setup has failed"
-                        : HasSideEffects(program) ? "a node does more than give values"
-                        : IsTooLarge(program)     ? "it is too large"
-                                                  : "";
+        report.reason = setup.HasFailed()               ? "the setup has failed"
+                        : HasSideEffects(program)       ? "a node does more than give values"
+                        : CallsOf(program) > kMostCalls ? "it is too large"
+                                                        : "";
         if (!report.reason.empty())
             return {};
         return FuseWith(compile, setup, start, shape, options, report, kernel);

@@ -26,6 +26,9 @@ struct FuseReport
 // Whether there is a library that compiles.
 bool CanFuse();
 
+// How long compiling takes, roughly.
+double ExpectedFuseSeconds(const Program& program);
+
 // [any thread] Compiles a program, whose setup has run and stays as it is, for samples of one shape. What nodes keep
 // starts from `start`. Null, and why, where that cannot be: calls give the same then. The setup outlives the kernel.
 std::shared_ptr<const SampleKernel> Fuse(Setup& setup, const ShadingContext& start, const SampleShape& shape,

@@ -161,8 +161,9 @@ void Stager::EmitKernel()
     for (const Stage& stage : stages_)
     {
         Function* const made = EmitStage(stage);
-        Value* const error = builder.CreateCall(made, {function->getArg(0), function->getArg(1), function->getArg(2),
-                                                          first, most, function->getArg(4), function->getArg(5), arrays});
+        Value* const error =
+            builder.CreateCall(made, {function->getArg(0), function->getArg(1), function->getArg(2), first, most,
+                                         function->getArg(4), function->getArg(5), arrays});
         BasicBlock* const next = block("next");
         BasicBlock* const fail = block("fail");
         builder.CreateCondBr(builder.CreateIsNull(error), next, fail);
@@ -213,8 +214,8 @@ Function* Stager::EmitStage(const Stage& stage)
     BasicBlock* const fail = block("fail");
     IRBuilder<>(after).CreateRet(Constant::getNullValue(pointer));
     builder.SetInsertPoint(entry);
-    Loop at{function, emitter_.Alloca(function, sizeof(ShadingContext)), fail,
-        IRBuilder<>(fail).CreatePHI(pointer, 4), {}, {}, nullptr, nullptr};
+    Loop at{function, emitter_.Alloca(function, sizeof(ShadingContext)), fail, IRBuilder<>(fail).CreatePHI(pointer, 4),
+        {}, {}, nullptr, nullptr};
     IRBuilder<>(fail).CreateRet(at.error);
     builder.CreateMemCpy(at.context, Align(8), function->getArg(1), Align(8), sizeof(ShadingContext));
     const auto pointers = [&](unsigned argument, std::size_t count) {

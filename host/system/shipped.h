@@ -23,6 +23,9 @@ ShippedFunctions ShippedBlends();
     const decltype(array) name##Table = array
 #else
 #define VELTO_SHIP_FUNCTIONS(name, array)                                                                              \
-    ShippedFunctions name() { return {reinterpret_cast<const void* const*>((array).data()), (array).size()}; }         \
+    ShippedFunctions name()                                                                                            \
+    {                                                                                                                  \
+        return {reinterpret_cast<const void* const*>((array).data()), (array).size()};                                 \
+    }                                                                                                                  \
     static_assert(sizeof((array)[0]) == sizeof(void*))
 #endif
