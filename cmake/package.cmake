@@ -14,11 +14,11 @@ install(FILES ${CMAKE_CURRENT_LIST_DIR}/make-module.cmake
 install(DIRECTORY ${CMAKE_CURRENT_LIST_DIR}/module
     DESTINATION ${VELTO_INSTALL_CMAKE_DIRECTORY} COMPONENT velto-dev)
 
-# Packages, which cpack makes of what is installed: three for Debian, and an archive of everything that lies where one
+# Packages, which cpack makes of what is installed: one for Debian of each component, and an archive of everything that lies where one
 # unpacks it.
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/velto)
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/velto RENAME copyright)
-foreach(part velto-dev python3-velto)
+foreach(part velto-dev velto-fuse python3-velto)
     install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${part} RENAME copyright
         COMPONENT ${part} EXCLUDE_FROM_ALL)
 endforeach()
@@ -32,6 +32,9 @@ set(CPACK_GENERATOR DEB TGZ)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_COMPONENTS_ALL velto velto-dev)
+if(TARGET velto_fuse)
+    list(APPEND CPACK_COMPONENTS_ALL velto-fuse)
+endif()
 if(TARGET velto_python)
     list(APPEND CPACK_COMPONENTS_ALL python3-velto)
 endif()
@@ -55,6 +58,12 @@ if(NOT VELTO_SHARED)
     string(APPEND CPACK_DEBIAN_VELTO-DEV_PACKAGE_DEPENDS
         ", libtbb-dev, libfmt-dev, libspdlog-dev, libhwy-dev, libutf8proc-dev, zlib1g-dev")
 endif()
+set(CPACK_DEBIAN_VELTO_PACKAGE_RECOMMENDS velto-fuse)
+set(CPACK_COMPONENT_VELTO-FUSE_DESCRIPTION
+    "compiler of velto's graphs\nLong bakes compile their graph to machine code where this is installed.")
+set(CPACK_DEBIAN_VELTO-FUSE_PACKAGE_NAME velto-fuse)
+set(CPACK_DEBIAN_VELTO-FUSE_PACKAGE_SECTION graphics)
+set(CPACK_DEBIAN_VELTO-FUSE_PACKAGE_DEPENDS "${same_version}")
 set(CPACK_COMPONENT_PYTHON3-VELTO_DESCRIPTION
     "velto for Python\nGraphs made and sampled in Python, with arrays of numpy.")
 set(CPACK_DEBIAN_PYTHON3-VELTO_PACKAGE_NAME python3-velto)

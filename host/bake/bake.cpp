@@ -17,6 +17,8 @@
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
+#include <time.h>
+
 #include <chrono>
 #include <cmath>
 #include <thread>
@@ -32,6 +34,14 @@ using Clock = std::chrono::steady_clock;
 double SecondsSince(Clock::time_point start)
 {
     return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Of all threads of this process, whatever else the machine does.
+double ProcessorSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
 // The first error of any thread.
@@ -129,6 +139,7 @@ private:
         const int rows = std::min(BandRows(window_.width), window_.height);
         outputs_.Allocate(rows);
         samplingStart_ = Clock::now();
+        processorStart_ = ProcessorSeconds();
         if (options_.fusing == Fusing::First)
             VELTO_TRY(FuseFirst());
         sampler_ = std::this_thread::get_id();
@@ -194,9 +205,8 @@ private:
             return false;
         const auto across = [](int side) { return (side + kTileSide - 1) / kTileSide; };
         const UInt all = static_cast<UInt>(across(window_.width)) * static_cast<UInt>(across(window_.height));
-        const double each = SecondsSince(samplingStart_) / static_cast<double>(done);
-        const double left = each * static_cast<double>(all - std::min(all, done));
-        return FusingPays(graph_.setup->GetProgram(), left * Threads());
+        const double each = (ProcessorSeconds() - processorStart_) / static_cast<double>(done);
+        return FusingPays(graph_.setup->GetProgram(), each * static_cast<double>(all - std::min(all, done)));
     }
 
     // The times of all frames; the sizes are the same in each.
@@ -311,6 +321,7 @@ private:
     std::atomic<UInt> pixelsDone_ = 0;
     UInt pixelsReported_ = 0;
     Clock::time_point samplingStart_;
+    double processorStart_ = 0.0;
     std::thread::id sampler_; // the calling thread
     std::atomic<UInt> tilesDone_ = 0;
     std::atomic<UInt> fusedTiles_ = 0;

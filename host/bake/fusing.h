@@ -10,7 +10,7 @@
 namespace velto::host
 {
 
-// Whether to compile a graph that calls would sample for so long, over all threads.
+// Whether to compile a graph that calls would sample for so long, in seconds of processors.
 bool FusingPays(const Program& program, double seconds);
 
 class FusingTask

@@ -45,6 +45,11 @@ velto --version
 bakes
 bash -c 'source /usr/share/bash-completion/completions/velto && complete -p velto' >/dev/null
 
+if compgen -G 'velto-fuse_*.deb' >/dev/null; then
+    install ./velto-fuse_*.deb
+    velto bake demo.json --size 4096 -o /tmp/large.exr --json | grep -q '"fused": *true'
+fi
+
 install ./python3-velto_*.deb
 python3 -c "import velto; print(velto.__version__, velto.load('demo.json').bake(8)['color'].shape)"
 
@@ -54,7 +59,7 @@ cmake --build /tmp/embed >/tmp/log || { cat /tmp/log; exit 1; }
 /tmp/embed/embed demo.json 0.3 0.6
 
 # The libraries that they depend on stay.
-dpkg -r velto-dev python3-velto velto >/dev/null
+dpkg -r velto-dev python3-velto velto-fuse velto >/dev/null
 mkdir /opt/velto
 tar -xzf velto-*.tar.gz -C /opt/velto --strip-components=1
 PATH=/opt/velto/bin:$PATH
