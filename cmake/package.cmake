@@ -14,8 +14,8 @@ install(FILES ${CMAKE_CURRENT_LIST_DIR}/make-module.cmake
 install(DIRECTORY ${CMAKE_CURRENT_LIST_DIR}/module
     DESTINATION ${VELTO_INSTALL_CMAKE_DIRECTORY} COMPONENT velto-dev)
 
-# Packages, which cpack makes of what is installed: one for Debian of each component, and an archive of everything that lies where one
-# unpacks it.
+# Packages, which cpack makes of what is installed: one for Debian of each component, and an archive of everything that
+# lies where one unpacks it.
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/velto)
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/velto RENAME copyright)
 foreach(part velto-dev velto-fuse python3-velto)
