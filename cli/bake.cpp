@@ -1,6 +1,7 @@
 #include "bake.h"
 
 #include "progress.h"
+#include "watch.h"
 
 #include "host/bake/encoding.h"
 
@@ -8,6 +9,7 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -152,17 +154,23 @@ Result BakeFrame(const BakeArguments& arguments, const host::Modules& modules, c
     return targets.empty() ? Result() : host::Bake(graph, targets, options, statistics);
 }
 
-} // namespace
-
-int Bake(const BakeArguments& arguments, const Streams& streams)
+// Tells what a frame reads, before it is sampled; what it writes itself does not count.
+void Note(const host::Graph& graph, const std::vector<host::BakeTarget>& targets, WatchedFiles& files)
 {
-    BakePlan plan;
-    if (!PlanBake(arguments, streams, plan))
-        return kWrongInput;
-    std::shared_ptr<host::Modules> modules;
-    if (!LoadModules(arguments.modules, streams, modules))
-        return kFailed;
+    for (const std::string& file : graph.document.files)
+        files.Add(file);
+    for (const std::string& file : graph.program ? host::PictureFiles(graph) : std::vector<std::string>())
+    {
+        const bool isWritten =
+            std::any_of(targets.begin(), targets.end(), [&](const auto& target) { return target.file == file; });
+        if (!isWritten)
+            files.AddPicture(file, graph.searchPaths.get());
+    }
+}
 
+int BakeFrames(const BakeArguments& arguments, BakePlan plan, const std::shared_ptr<host::Modules>& modules,
+    const Streams& streams, WatchedFiles* files)
+{
     Progress progress(streams, ParseProgress(arguments.progress, streams));
     Summary summary;
     host::BakeStatistics statistics;
@@ -172,7 +180,10 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
     {
         host::Graph graph;
         std::vector<host::BakeTarget> targets;
-        if (!PlanFrame(arguments, frame, modules, streams, plan, graph, targets))
+        const bool isPlanned = PlanFrame(arguments, frame, modules, streams, plan, graph, targets);
+        if (files)
+            Note(graph, targets, *files);
+        if (!isPlanned)
             return kWrongInput;
         if (!HasTime(arguments.graph, graph, streams) || !HasMemory(arguments.graph, graph, {}, streams))
             return kFailed;
@@ -204,6 +215,27 @@ int Bake(const BakeArguments& arguments, const Streams& streams)
                         << '\n';
     }
     return kSuccess;
+}
+
+} // namespace
+
+int Bake(const BakeArguments& arguments, const Streams& streams)
+{
+    BakePlan plan;
+    if (!PlanBake(arguments, streams, plan))
+        return kWrongInput;
+    std::shared_ptr<host::Modules> modules;
+    if (!LoadModules(arguments.modules, streams, modules))
+        return kFailed;
+    if (!arguments.watches)
+        return BakeFrames(arguments, std::move(plan), modules, streams, nullptr);
+    for (WatchedFiles files(arguments.graph.file);; files.WaitForChange())
+    {
+        const int status = BakeFrames(arguments, plan, modules, streams, &files);
+        PrintNote(streams, fmt::format("{}: {}; waits for changes of {} files", arguments.graph.file,
+                               status == kSuccess ? "is baked" : "is not baked", files.Count()));
+        streams.out.flush();
+    }
 }
 
 } // namespace velto::cli

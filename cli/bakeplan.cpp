@@ -158,11 +158,17 @@ bool ChooseFrames(const BakeArguments& arguments, const Streams& streams, std::v
 
 bool CheckStreams(const BakeArguments& arguments, const Streams& streams)
 {
+    if (arguments.watches && arguments.graph.file == "-")
+    {
+        PrintError(streams, "--watch: a graph from standard input does not change");
+        return false;
+    }
     if (arguments.file != "-")
         return true;
     const char* const wrong = arguments.format.empty()   ? "-o -: --format says what is written"
                               : arguments.json           ? "-o - and --json both write to standard output"
                               : !arguments.shard.empty() ? "-o - and --shard: a part is a file"
+                              : arguments.watches        ? "-o - and --watch: only files are written again and again"
                                                          : nullptr;
     if (wrong)
         PrintError(streams, wrong);

@@ -29,6 +29,7 @@ struct BakeArguments
     std::string shape = "plane";
     std::string shard; // K/N
     bool skipExisting = false;
+    bool watches = false; // bakes again whenever what it reads changes
     std::string progress = "auto";
     bool isNotFused = false;
     bool stats = false;

@@ -186,6 +186,10 @@ void AddBake(CLI::App& app, BakeArguments& a)
         ->type_name("K/N");
     bake->add_flag(
         "--skip-existing", a.skipExisting, "leaves files that are there, and parts of this very bake, alone");
+    bake->add_flag("--watch", a.watches,
+            "bakes again whenever the graph, a document that it uses, or a picture that it reads changes; Ctrl-C ends "
+            "it")
+        ->excludes("--skip-existing");
     bake->add_flag("--stats", a.stats, "times, samples, evaluations and baked rasters as JSON on stderr");
     bake->add_flag("--json", a.json, "files with sizes and hashes of their pixels as JSON on standard output");
 }

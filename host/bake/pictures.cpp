@@ -105,4 +105,32 @@ std::vector<ShownPicture> LookForPictures(const Graph& graph, Diagnostics& diagn
     return pictures;
 }
 
+std::vector<std::string> PictureFiles(const Graph& graph)
+{
+    std::vector<std::string> files;
+    const auto add = [&](const Url& url, std::optional<Int> frame) {
+        std::string file;
+        if (FindPictureFile(url, graph.searchPaths.get(), frame, file).IsOk())
+            files.push_back(std::move(file));
+    };
+    for (const CoreNode& node : graph.document.graph.nodes)
+    {
+        if (node.type != kImageNode)
+            continue;
+        const Url* const url = Constant<Url>(graph.document.graph, node, "url");
+        if (!url || Path(*url).empty())
+            continue;
+        add(*url, {});
+        const Int* const first = Constant<Int>(graph.document.graph, node, "frameStart");
+        const Int* const last = Constant<Int>(graph.document.graph, node, "frameEnd");
+        for (Int frame = first ? *first : 0; first && last && *first != *last && frame <= *last; ++frame)
+        {
+            if (frame - *first >= kMostFrames)
+                break;
+            add(*url, frame);
+        }
+    }
+    return files;
+}
+
 } // namespace velto::host

@@ -20,4 +20,8 @@ struct ShownPicture
 // Reads each picture once. Those that are missing or broken, and the gaps of sequences, are warnings.
 std::vector<ShownPicture> LookForPictures(const Graph& graph, Diagnostics& diagnostics);
 
+// The files of all pictures that a graph may show, those of sequences one by one, as far as the document says which;
+// also those that are not there. A movie is one file.
+std::vector<std::string> PictureFiles(const Graph& graph);
+
 } // namespace velto::host

@@ -427,6 +427,17 @@ Result LookIntoPicture(
     });
 }
 
+Result FindPictureFile(const Url& url, const SearchPathsType* searchPaths, std::optional<Int> frame, std::string& file)
+{
+    return Guarded([&]() -> Result {
+        Selection selection;
+        const FrameCallback callback = FrameOf(frame);
+        VELTO_TRY(Select(url, searchPaths, {}, &callback, selection));
+        file = Path(selection.url);
+        return {};
+    });
+}
+
 Result MakeLayerSet(std::string_view name, LayerSet& layers)
 {
     layers = {};

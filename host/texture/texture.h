@@ -35,6 +35,9 @@ Result LookIntoPicture(
 // The same by no more than the file's header. `isThere` tells whether there is a file.
 Result LookIntoHeader(const Url& url, const SearchPathsType* searchPaths, Int frame, bool& isThere);
 
+// The name of the file that would be shown, whether it is there or not.
+Result FindPictureFile(const Url& url, const SearchPathsType* searchPaths, std::optional<Int> frame, std::string& file);
+
 // What a `LayerSet` port holds: the name of a layer.
 Result MakeLayerSet(std::string_view name, LayerSet& layers);
 
