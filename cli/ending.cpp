@@ -85,6 +85,7 @@ void OnTime(int signal)
 
 void EndBySignals()
 {
+    std::signal(SIGXFSZ, SIG_IGN); // writing beyond the limit is an error like any other
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
     {
         struct sigaction action = {};

@@ -1,5 +1,7 @@
 #include "fingerprint.h"
 
+#include "pictures.h"
+
 #include "host/graph/values.h"
 #include "host/system/guard.h"
 #include "host/system/sha256.h"
@@ -10,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <fstream>
+#include <set>
 
 namespace velto::host
 {
@@ -45,6 +48,14 @@ public:
                 sum_.AddText(port);
                 Add(input);
             }
+        }
+        for (const std::string& file : PictureFiles(graph))
+        {
+            std::error_code ignored;
+            const bool isThere = std::filesystem::is_regular_file(file, ignored);
+            sum_.AddText(isThere ? "+" : "-");
+            if (isThere)
+                AddFileOnce(file);
         }
     }
 
@@ -85,11 +96,18 @@ private:
         for (const std::filesystem::path& place : places)
         {
             if (std::filesystem::is_regular_file(place, ignored))
-                return AddFile(place, sum_);
+                return AddFileOnce(place);
         }
     }
 
+    void AddFileOnce(const std::filesystem::path& file)
+    {
+        if (files_.insert(file).second)
+            AddFile(file, sum_);
+    }
+
     Sha256 sum_;
+    std::set<std::filesystem::path> files_; // that were added
     std::vector<std::filesystem::path> folders_;
 };
 

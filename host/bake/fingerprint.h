@@ -12,8 +12,7 @@ namespace velto::host
 {
 
 // A hash of all that determines the pixels of one output: the graph after its settings, the files that its values
-// name, the view and its time, the modules' bytes and `settings`. Of a sequence of pictures the name counts, the files
-// do not.
+// name, all pictures of its sequences, the view and its time, the modules' bytes and `settings`.
 Result BakeFingerprint(const Graph& graph, std::size_t output, const BakeOptions& options,
     const std::vector<std::filesystem::path>& modules, std::string_view settings, std::string& hash);
 

@@ -89,10 +89,10 @@ protected:
     }
 
     // In the test's folder.
-    Ran Run(const std::string& arguments) const
+    Ran Run(const std::string& arguments, const char* before = "true") const
     {
-        const std::string command = fmt::format(
-            "cd {} && {} {} >out.txt 2>err.txt </dev/null", folder_.Path(""), VELTO_BUILD_DIR "/velto", arguments);
+        const std::string command = fmt::format("cd {} && {} && {} {} >out.txt 2>err.txt </dev/null", folder_.Path(""),
+            before, VELTO_BUILD_DIR "/velto", arguments);
         const int status = std::system(command.c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll("out.txt"), ReadAll("err.txt")};
     }
@@ -385,6 +385,42 @@ TEST_F(CommandTest, PartsThatDoNotMakeAWholeAreNamed)
     EXPECT_EQ(Run("merge -o x.png x.3-of-3.part.exr x.1-of-3.part.exr x.2-of-3.part.exr").status, 0);
     for (const char* const wrong : {"0/3", "4/3", "1/0", "1", "1/2/3", "a/b", "-1/3"})
         EXPECT_EQ(Run("bake " + good + "--shard " + wrong).status, 2) << wrong;
+}
+
+// By their contents, whichever of them a frame shows.
+TEST_F(CommandTest, PartsBelongToThePicturesOfASequence)
+{
+    Write("s.json", R"({"version": 1, "nodes": {"n": {"type": "image", "inputs": {"url": "p.1.exr", "frameStart": 1,
+        "frameEnd": 3}}}, "outputs": {"color": "n.result"}})");
+    for (int i = 1; i <= 3; ++i)
+        ASSERT_EQ(Run(fmt::format("bake good.json -o p.{}.exr --size 4 --set n.contrast=0.{}", i, i)).status, 0);
+    ASSERT_EQ(Run("bake s.json -o x.png --size 8 --shard 1/1").status, 0);
+    ASSERT_EQ(Run("merge s.json -o x.png --size 8").status, 0);
+    ASSERT_EQ(Run("bake good.json -o p.3.exr --size 4").status, 0);
+    EXPECT_THAT(Run("merge s.json -o x.png --size 8").err, HasSubstr("belongs to another bake"));
+    std::filesystem::remove(folder_.Path("p.3.exr"));
+    EXPECT_THAT(Run("merge s.json -o x.png --size 8").err, HasSubstr("belongs to another bake"));
+}
+
+// What cannot be written is named, and nothing is left of it or lost.
+TEST_F(CommandTest, PlacesThatTakeNoFileAreNamed)
+{
+    Write("noise.json", R"({"version": 1, "nodes": {"n": {"type": "noise"}}, "outputs": {"o": "n.result"}})");
+    const std::string whole = "noise.json -o x.exr --size 256";
+    ASSERT_EQ(Run("bake " + whole + " --shard 1/1").status, 0);
+    const std::vector<std::string> before = folder_.Names();
+    for (const std::string& arguments :
+        {std::string("bake noise.json -o y.exr --size 256 --shard 1/1"), "merge " + whole})
+    {
+        const Ran limited = Run(arguments, "ulimit -f 16"); // kilobytes, or half of them
+        EXPECT_EQ(limited.status, 1);
+        EXPECT_THAT(limited.err, HasSubstr(".exr cannot be written: File too large"));
+        EXPECT_EQ(folder_.Names(), before);
+    }
+    EXPECT_EQ(Run("merge " + whole).status, 0);
+    const Ran refused = Run("bake noise.json -o /sys/x.exr --size 8 --shard 1/1");
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.err, HasSubstr("/sys/x.1-of-1.part.exr cannot be written"));
 }
 
 TEST_F(CommandTest, ASummaryTellsThePixelsWhateverTheFormat)
