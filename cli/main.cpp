@@ -167,12 +167,13 @@ void AddBakeOptions(CLI::App* bake, BakeArguments& a)
         ->check(CLI::Range(1, 64))
         ->capture_default_str();
     bake->add_option("--crop", a.crop, "evaluates and writes only this window of the picture")->type_name("X,Y,WxH");
-    bake->add_option("--depth", a.depth, "uint8, uint16, half or float; default as the document says, or by format");
-    bake->add_option(
-        "--colorspace", a.colorSpace, "srgb or linear; default srgb for colours in 8- and 16-bit files, else linear");
-    bake->add_option("--shape", a.shape, "plane or sphere")->capture_default_str();
+    bake->add_option("--depth", a.depth,
+        "numbers in the file: uint8, uint16, half or float; default as the document says, or by format");
+    bake->add_option("--colorspace", a.colorSpace,
+        "how files hold colours: srgb or linear; default srgb for colours in 8- and 16-bit files, else linear");
+    bake->add_option("--shape", a.shape, "what is baked: plane or sphere")->capture_default_str();
     bake->add_flag("--no-fuse", a.isNotFused, "does not compile the graph: slower in large pictures, of equal bits");
-    bake->add_option("--progress", a.progress, "auto, always, never, or json: lines of JSON on stderr")
+    bake->add_option("--progress", a.progress, "when to show it: auto, always, never, or json: lines of JSON on stderr")
         ->check(CLI::IsMember({"auto", "always", "never", "json"}))
         ->capture_default_str();
 }
@@ -213,7 +214,8 @@ void AddFarm(CLI::App& app, FarmArguments& a, BakeArguments& bake)
     AddGraph(*farm, bake.graph);
     AddBakeOptions(farm, bake);
     farm->add_option("--shards", a.shards, "how many parts")->check(CLI::Range(1, 100'000))->required();
-    farm->add_option("--engine", a.engine, "slurm, or local: processes of this machine")->capture_default_str();
+    farm->add_option("--engine", a.engine, "what runs the parts: slurm, or local: processes of this machine")
+        ->capture_default_str();
     farm->add_flag("--wait", a.wait, "shows how far the parts are, and ends as the merge does");
     farm->add_flag("--cancel-on-interrupt", a.cancelOnInterrupt, "an interrupt of --wait cancels the jobs too");
     farm->add_flag("--dry-run", a.dryRun, "prints what would be run");
@@ -334,12 +336,12 @@ int Main(int argc, char** argv)
     std::string shell;
     CLI::App* const completion =
         app.add_subcommand("completion", "prints a script that completes commands and options in a shell");
-    completion->add_option("SHELL", shell, "bash, zsh or fish")
+    completion->add_option("SHELL", shell, "the shell: bash, zsh or fish")
         ->required()
         ->check(CLI::IsMember({"bash", "zsh", "fish"}));
     std::string format = "man";
     CLI::App* const manual = app.add_subcommand("manual", "prints what all commands and options do");
-    manual->add_option("--format", format, "man: for `man -l -`; or markdown")
+    manual->add_option("--format", format, "of the text: man, for `man -l -`, or markdown")
         ->check(CLI::IsMember({"man", "markdown"}))
         ->capture_default_str();
 

@@ -70,6 +70,12 @@ Json Requires(const char* member)
     return ObjectOf({{"required", TextsOf(std::vector{member})}});
 }
 
+Json Described(Json json, const char* description)
+{
+    json.Add("description", description);
+    return json;
+}
+
 // What `condition` holds for is `then`, anything else is `otherwise`. An editor says what is wrong with the one that it
 // is, where a choice would say that it is none of several.
 Json Choice(Json condition, Json then, Json otherwise)
@@ -306,12 +312,19 @@ public:
         Json definitions = Definitions();
         for (auto& [name, json] : inputs_)
             definitions.Add(name, std::move(json));
-        Json properties = ObjectOf({{"$schema",
-                                        ObjectOf({{"type", "string"}, {"description", "Where its schema is."}})},
-            {"version", ObjectOf({{"const", Int(1)}, {"description", "Of the format of documents."}})},
-            {"parameters", NamedMembers(kName, "parameter", kMostElements)},
-            {"presets", NamedMembers(kName, "preset", kMostElements)}, {"nodes", NamedMembers(kName, "node", 100'000)},
-            {"outputs", Outputs()}, {"material", Reference("material")}, {"ui", Reference("ui")}});
+        Json properties = Json::Object();
+        const auto add = [&properties](const char* name, Json member, const char* description) {
+            properties.Add(name, Described(std::move(member), description));
+        };
+        add("$schema", TypeIs("string"), "The address of this schema, for editors.");
+        add("version", ObjectOf({{"const", Int(1)}}), "The version of the format.");
+        add("parameters", NamedMembers(kName, "parameter", kMostElements),
+            "Values that have names: for people to turn, and inputs where the document is a node.");
+        add("presets", NamedMembers(kName, "preset", kMostElements), "Values of parameters that go together.");
+        add("nodes", NamedMembers(kName, "node", 100'000), "The nodes, by the names that links use.");
+        add("outputs", Outputs(), "What is baked: ports of nodes, by name.");
+        add("material", Reference("material"), "A material, each channel of which is an output.");
+        properties.Add("ui", Reference("ui"));
         Json json = ObjectOf({{"$schema", "https://json-schema.org/draft/2020-12/schema"},
             {"title", "Graph document of velto " VELTO_VERSION}});
         const Json closed = ClosedObject(std::move(properties), TextsOf(std::vector{"version", "nodes"}));
@@ -348,7 +361,9 @@ private:
     Json Definitions() const
     {
         Json json = Json::Object();
-        json.Add("comment", ObjectOf({{"type", TextsOf(std::vector{"string", "array"})}, {"items", TypeIs("string")}}));
+        json.Add("comment",
+            Described(ObjectOf({{"type", TextsOf(std::vector{"string", "array"})}, {"items", TypeIs("string")}}),
+                "A text for people, or several. No command heeds it."));
         json.Add("ui", ObjectOf({{"type", "object"}, {"description", "What tools keep. No command heeds it."}}));
         json.Add("argument", ObjectOf({{"type", TextsOf(std::vector{"number", "boolean", "string", "array"})},
                                  {"items", TypeIs("string")}}));
@@ -366,8 +381,9 @@ private:
 
     static Json Link()
     {
-        Json link = ClosedObject(
-            ObjectOf({{"from", Reference("port")}, {"parameter", ObjectOf({{"type", "string"}, {"pattern", kName}})}}));
+        Json link = ClosedObject(ObjectOf({{"from", Described(Reference("port"), "The output of a node, NODE.PORT.")},
+            {"parameter", Described(ObjectOf({{"type", "string"}, {"pattern", kName}}),
+                              "The parameter whose value stands here.")}}));
         link.Add("oneOf", ListOf({Requires("from"), Requires("parameter")}));
         return link;
     }
@@ -391,13 +407,16 @@ private:
         types.Append(Json("ShadingContext"));
         const Json limit =
             Choice(TypeIs("array"), ObjectOf({{"items", TypeIs("number")}, {"minItems", Int(1)}}), TypeIs("number"));
-        Json json =
-            ClosedObject(ObjectOf({{"type", ObjectOf({{"enum", std::move(types)}})},
-                             {"default", ObjectOf({{"description", "Its value where nothing else is given."}})},
-                             {"min", limit}, {"max", limit}, {"label", TypeIs("string")}, {"help", TypeIs("string")},
-                             {"values", ObjectOf({{"type", "array"}, {"items", TypeIs("string")},
-                                            {"description", "Of a choice: what there is to choose."}})}}),
-                ListOf({"type"}));
+        Json json = ClosedObject(
+            ObjectOf({{"type", Described(ObjectOf({{"enum", std::move(types)}}), "The type of its values.")},
+                {"default", ObjectOf({{"description", "Its value where nothing else is given."}})},
+                {"min", Described(limit, "The least value that makes sense; of a vector, of each number.")},
+                {"max", Described(limit, "The greatest value that makes sense.")},
+                {"label", Described(TypeIs("string"), "What people call it.")},
+                {"help", Described(TypeIs("string"), "What it does.")},
+                {"values", ObjectOf({{"type", "array"}, {"items", TypeIs("string")},
+                               {"description", "Of a choice: what there is to choose."}})}}),
+            ListOf({"type"}));
         json.Add("allOf", std::move(conditions));
         return json;
     }
@@ -408,8 +427,11 @@ private:
         Json file = ObjectOf({{"pattern", "\\.json$"}, {"description", "A document as a node."}});
         Json type = ObjectOf({{"type", "string"}, {"anyOf", ListOf({std::move(known), std::move(file)})}});
         Json inputs = ObjectOf({{"type", "object"}, {"additionalProperties", Json(true)}});
-        Json json = ClosedObject(ObjectOf({{"type", std::move(type)}, {"inputs", std::move(inputs)},
-                                     {"arguments", Reference("arguments")}, {"ui", Reference("ui")}}),
+        Json json = ClosedObject(
+            ObjectOf({{"type", Described(std::move(type), "The name or the id of a kind of node, or a document.")},
+                {"inputs", Described(std::move(inputs), "Values and links, by the names of the node's ports.")},
+                {"arguments", Described(Reference("arguments"), "What the node is built from; few nodes take any.")},
+                {"ui", Reference("ui")}}),
             ListOf({"type"}));
         json.Add("allOf", conditions_);
         return json;
@@ -421,7 +443,7 @@ private:
             return ObjectOf({{"enum", TextsOf(words)}, {"description", help}});
         };
         Json object = ClosedObject(
-            ObjectOf({{"from", Reference("port")},
+            ObjectOf({{"from", Described(Reference("port"), "The output of a node, NODE.PORT.")},
                 {"encoding", choice({"color", "data", "normal"}, "How files of 8 and 16 bits hold it.")},
                 {"depth", choice({"uint8", "uint16", "half", "float"}, "Of its file, where the format has it.")},
                 {"colorspace", choice({"srgb", "linear"}, "Of a colour in its file.")}}),
