@@ -42,12 +42,12 @@ def highlight_json(text):
 class Guide:
     """One Markdown file. A guide has a folder, in which what it says is done; a page of reference has none."""
 
-    def __init__(self, path, baker, folder=None):
+    def __init__(self, path, baker, folder=None, text=None):
         self.path = path
         self.name = path.relative_to(ROOT).as_posix()
         self.baker = baker
         self.folder = folder
-        self.text = path.read_text()
+        self.text = text or path.read_text()
         self.pictures = {}
         self.title = re.search(r"^# (.+)$", self.text, re.MULTILINE).group(1)
         # The first paragraph.

@@ -1,6 +1,8 @@
 """The pages of the nodes: what they show, from the command's list, the examples and variations.json."""
 import json
 import math
+import re
+from collections import Counter
 from pathlib import Path
 
 from pictures import ROOT
@@ -12,6 +14,10 @@ LARGE = 384
 MATERIAL = 512
 PICTURES = {"ColorA", "Color", "Float", "Vector", "Vector2d", "Vector4d", "Int", "Int32", "UInt32", "Bool"}
 SEEN_FROM_A_SIDE = {"fresnelconductor", "fresneldielectric", "thinfilm", "flakes", "bump"}
+# Units as the descriptions have them.
+UNIT = re.compile(r"\b[Ii]n (radians|seconds|pixels|nanometres|cells|bricks|hundredths|ten-thousandths of the tile|texture space"
+                  r"|(?:widths|heights) of an? [a-z]+|(?:widths|heights) of the [a-z]+)")
+COMPANIONS = 6
 # What a context is to a node; the descriptions leave it to the host.
 CONTEXT_HELP = {
     "contextLocal": "Where the pattern lies: link a placement here.",
@@ -86,8 +92,10 @@ def port_rows(ports, labels):
             limits = (f"at least {show(low)}" if high is None else f"at most {show(high)}" if low is None
                       else f"{show(low)} to {show(high)}")
         default = port.get("default")
+        unit = UNIT.search(port.get("help") or "")
         rows.append({
-            **port, "limits": limits, "prefix": prefix,
+            **port, "limits": limits, "unit": unit.group(1) if unit else "",
+            "copied": None if default is None else f"{json.dumps(port['name'])}: {json.dumps(default, ensure_ascii=False)}", "prefix": prefix,
             "names": [(value[len(prefix):], labels.get(port["name"], {}).get(value, "")) for value in values],
             "shown": None if default is None else show(default),
             "variadic": port.get("variadic", False), "help": port.get("help") or CONTEXT_HELP.get(port["name"], ""), "member": False,
@@ -109,21 +117,11 @@ def upstream(nodes, names):
     """The nodes that the named ones need, in the given order."""
     needed, open_ = set(), list(names)
 
-    def links(value):
-        if isinstance(value, dict):
-            if set(value) == {"from"}:
-                yield value["from"].split(".")[0]
-            for member in value.values():
-                yield from links(member)
-        elif isinstance(value, list):
-            for element in value:
-                yield from links(element)
-
     while open_:
         name = open_.pop()
         if name not in needed and name in nodes:
             needed.add(name)
-            open_ += links(nodes[name])
+            open_ += linked(nodes[name])
     return {name: node for name, node in nodes.items() if name in needed}
 
 
@@ -182,10 +180,23 @@ class NodePages:
         labels = value_labels(node)
         return {
             **node, "figure": default, "variations": shown, "every": self.every(node, setting),
-            "example": self.example(node),
+            "example": self.example(node), "shape": setting.get("shape", "plane"),
             "inputs": port_rows((p for p in node["ports"] if p["direction"] == "in"), labels),
             "outputs": port_rows((p for p in node["ports"] if p["direction"] == "out"), labels),
         }
+
+    def measure(self, pages):
+        """Puts to each page that has a picture what a sample of it costs, against the cheapest, and its hash."""
+        for page in pages:
+            figure = page["figure"]
+            page["cost"] = page["hash"] = None
+            if figure["picture"]:
+                page["hash"] = self.baker.pixels(figure["picture"])
+                page["cost"] = self.baker.cost(figure["document"], page["shape"], page["name"])
+        least = min((page["cost"]["nanoseconds"] for page in pages if page["cost"]), default=1)
+        for page in pages:
+            if page["cost"]:
+                page["cost"]["ratio"] = two_figures(page["cost"]["nanoseconds"] / least)
 
     def every(self, node, setting):
         """A picture for each value of the enumeration that a node is chosen for."""
@@ -200,6 +211,44 @@ class NodePages:
             self.baker.faults.append(f"there is no examples/nodes/{path.name}")
             return None
         return {"path": path, "text": path.read_text(), **document_pictures(self.baker, path, self.nodes, example_views)}
+
+
+def two_figures(value):
+    return f"{value:.1f}" if value < 10 else f"{float(f'{value:.2g}'):,.0f}"
+
+
+def find_uses(pages, gallery):
+    """Puts to each page the nodes that its node is linked with in documents, and the documents that it is in."""
+    by_name = {page["name"]: page for page in pages}
+    together = {name: Counter() for name in by_name}
+    for page in pages:
+        page["materials"], page["examples"] = [], []
+    documents = [(page, json.loads(page["example"]["text"]), "examples") for page in pages if page["example"]]
+    documents += [(material, json.loads(material["text"]), "materials") for material in gallery]
+    for source, document, kind in documents:
+        types = {name: last_word(node["type"]) for name, node in document["nodes"].items()}
+        for used in sorted(set(types.values()) & by_name.keys() - {source["name"]}):
+            by_name[used][kind].append(source)
+        links = {(types.get(link), types[name]) for name, node in document["nodes"].items() for link in linked(node)}
+        for a, b in links:
+            if a != b and a in together and b in together:
+                together[a][b] += 1
+                together[b][a] += 1
+    for page in pages:
+        best = sorted(together[page["name"]].items(), key=lambda pair: (-pair[1], pair[0]))[:COMPANIONS]
+        page["companions"] = [by_name[name] for name, _ in best]
+
+
+def linked(value):
+    """The names of the nodes that links lead to."""
+    if isinstance(value, dict):
+        if isinstance(value.get("from"), str):
+            yield value["from"].split(".")[0]
+        for member in value.values():
+            yield from linked(member)
+    elif isinstance(value, list):
+        for element in value:
+            yield from linked(element)
 
 
 def types_in(document):

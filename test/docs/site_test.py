@@ -7,6 +7,7 @@ import argparse
 import json
 import subprocess
 import sys
+import time
 from pathlib import Path
 from urllib.parse import unquote, urldefrag, urlparse
 
@@ -31,6 +32,10 @@ Promise.all(images.map(image => image.decode().then(
     images.filter(image => !image.hasAttribute("alt")).forEach(image => faults.push(`no words for ${image.src}`));
     if (document.querySelectorAll("h1").length !== 1) faults.push("not one heading of the first order");
     if (!document.title) faults.push("no title");
+    const texts = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
+    while (texts.nextNode())
+        if (texts.currentNode.data.includes("`") && !texts.currentNode.parentElement.closest("pre, code, script"))
+            faults.push(`a backquote: ${texts.currentNode.data.trim().slice(0, 60)}`);
     const wide = document.documentElement.scrollWidth - innerWidth;
     if (wide > 0) faults.push(`${wide} pixels too wide`);
     done({
@@ -44,11 +49,18 @@ Promise.all(images.map(image => image.decode().then(
 
 # The first three hits for what somebody types.
 SEARCH = """
-const box = document.querySelector("#search");
-box.value = arguments[0];
+const [query, done] = arguments;
+const box = document.querySelector("#search"), found = document.querySelector("#found");
+new MutationObserver((_, observer) => {
+    observer.disconnect();
+    done([...found.querySelectorAll("a")].slice(0, 3).map(link => link.href));
+}).observe(found, { childList: true });
+box.value = query;
 box.dispatchEvent(new Event("input"));
-return [...document.querySelectorAll("#found a")].slice(0, 3).map(link => link.href);
 """
+# What newcomers type, and the pages that they want; so many of these words have to lead there.
+WORDS = json.loads((ROOT / "test/docs/search_words.json").read_text())
+FEWEST_FOUND = 38
 
 
 def start_browser():
@@ -89,18 +101,30 @@ def dead_links(pages, site):
 
 
 def search(browser, site, nodes):
-    """Each node is among the first hits for its id and for its label."""
+    """Each node is among the first hits for its id and for its label, and what newcomers look for for their words."""
     faults = []
     browser.get((site / "index.html").as_uri())
     for node in nodes:
         page = (site / "nodes" / f"{node['name']}.html").as_uri()
         for words in (node["name"], node["id"], node["label"]):
-            if page not in browser.execute_script(SEARCH, words):
+            if page not in browser.execute_async_script(SEARCH, words):
                 faults.append(f"search: {words!r} does not find {node['name']}")
+    missed = []
+    for words, wanted in WORDS.items():
+        hits = [link.removeprefix(site.as_uri() + "/").removesuffix(".html")
+                for link in browser.execute_async_script(SEARCH, words)]
+        if not set(hits) & set(wanted):
+            missed.append(f"{words!r} finds {', '.join(hits)}")
+    print(f"{len(WORDS) - len(missed)} of {len(WORDS)} words lead to their pages; {'; '.join(missed)}")
+    if len(WORDS) - len(missed) < FEWEST_FOUND:
+        faults.append(f"search: {'; '.join(missed)}")
     # From another folder, by keys alone.
     browser.get((site / "nodes/noise.html").as_uri())
     box = browser.find_element("id", "search")
     box.send_keys("voronoi noise\n")
+    deadline = time.monotonic() + 10
+    while browser.current_url.endswith("/nodes/noise.html") and time.monotonic() < deadline:
+        time.sleep(0.05)
     if not browser.current_url.endswith("/nodes/voronoinoise.html"):
         faults.append(f"search: the enter key leads to {browser.current_url}")
     return faults
