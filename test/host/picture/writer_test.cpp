@@ -120,8 +120,8 @@ TEST_P(WrittenFormat, ReadsBackAndHasTheSameBytesHoweverItsRowsCome)
 TEST_P(WrittenFormat, KeepsTheOldFileWhereverTheDiskIsFull)
 {
     const std::string file = folder_.Path(std::string("picture.") + GetParam().suffix);
-    const PictureLayout layout{400, 300, 4};
-    ASSERT_TRUE(Write(file, layout, 300).IsOk());
+    const PictureLayout layout{200, 150, 4};
+    ASSERT_TRUE(Write(file, layout, 150).IsOk());
     const auto size = std::filesystem::file_size(file);
     std::ofstream(file) << "old";
     std::signal(SIGXFSZ, SIG_IGN);
