@@ -242,7 +242,9 @@ VELTO_INLINE Float32 Answer(const SeamlessNoiseTable& table, Kind kind, const Qu
     case Kind::Fbm:
         break;
     }
-    // As lively whatever the number of layers is.
+    // As lively whatever the number of layers is; the first has the amplitude 1.
+    if (count == 1)
+        return 0.5f + 0.55f * (weights.keep[0] * values[0]);
     return 0.5f +
            0.55f * Sum(weights, count, values, 0.0f, plain) * weights.sum / std::sqrt(Max(weights.squares, 1e-30f));
 }
@@ -255,8 +257,7 @@ __attribute__((target_clones("avx2", "default")))
 #elif defined(__x86_64__)
 __attribute__((target_clones("avx2", "default"), flatten))
 #endif
-static Float32
-AnswerForProcessor(const SeamlessNoiseTable& table, Kind kind, const Question& question)
+static Float32 AnswerForProcessor(const SeamlessNoiseTable& table, Kind kind, const Question& question)
 {
     const bool isMoving = question.at.phase != 0;
     if (table.layers.cellsW[0] != 0)
