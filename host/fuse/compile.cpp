@@ -66,6 +66,7 @@ public:
 
     PassBuilder& Builder() { return builder_; }
     void Run(llvm::Module& module, ModulePassManager passes) { passes.run(module, modules_); }
+    void Run(Function& function, FunctionPassManager passes) { passes.run(function, functions_); }
 
 private:
     static PipelineTuningOptions Tuning()
@@ -230,6 +231,15 @@ Expected<std::set<UInt32>> Flatten(llvm::Module& module, Target& target, const F
         }
     }
     return changed;
+}
+
+void Simplify(Function& function, Target& target)
+{
+    Pipeline pipeline(target, nullptr);
+    FunctionPassManager passes = Plain();
+    passes.addPass(ADCEPass());
+    passes.addPass(SimplifyCFGPass());
+    pipeline.Run(function, std::move(passes));
 }
 
 namespace

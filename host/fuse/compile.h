@@ -23,6 +23,9 @@ struct Target
 // though they own something: the kernel must be emitted anew.
 llvm::Expected<std::set<UInt32>> Flatten(llvm::Module& module, Target& target, const FuseRequest& request);
 
+// The same for one function in which nothing is called that can be inlined.
+void Simplify(llvm::Function& function, Target& target);
+
 // What is left to be known: the thread's frame, the counts. After `Flatten`.
 void Lower(llvm::Module& module, const FuseRequest& request);
 

@@ -159,58 +159,6 @@ bool Emitter::IsInput(const CallPlan& call, std::size_t slot) const
     return call.record ? AsHost(program_.groups[call.node]).access[slot]->input : slot == 0;
 }
 
-// A function of the program as a node sees it: an object whose functions are here.
-llvm::Constant* Emitter::FunctionValue(const FunctionPlan& plan)
-{
-    llvm::Constant*& value = functionValues_[plan.place.offset];
-    if (value)
-        return value;
-    Function* const isConstant =
-        Function::Create(FunctionType::get(Type::getInt1Ty(context_), ArrayRef<Type*>(pointer_), false),
-            GlobalValue::InternalLinkage, "isconstant", module_);
-    isConstant->addRetAttr(Attribute::ZExt);
-    roots_.insert(isConstant);
-    IRBuilder<>(BasicBlock::Create(context_, "", isConstant)).CreateRet(ConstantInt::getBool(context_, plan.body < 0));
-    Function* const invoke = Invoker(plan);
-    llvm::Constant* const object = Constant(ConstantStruct::getAnon({ConstantInt::get(word_, kImmortal),
-                                                ConstantPointerNull::get(pointer_), invoke, isConstant}),
-        "function");
-    return functionValues_[plan.place.offset] = Constant(object, "functionvalue");
-}
-
-// Result (const FunctionInterface* self, void* value, const ShadingContext* context, Data* cache)
-Function* Emitter::Invoker(const FunctionPlan& plan)
-{
-    auto* const type =
-        FunctionType::get(Type::getVoidTy(context_), {pointer_, pointer_, pointer_, pointer_, pointer_}, false);
-    Function* const invoke = Function::Create(type, GlobalValue::InternalLinkage, "invoke", module_);
-    invoke->addFnAttr(Attribute::NoUnwind);
-    invoke->addFnAttr(Attribute::AlwaysInline);
-    invoke->addParamAttr(
-        0, Attribute::get(context_, Attribute::StructRet, StructType::get(context_, ArrayRef<Type*>(pointer_))));
-    roots_.insert(invoke);
-    IRBuilder<>::InsertPointGuard guard(builder_);
-    Function* const body = plan.body >= 0 ? Body(static_cast<std::size_t>(plan.body)) : nullptr;
-    builder_.SetInsertPoint(BasicBlock::Create(context_, "", invoke));
-    Value* error = ConstantPointerNull::get(pointer_);
-    if (body)
-    {
-        Function* const frame = Declare(kFrameMark, FunctionType::get(pointer_, false));
-        frame->setDoesNotAccessMemory();
-        frame->addFnAttr(Attribute::WillReturn);
-        frame->addFnAttr(Attribute::NoUnwind);
-        Function* const count = Declare(kCountMark, FunctionType::get(Type::getVoidTy(context_), {word_}, false));
-        builder_.CreateCall(count, {ConstantInt::get(word_, static_cast<std::uint64_t>(plan.body))});
-        error = builder_.CreateCall(body, {builder_.CreateCall(frame), invoke->getArg(3), invoke->getArg(2)});
-    }
-    else
-        builder_.CreateMemCpy(invoke->getArg(2), Align(plan.type->operations.alignment),
-            SetupValue(plan.constant.offset), Align(8), plan.type->operations.size);
-    builder_.CreateStore(error, invoke->getArg(0));
-    builder_.CreateRetVoid();
-    return invoke;
-}
-
 // ptr (ptr frame, ptr context, ptr value): the error, or null
 Function* Emitter::Body(std::size_t index)
 {
@@ -299,6 +247,18 @@ void Emitter::PlaceValues(Run& run, const CallPlan& call)
     }
 }
 
+Function* Emitter::MakeCallFunction(std::size_t values)
+{
+    const std::vector<Type*> types(2 + values, pointer_);
+    Function* const made = Function::Create(
+        FunctionType::get(pointer_, types, false), GlobalValue::ExternalLinkage, "velto.call", module_);
+    made->addFnAttr(Attribute::NoUnwind);
+    for (unsigned i = 1; i < types.size(); ++i)
+        made->addParamAttr(i, Attribute::NoAlias);
+    roots_.insert(made);
+    return made;
+}
+
 // ptr (ptr frame, ptr context, ptr value...): the error, or null. Values come and go through memory of the caller's.
 CallCode Emitter::EmitCallFunction(const CallPlan& call)
 {
@@ -321,13 +281,7 @@ CallCode Emitter::EmitCallFunction(const CallPlan& call)
         else if (IsPlain(type) && std::find(offsets.begin(), offsets.end(), address.offset) == offsets.end())
             offsets.push_back(address.offset);
     }
-    std::vector<Type*> types(2 + code.inputs.size() + code.outputs.size(), pointer_);
-    code.function = Function::Create(
-        FunctionType::get(pointer_, types, false), GlobalValue::ExternalLinkage, "velto.call", module_);
-    code.function->addFnAttr(Attribute::NoUnwind);
-    for (unsigned i = 1; i < types.size(); ++i)
-        code.function->addParamAttr(i, Attribute::NoAlias);
-    roots_.insert(code.function);
+    code.function = MakeCallFunction(code.inputs.size() + code.outputs.size());
     Run run = Begin(code.function, plan);
     PlaceValues(run, call);
     unsigned argument = 2;

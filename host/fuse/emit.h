@@ -28,6 +28,16 @@ struct CallCode
     std::vector<UInt32> inputs;  // offsets of its arguments
     std::vector<UInt32> outputs; // and of those behind them
     bool sharesFrame = false;    // reads or writes what lies in the thread's frame
+
+    // In place of a function: one call for many samples, for an object, of arguments that are values or constants.
+    struct Argument
+    {
+        UInt32 offset;
+        llvm::Constant* constant;
+    };
+    const FuseBlockForm* form = nullptr;
+    llvm::Constant* self = nullptr;
+    std::vector<Argument> arguments;
 };
 
 class Emitter
@@ -44,6 +54,8 @@ public:
     llvm::IRBuilder<>& Builder() { return builder_; }
     llvm::Module& Module() { return module_; }
     llvm::Value* Alloca(llvm::Function* function, std::size_t size);
+    llvm::Function* MakeCallFunction(std::size_t values); // empty
+    llvm::GlobalVariable* Constant(llvm::Constant* value, const char* name);
     llvm::Constant* SetupValue(UInt32 offset);
     void ForgetConstants() { setupConstants_.clear(); } // flattening drops those that nothing reads
     std::size_t SizeOf(UInt32 offset) const { return frameValues_.at(offset)->type->operations.size; }
@@ -67,7 +79,6 @@ private:
         Places places;
     };
 
-    llvm::GlobalVariable* Constant(llvm::Constant* value, const char* name);
     llvm::GlobalVariable* Bytes(const void* data, std::size_t size, const char* name);
     llvm::Constant* AddressOf(const void* place);
     llvm::Value* Alloca(llvm::Function* function, llvm::Type* type);

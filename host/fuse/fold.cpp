@@ -31,18 +31,6 @@ ErrorObject& TheFailure()
     return failure;
 }
 
-// The address that a constant is; 0 where it is none.
-std::uint64_t AddressIn(const Value* pointer, const DataLayout& layout)
-{
-    APInt offset(64, 0);
-    const Value* const base = pointer->stripAndAccumulateConstantOffsets(layout, offset, true);
-    const auto* const expression = dyn_cast<ConstantExpr>(base);
-    const auto* const number = expression && expression->getOpcode() == Instruction::IntToPtr
-                                   ? dyn_cast<ConstantInt>(expression->getOperand(0))
-                                   : nullptr;
-    return number ? number->getZExtValue() + offset.getZExtValue() : 0;
-}
-
 // False where there is no such memory, as in code that is not reached.
 bool ReadMemory(std::uint64_t address, void* to, std::size_t size)
 {
@@ -72,6 +60,17 @@ Constant* ReadConstant(std::uint64_t address, Type* type, const DataLayout& layo
 }
 
 } // namespace
+
+std::uint64_t AddressIn(const Value* pointer, const DataLayout& layout)
+{
+    APInt offset(64, 0);
+    const Value* const base = pointer->stripAndAccumulateConstantOffsets(layout, offset, true);
+    const auto* const expression = dyn_cast<ConstantExpr>(base);
+    const auto* const number = expression && expression->getOpcode() == Instruction::IntToPtr
+                                   ? dyn_cast<ConstantInt>(expression->getOperand(0))
+                                   : nullptr;
+    return number ? number->getZExtValue() + offset.getZExtValue() : 0;
+}
 
 Folder::Folder(const FuseRequest& request, llvm::Module& module) : request_(request), module_(module)
 {

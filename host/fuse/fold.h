@@ -7,6 +7,9 @@
 namespace velto::host::fuse
 {
 
+// The address that a constant is; 0 where it is none.
+std::uint64_t AddressIn(const llvm::Value* pointer, const llvm::DataLayout& layout);
+
 class Folder
 {
 public:

@@ -4,6 +4,7 @@
 #include "request.h"
 
 #include "host/corenode/group.h"
+#include "host/noise/rendernoise.h"
 #include "host/system/guard.h"
 #include "host/system/shipped.h"
 #include "host/text/interned.h"
@@ -104,6 +105,8 @@ Result FuseWith(FuseFunction compile, Setup& setup, const ShadingContext& start,
     request.shape = shape;
     request.interfaces = AllInterfaces();
     request.tables = {{"ShippedBlends", ShippedBlends()}, {"ShippedConversions", ShippedConversions()}};
+    for (const auto& [single, block] : NoiseBlockForms())
+        request.blockForms.push_back({single, block});
     std::memcpy(&request.makeError, &slots<ErrorInterface>.Create, sizeof(request.makeError));
     request.intern = &Intern;
     request.processor = options.processor;

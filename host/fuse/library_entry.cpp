@@ -131,7 +131,7 @@ Error Build(const FuseRequest& request, Target& target, LLVMContext& context, st
             continue;
         if (module.getInstructionCount() > kMostInstructions)
             return createStringError(inconvertibleErrorCode(), "it is too large");
-        stager.EmitKernel();
+        stager.EmitKernel([&](Function& function) { Simplify(function, target); });
         return Flatten(bitcode->Module(), target, request).takeError();
     }
 }

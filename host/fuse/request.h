@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/runtime/kernel.h"
+#include "host/system/shipped.h"
 
 #include <atomic>
 #include <span>
@@ -25,6 +26,13 @@ struct FuseTable
     std::span<const void* const> functions;
 };
 
+// A function of an object, its first argument, and the same for many samples.
+struct FuseBlockForm
+{
+    const void* single = nullptr;
+    BlockFunction block = nullptr;
+};
+
 struct FuseRequest
 {
     const Program* program = nullptr;
@@ -33,6 +41,7 @@ struct FuseRequest
     SampleShape shape;
     std::vector<FuseInterface> interfaces;
     std::vector<FuseTable> tables;
+    std::vector<FuseBlockForm> blockForms;
     const void* makeError = nullptr; // what nodes make errors by
     InternedId (*intern)(std::string_view text) = nullptr;
     std::string processor;                   // as LLVM names it; empty: this one

@@ -89,7 +89,7 @@ void Stager::Join(Stage& stage, std::size_t index)
             const std::size_t producer = producers_.at(input);
             if (stageOf_[producer] == mine)
                 continue;
-            if (emitter_.SizeOf(input) == sizeof(ShadingContext) && CanRepeat(producer))
+            if (SizeOf(input) == sizeof(ShadingContext) && CanRepeat(producer))
             {
                 open.push_back(producer);
                 continue;
@@ -100,16 +100,46 @@ void Stager::Join(Stage& stage, std::size_t index)
     }
 }
 
-void Stager::MakeStages()
+std::size_t Stager::SizeOf(UInt32 offset) const
+{
+    return Splitter::IsOwn(offset) ? splitter_.SizeOf(offset) : emitter_.SizeOf(offset);
+}
+
+// Takes calls apart where that makes for faster parts.
+void Stager::SplitCalls(const std::function<void(Function&)>& simplify)
+{
+    std::vector<CallCode> parts;
+    for (const CallCode& code : codes_)
+    {
+        for (CallCode& part : splitter_.Split(code))
+        {
+            if (part.function && part.function != code.function)
+                simplify(*part.function);
+            parts.push_back(std::move(part));
+        }
+    }
+    codes_ = std::move(parts);
+    producers_.clear();
+    for (std::size_t i = 0; i < codes_.size(); ++i)
+    {
+        for (const UInt32 output : codes_[i].outputs)
+            producers_[output] = i;
+    }
+}
+
+void Stager::MakeStages(const std::function<void(Function&)>& simplify)
 {
     const bool isWhole =
         std::any_of(codes_.begin(), codes_.end(), [](const CallCode& code) { return code.sharesFrame; });
+    if (!isWhole)
+        SplitCalls(simplify);
     for (const CallCode& code : codes_)
-        opaque_.push_back(IsOpaque(code));
+        opaque_.push_back(code.form || IsOpaque(code));
     for (std::size_t i = 0; i < codes_.size(); ++i)
     {
         // What the thread's frame holds, it holds for one sample.
-        if (stages_.empty() || (!isWhole && stages_.back().isOpaque != opaque_[i]))
+        const bool isApart = i > 0 && (codes_[i].form || codes_[i - 1].form);
+        if (stages_.empty() || isApart || (!isWhole && stages_.back().isOpaque != opaque_[i]))
             stages_.emplace_back().isOpaque = opaque_[i];
         stageOf_.push_back(stages_.size() - 1);
     }
@@ -129,9 +159,9 @@ void Stager::MakeStages()
 }
 
 // ptr (ptr lanes, ptr shared, ptr frame, i64 count, ptr values, ptr runs): blocks of samples, each from stage to stage.
-void Stager::EmitKernel()
+void Stager::EmitKernel(const std::function<void(Function&)>& simplify)
 {
-    MakeStages();
+    MakeStages(simplify);
     emitter_.ForgetConstants();
     PlaceArrays();
     IRBuilder<>& builder = emitter_.Builder();
@@ -160,7 +190,8 @@ void Stager::EmitKernel()
                                   builder.getInt64(kBlock));
     for (const Stage& stage : stages_)
     {
-        Function* const made = EmitStage(stage);
+        const CallCode* const only = stage.calls.size() == 1 ? &codes_[stage.calls[0]] : nullptr;
+        Function* const made = only && only->form ? EmitForm(*only) : EmitStage(stage);
         Value* const error =
             builder.CreateCall(made, {function->getArg(0), function->getArg(1), function->getArg(2), first, most,
                                          function->getArg(4), function->getArg(5), arrays});
@@ -175,6 +206,8 @@ void Stager::EmitKernel()
     builder.CreateCondBr(builder.CreateICmpSLT(next, count), blocks, done);
     for (const CallCode& code : codes_)
     {
+        if (!code.function)
+            continue;
         code.function->setLinkage(GlobalValue::InternalLinkage);
         code.function->addFnAttr(Attribute::AlwaysInline);
     }
@@ -188,25 +221,73 @@ void Stager::PlaceArrays()
         for (const UInt32 offset : stage.stores)
         {
             arrays_[offset] = arraysSize_;
-            arraysSize_ += (emitter_.SizeOf(offset) * kBlock + 63) / 64 * 64;
+            arraysSize_ += (SizeOf(offset) * kBlock + 63) / 64 * 64;
         }
     }
 }
 
-// ptr (ptr lanes, ptr shared, ptr frame, i64 first, i64 count, ptr values, ptr runs, ptr arrays): a loop over `count`
-// samples from `first` on. A function of its own: compilers take their time over large ones.
+// ptr (ptr lanes, ptr shared, ptr frame, i64 first, i64 count, ptr values, ptr runs, ptr arrays). A function of its
+// own: compilers take their time over large ones.
+Function* Stager::MakeStageFunction()
+{
+    IRBuilder<>& builder = emitter_.Builder();
+    Type* const word = builder.getInt64Ty();
+    Type* const pointer = builder.getPtrTy();
+    Function* const made = Function::Create(
+        FunctionType::get(pointer, {pointer, pointer, pointer, word, word, pointer, pointer, pointer}, false),
+        GlobalValue::InternalLinkage, kStageName, emitter_.Module());
+    made->addFnAttr(Attribute::NoUnwind);
+    made->addFnAttr(Attribute::NoInline);
+    made->addParamAttr(7, Attribute::NoAlias);
+    return made;
+}
+
+Value* Stager::ArrayOf(Function* stage, UInt32 offset)
+{
+    IRBuilder<>& builder = emitter_.Builder();
+    return builder.CreateConstGEP1_64(builder.getInt8Ty(), stage->getArg(7), arrays_.at(offset));
+}
+
+// One call for all samples of the block.
+Function* Stager::EmitForm(const CallCode& code)
+{
+    IRBuilder<>& builder = emitter_.Builder();
+    const IRBuilder<>::InsertPointGuard guard(builder);
+    Type* const word = builder.getInt64Ty();
+    Type* const pointer = builder.getPtrTy();
+    Function* const function = MakeStageFunction();
+    builder.SetInsertPoint(BasicBlock::Create(builder.getContext(), "entry", function));
+    const auto addressOf = [&](const void* place) {
+        return ConstantExpr::getIntToPtr(builder.getInt64(reinterpret_cast<std::uintptr_t>(place)), pointer);
+    };
+    static_assert(sizeof(BlockArgument) == 16);
+    Value* const arguments = emitter_.Alloca(function, sizeof(BlockArgument) * code.arguments.size());
+    for (std::size_t i = 0; i < code.arguments.size(); ++i)
+    {
+        const CallCode::Argument& argument = code.arguments[i];
+        Value* const values =
+            argument.constant ? emitter_.Constant(argument.constant, "argument") : ArrayOf(function, argument.offset);
+        builder.CreateStore(values, builder.CreateConstGEP1_64(pointer, arguments, 2 * i));
+        builder.CreateStore(
+            builder.getInt64(argument.constant ? 1 : 0), builder.CreateConstGEP1_64(word, arguments, 2 * i + 1));
+    }
+    const auto result = arrays_.find(code.outputs[0]);
+    if (result != arrays_.end())
+        builder.CreateCall(FunctionType::get(builder.getVoidTy(), {pointer, word, pointer, pointer}, false),
+            addressOf(reinterpret_cast<const void*>(code.form->block)),
+            {code.self, function->getArg(4), arguments, ArrayOf(function, code.outputs[0])});
+    builder.CreateRet(Constant::getNullValue(pointer));
+    return function;
+}
+
+// A loop over `count` samples from `first` on.
 Function* Stager::EmitStage(const Stage& stage)
 {
     IRBuilder<>& builder = emitter_.Builder();
     const IRBuilder<>::InsertPointGuard guard(builder);
     Type* const word = builder.getInt64Ty();
     Type* const pointer = builder.getPtrTy();
-    Function* const function = Function::Create(
-        FunctionType::get(pointer, {pointer, pointer, pointer, word, word, pointer, pointer, pointer}, false),
-        GlobalValue::InternalLinkage, kStageName, emitter_.Module());
-    function->addFnAttr(Attribute::NoUnwind);
-    function->addFnAttr(Attribute::NoInline);
-    function->addParamAttr(7, Attribute::NoAlias);
+    Function* const function = MakeStageFunction();
     const auto block = [&](const char* name) { return BasicBlock::Create(builder.getContext(), name, function); };
     BasicBlock* const entry = block("entry");
     BasicBlock* const loop = block("loop");
@@ -247,7 +328,7 @@ void Stager::EmitSample(Loop& at, const Stage& stage)
     std::map<UInt32, Value*> places;
     for (const UInt32 offset : stage.loads)
     {
-        const std::size_t size = emitter_.SizeOf(offset);
+        const std::size_t size = SizeOf(offset);
         places[offset] = emitter_.Alloca(at.function, size);
         CopyValue(at, offset, places[offset], false);
     }
@@ -293,7 +374,7 @@ void Stager::RunCalls(Loop& at, const Stage& stage, std::map<UInt32, Value*>& pl
             {
                 Value*& place = places[offset];
                 if (!place)
-                    place = emitter_.Alloca(at.function, emitter_.SizeOf(offset));
+                    place = emitter_.Alloca(at.function, SizeOf(offset));
                 arguments.push_back(place);
             }
         }
@@ -309,9 +390,9 @@ void Stager::RunCalls(Loop& at, const Stage& stage, std::map<UInt32, Value*>& pl
 void Stager::CopyValue(Loop& at, UInt32 offset, Value* place, bool toArray)
 {
     IRBuilder<>& builder = emitter_.Builder();
-    const std::size_t size = emitter_.SizeOf(offset);
-    Value* const array = builder.CreateConstGEP1_64(builder.getInt8Ty(), at.function->getArg(7), arrays_.at(offset));
-    const std::size_t step = size % sizeof(UInt) == 0 ? sizeof(UInt) : 1;
+    const std::size_t size = SizeOf(offset);
+    Value* const array = ArrayOf(at.function, offset);
+    const std::size_t step = size % sizeof(UInt) == 0 ? sizeof(UInt) : size % sizeof(UInt32) == 0 ? sizeof(UInt32) : 1;
     Type* const type = builder.getIntNTy(static_cast<unsigned>(step * 8));
     for (std::size_t word = 0; word < size; word += step)
     {

@@ -1,7 +1,9 @@
 // The loops around a program's calls. What cannot be vectorised gets loops of its own, and so is in nobody's way.
 #pragma once
 
-#include "emit.h"
+#include "split.h"
+
+#include <functional>
 
 namespace velto::host::fuse
 {
@@ -9,13 +11,16 @@ namespace velto::host::fuse
 class Stager
 {
 public:
-    Stager(Emitter& emitter, const FuseRequest& request) : emitter_(emitter), request_(request) {}
+    Stager(Emitter& emitter, const FuseRequest& request)
+        : emitter_(emitter), request_(request), splitter_(emitter, request)
+    {
+    }
 
     // A function for each call of the first body. They are to be flattened then.
     void EmitCalls();
 
-    // The kernel, of these functions; see `SampleKernel::Entry`.
-    void EmitKernel();
+    // The kernel, of these functions; see `SampleKernel::Entry`. `simplify` tidies up a function that is new.
+    void EmitKernel(const std::function<void(llvm::Function&)>& simplify);
 
 private:
     struct Stage
@@ -41,9 +46,14 @@ private:
 
     bool IsOpaque(const CallCode& code) const;
     bool CanRepeat(std::size_t call) const;
-    void MakeStages();
+    std::size_t SizeOf(UInt32 offset) const;
+    void SplitCalls(const std::function<void(llvm::Function&)>& simplify);
+    void MakeStages(const std::function<void(llvm::Function&)>& simplify);
     void Join(Stage& stage, std::size_t index);
     void PlaceArrays();
+    llvm::Function* MakeStageFunction();
+    llvm::Value* ArrayOf(llvm::Function* stage, UInt32 offset);
+    llvm::Function* EmitForm(const CallCode& code);
     llvm::Function* EmitStage(const Stage& stage);
     void EmitSample(Loop& at, const Stage& stage);
     void FillContext(Loop& at);
@@ -53,6 +63,7 @@ private:
 
     Emitter& emitter_;
     const FuseRequest& request_;
+    Splitter splitter_;
     std::vector<CallCode> codes_; // by call of the first body
     std::vector<bool> opaque_;
     std::map<UInt32, std::size_t> producers_; // of values, by offset

@@ -166,6 +166,39 @@ HWY_INLINE Axis OctaveAxis(const GradientBank& bank, int i, float at, const Floa
 }
 
 template <bool kMoving>
+HWY_INLINE V CellGradient3d(const Axis& x, const Axis& y, const Axis& z, U seed, V time)
+{
+    const V fadeZ = Fade(z.fraction);
+    const auto edge = [&](U cellsXY, V dx, V dy) {
+        const V low = GradientDot3d<kMoving>(hn::Add(cellsXY, z.cell), seed, dx, dy, z.fraction, time);
+        const V high = GradientDot3d<kMoving>(hn::Add(cellsXY, z.NextCell(kPrimeZ)), seed, dx, dy, z.Beyond(), time);
+        return Lerp(fadeZ, low, high);
+    };
+    const U x1 = x.NextCell(kPrimeX);
+    const U y1 = y.NextCell(kPrimeY);
+    const V fadeY = Fade(y.fraction);
+    const V left = Lerp(fadeY, edge(hn::Add(x.cell, y.cell), x.fraction, y.fraction),
+        edge(hn::Add(x.cell, y1), x.fraction, y.Beyond()));
+    const V right =
+        Lerp(fadeY, edge(hn::Add(x1, y.cell), x.Beyond(), y.fraction), edge(hn::Add(x1, y1), x.Beyond(), y.Beyond()));
+    return Lerp(Fade(x.fraction), left, right);
+}
+
+template <bool kMoving>
+HWY_INLINE V CellGradient2d(const Axis& x, const Axis& y, U seed, V time)
+{
+    const V fadeY = Fade(y.fraction);
+    const auto edge = [&](U cellX, V dx) {
+        const V low = GradientDot2d<kMoving>(hn::Add(cellX, y.cell), seed, dx, y.fraction, time);
+        const V high = GradientDot2d<kMoving>(hn::Add(cellX, y.NextCell(kPrimeY)), seed, dx, y.Beyond(), time);
+        return Lerp(fadeY, low, high);
+    };
+    const V left = edge(x.cell, x.fraction);
+    const V right = edge(x.NextCell(kPrimeX), x.Beyond());
+    return Lerp(Fade(x.fraction), left, right);
+}
+
+template <bool kMoving>
 HWY_INLINE void Gradients3d(const GradientBank& bank, int count, const NoisePoint& point, Float32* values)
 {
     const Floats d;
@@ -177,21 +210,7 @@ HWY_INLINE void Gradients3d(const GradientBank& bank, int count, const NoisePoin
         const Axis y = OctaveAxis(bank, i, point.y, bank.shiftY, kPrimeY);
         const Axis z = OctaveAxis(bank, i, point.z, bank.shiftZ, kPrimeZ);
         const U seed = hn::LoadU(du, bank.seed + i);
-        const V fadeZ = Fade(z.fraction);
-        const auto edge = [&](U cellsXY, V dx, V dy) {
-            const V low = GradientDot3d<kMoving>(hn::Add(cellsXY, z.cell), seed, dx, dy, z.fraction, time);
-            const V high =
-                GradientDot3d<kMoving>(hn::Add(cellsXY, z.NextCell(kPrimeZ)), seed, dx, dy, z.Beyond(), time);
-            return Lerp(fadeZ, low, high);
-        };
-        const U x1 = x.NextCell(kPrimeX);
-        const U y1 = y.NextCell(kPrimeY);
-        const V fadeY = Fade(y.fraction);
-        const V left = Lerp(fadeY, edge(hn::Add(x.cell, y.cell), x.fraction, y.fraction),
-            edge(hn::Add(x.cell, y1), x.fraction, y.Beyond()));
-        const V right = Lerp(
-            fadeY, edge(hn::Add(x1, y.cell), x.Beyond(), y.fraction), edge(hn::Add(x1, y1), x.Beyond(), y.Beyond()));
-        hn::Store(Lerp(Fade(x.fraction), left, right), d, values + i);
+        hn::Store(CellGradient3d<kMoving>(x, y, z, seed, time), d, values + i);
     }
 }
 
@@ -206,15 +225,61 @@ HWY_INLINE void Gradients2d(const GradientBank& bank, int count, const NoisePoin
         const Axis x = OctaveAxis(bank, i, point.x, bank.shiftX, kPrimeX);
         const Axis y = OctaveAxis(bank, i, point.y, bank.shiftY, kPrimeY);
         const U seed = hn::LoadU(du, bank.seed + i);
-        const V fadeY = Fade(y.fraction);
-        const auto edge = [&](U cellX, V dx) {
-            const V low = GradientDot2d<kMoving>(hn::Add(cellX, y.cell), seed, dx, y.fraction, time);
-            const V high = GradientDot2d<kMoving>(hn::Add(cellX, y.NextCell(kPrimeY)), seed, dx, y.Beyond(), time);
-            return Lerp(fadeY, low, high);
-        };
-        const V left = edge(x.cell, x.fraction);
-        const V right = edge(x.NextCell(kPrimeX), x.Beyond());
-        hn::Store(Lerp(Fade(x.fraction), left, right), d, values + i);
+        hn::Store(CellGradient2d<kMoving>(x, y, seed, time), d, values + i);
+    }
+}
+
+// What the filter leaves of a field.
+HWY_INLINE V Keep(V cellsPerSample)
+{
+    const Floats d;
+    const V one = hn::Set(d, 1.0f);
+    const V width = hn::Abs(cellsPerSample);
+    const V begin = hn::Set(d, kFilterBegins);
+    const V t =
+        hn::Min(hn::Max(hn::Div(hn::Sub(width, begin), hn::Set(d, kFilterEnds - kFilterBegins)), hn::Zero(d)), one);
+    const V smooth = hn::Mul(hn::Mul(t, t), hn::Sub(hn::Set(d, 3.0f), hn::Mul(hn::Set(d, 2.0f), t)));
+    const V faded = hn::IfThenElseZero(hn::Lt(width, hn::Set(d, kFilterEnds)), hn::Sub(one, smooth));
+    return hn::IfThenElse(hn::Le(width, begin), one, faded);
+}
+
+// Places side by side, octave after octave.
+template <bool kMoving, bool kFlat>
+HWY_INLINE void SumOctaves(OctaveSums& sums)
+{
+    const Floats d;
+    const UInts du;
+    const GradientBank& bank = *sums.bank;
+    const V time = hn::Set(d, sums.time);
+    for (Int place = 0; place < sums.places; place += kLanes)
+    {
+        const V atX = Usable(hn::Load(d, sums.x + place));
+        const V atY = Usable(hn::Load(d, sums.y + place));
+        const V atZ = Usable(hn::Load(d, sums.z + place));
+        const V width = hn::Load(d, sums.filterWidth + place);
+        V sum = hn::Zero(d);
+        V lost = hn::Zero(d);
+        for (int i = 0; i < sums.count; ++i)
+        {
+            const V frequency = hn::Set(d, bank.frequency[i]);
+            const auto axis = [&](V at, Float32 shift, UInt32 prime) {
+                return Axis(hn::Add(hn::Mul(at, frequency), hn::Set(d, shift)), prime);
+            };
+            const Axis x = axis(atX, bank.shiftX[i], kPrimeX);
+            const Axis y = axis(atY, bank.shiftY[i], kPrimeY);
+            const U seed = hn::Set(du, bank.seed[i]);
+            V gradient;
+            if constexpr (kFlat)
+                gradient = CellGradient2d<kMoving>(x, y, seed, time);
+            else
+                gradient = CellGradient3d<kMoving>(x, y, axis(atZ, bank.shiftZ[i], kPrimeZ), seed, time);
+            const V keep = Keep(hn::Mul(width, frequency));
+            const V weight = hn::Set(d, sums.weights[i]);
+            sum = hn::Add(sum, hn::Mul(hn::Mul(weight, keep), gradient));
+            lost = hn::Add(lost, hn::Mul(hn::Mul(weight, weight), hn::Sub(hn::Set(d, 1.0f), hn::Mul(keep, keep))));
+        }
+        hn::Store(sum, d, sums.sum + place);
+        hn::Store(lost, d, sums.lost + place);
     }
 }
 
@@ -671,6 +736,16 @@ static Float32 GradientAt2d(const GradientBank& bank, const NoisePoint& point)
     return at.time == 0.0f ? Gradient2d<false>(bank, at) : Gradient2d<true>(bank, at);
 }
 
+static void SumOctavesAt(OctaveSums& sums)
+{
+    if (!(std::abs(sums.time) < 1e7f))
+        sums.time = 0.0f;
+    if (sums.time == 0.0f)
+        sums.isFlat ? SumOctaves<false, true>(sums) : SumOctaves<false, false>(sums);
+    else
+        sums.isFlat ? SumOctaves<true, true>(sums) : SumOctaves<true, false>(sums);
+}
+
 template <int kDims, bool kMoving>
 static void NearestAt(UInt32 seed, const NoisePoint& point, NearestPoints& nearest)
 {
@@ -685,6 +760,7 @@ static const NoiseKernels* Kernels()
         .gradients2d = &GradientsAt2d,
         .gradient3d = &GradientAt3d,
         .gradient2d = &GradientAt2d,
+        .sumOctaves = &SumOctavesAt,
         .nearest3d = &NearestAt<3, false>,
         .nearestMoving3d = &NearestAt<3, true>,
         .nearestMoving2d = &NearestAt<2, true>,

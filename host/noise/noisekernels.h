@@ -39,6 +39,30 @@ struct NearestPoints
     Int32 id2;
 };
 
+// Sums of a bank's first `count` fields at many places of one time: each field weighted, and faded by a filter of so
+// many cells of frequency 1.
+struct OctaveSums
+{
+    static constexpr Int kMost = 64; // places; the arrays have room for that many
+
+    const GradientBank* bank = nullptr;
+    const Float32* weights = nullptr;
+    int count = 0;
+    bool isFlat = false;
+    Float32 time = 0.0f;
+    Int places = 0;
+    alignas(32) Float32 x[kMost];
+    alignas(32) Float32 y[kMost];
+    alignas(32) Float32 z[kMost];
+    alignas(32) Float32 filterWidth[kMost];
+    alignas(32) Float32 sum[kMost];  // the answer
+    alignas(32) Float32 lost[kMost]; // squares of the weights that the filter took away
+};
+
+// What a filter leaves of a field of which one sample covers so many cells.
+inline constexpr Float32 kFilterBegins = 0.2f;
+inline constexpr Float32 kFilterEnds = 0.8f;
+
 // [any thread] All functions are pure.
 struct NoiseKernels
 {
@@ -50,6 +74,7 @@ struct NoiseKernels
     // The same for the first field alone, with the corners of its cell side by side.
     Float32 (*gradient3d)(const GradientBank& bank, const NoisePoint& point);
     Float32 (*gradient2d)(const GradientBank& bank, const NoisePoint& point);
+    void (*sumOctaves)(OctaveSums& sums);
     // The nearest points, exactly. In `nearest3d` they lie anywhere in their cells and stand still; in the others they
     // wander with time and keep a little off the walls.
     void (*nearest3d)(UInt32 seed, const NoisePoint& point, NearestPoints& nearest);

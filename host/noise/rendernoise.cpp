@@ -109,6 +109,28 @@ public:
 
     const NoisePoint& Point() const { return point_; }
 
+    // `Fbm` at many places that differ in nothing else; false where the octaves are less than one.
+    bool FbmAt(OctaveSums& sums) const
+    {
+        if (contrast_ != 1.0f)
+            return false;
+        sums.bank = &noise_.octaves;
+        sums.weights = weight_;
+        sums.count = count_;
+        sums.isFlat = flat_;
+        sums.time = point_.time;
+        noise_.kernels->sumOctaves(sums);
+        const Float32 length = WeightLength();
+        const Float32 distance = 1.1f / length * Of(kMeanSlope);
+        for (Int i = 0; i < sums.places; ++i)
+        {
+            const Float32 sum = 1.1f * (count_ == 1 ? sums.sum[i] : sums.sum[i] / length);
+            const bool isFaded = absolute_ && sums.lost[i] > 0.0f;
+            sums.sum[i] = isFaded ? std::sqrt(sum * sum + distance * distance * sums.lost[i]) : sum;
+        }
+        return true;
+    }
+
     // What the filter leaves of a shape with a frequency of its own.
     Float32 KeepAt(Float32 frequency) const
     {
@@ -283,7 +305,9 @@ private:
     static Float32 Keep(Float32 cellsPerSample)
     {
         const Float32 width = std::abs(cellsPerSample);
-        return width <= 0.2f ? 1.0f : width < 0.8f ? 1.0f - SmoothStep(0.2f, 0.8f, width) : 0.0f;
+        return width <= kFilterBegins ? 1.0f
+               : width < kFilterEnds  ? 1.0f - SmoothStep(kFilterBegins, kFilterEnds, width)
+                                      : 0.0f;
     }
 
     Float32 Gradient(const GradientBank& bank, const NoisePoint& at) const
@@ -621,17 +645,22 @@ Result Init(RenderNoiseInterface* self, UInt32 seed, Int32, const DictionaryObje
     return {};
 }
 
-Float32 Sample(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point, Float32 octaves, Bool absolute,
-    Float32 filterWidth)
+Float32 Finish(const NoiseObjectOf& noise, Float32 value, Bool absolute)
 {
     const NoiseClass& noiseClass = *noise.noiseClass;
-    const Float32 value =
-        noiseClass.value(NoiseSampler(noise, isFlat, point, octaves, absolute, filterWidth * noiseClass.fineness));
     const bool isNegative = noiseClass.isSigned && value < 0.0f;
     Float32 size = Clamp01(isNegative ? -value : value);
     if (noise.exponent != 1.0)
         size = UnitPower(size, noise.exponent);
     return isNegative && !absolute ? -size : size;
+}
+
+Float32 Sample(const NoiseObjectOf& noise, bool isFlat, const NoisePoint& point, Float32 octaves, Bool absolute,
+    Float32 filterWidth)
+{
+    const NoiseClass& noiseClass = *noise.noiseClass;
+    const NoiseSampler sampler(noise, isFlat, point, octaves, absolute, filterWidth * noiseClass.fineness);
+    return Finish(noise, noiseClass.value(sampler), absolute);
 }
 
 Float32 Noise(const RenderNoiseInterface* self, Float32 x, Float32 y, Float32 z, Float32 time, Float32 octaves,
@@ -644,6 +673,68 @@ Float32 Noise2d(const RenderNoiseInterface* self, Float32 x, Float32 y, Float32 
     Float32 filterWidth)
 {
     return Sample(*static_cast<const NoiseObjectOf*>(self), true, {x, y, 0.0f, time}, octaves, absolute, filterWidth);
+}
+
+template <class T>
+T ArgumentOf(const BlockArgument& argument, Int i)
+{
+    return static_cast<const T*>(argument.values)[argument.isShared ? 0 : i];
+}
+
+template <class T>
+bool IsSame(const BlockArgument& argument, Int count)
+{
+    const T first = ArgumentOf<T>(argument, 0);
+    for (Int i = 1; i < count && !argument.isShared; ++i)
+    {
+        if (!(ArgumentOf<T>(argument, i) == first))
+            return false;
+    }
+    return true;
+}
+
+template <bool kIsFlat>
+void NoiseBlock(const void* object, Int count, const BlockArgument* arguments, void* results)
+{
+    const auto& noise = *static_cast<const NoiseObjectOf*>(static_cast<const RenderNoiseInterface*>(object));
+    const BlockArgument* const rest = arguments + (kIsFlat ? 2 : 3);
+    const BlockArgument& time = rest[0];
+    const BlockArgument& octaves = rest[1];
+    const BlockArgument& absolute = rest[2];
+    const BlockArgument& filterWidth = rest[3];
+    auto* const values = static_cast<Float32*>(results);
+    const auto pointAt = [&](Int i) {
+        const auto number = [&](const BlockArgument& argument) { return ArgumentOf<Float32>(argument, i); };
+        return NoisePoint{
+            number(arguments[0]), number(arguments[1]), kIsFlat ? 0.0f : number(arguments[2]), number(time)};
+    };
+    if (noise.noiseClass->value == &Fbm && count > 0 && count <= OctaveSums::kMost && IsSame<Float32>(time, count) &&
+        IsSame<Float32>(octaves, count) && IsSame<Bool>(absolute, count))
+    {
+        OctaveSums sums;
+        sums.places = count;
+        for (Int i = 0; i < (count + 7) / 8 * 8; ++i)
+        {
+            const Int from = Min(i, count - 1);
+            const NoisePoint point = pointAt(from);
+            sums.x[i] = point.x;
+            sums.y[i] = point.y;
+            sums.z[i] = point.z;
+            sums.filterWidth[i] = ArgumentOf<Float32>(filterWidth, from) * noise.noiseClass->fineness;
+        }
+        const Bool isAbsolute = ArgumentOf<Bool>(absolute, 0);
+        const NoiseSampler sampler(
+            noise, kIsFlat, pointAt(0), ArgumentOf<Float32>(octaves, 0), isAbsolute, sums.filterWidth[0]);
+        if (sampler.FbmAt(sums))
+        {
+            for (Int i = 0; i < count; ++i)
+                values[i] = Finish(noise, sums.sum[i], isAbsolute);
+            return;
+        }
+    }
+    for (Int i = 0; i < count; ++i)
+        values[i] = Sample(noise, kIsFlat, pointAt(i), ArgumentOf<Float32>(octaves, i), ArgumentOf<Bool>(absolute, i),
+            ArgumentOf<Float32>(filterWidth, i));
 }
 
 struct HostNoiseClass : RenderNoiseClassObject
@@ -668,6 +759,12 @@ struct HostNoiseClass : RenderNoiseClassObject
 std::span<const NoiseClass> NoiseClasses()
 {
     return kClasses;
+}
+
+std::array<std::pair<const void*, BlockFunction>, 2> NoiseBlockForms()
+{
+    return {{{reinterpret_cast<const void*>(&Noise), &NoiseBlock<false>},
+        {reinterpret_cast<const void*>(&Noise2d), &NoiseBlock<true>}}};
 }
 
 Ref<RenderNoiseInterface> MakeNoise(const NoiseClass& noiseClass, const NoiseKernels& kernels)

@@ -1,6 +1,7 @@
 // The host's noise classes.
 #pragma once
 
+#include "host/system/shipped.h"
 #include "noisekernels.h"
 #include "velto/rendernoise.h"
 
@@ -27,6 +28,9 @@ std::span<const NoiseClass> NoiseClasses();
 
 // A new object of a class that samples with given kernels; null without memory.
 Ref<RenderNoiseInterface> MakeNoise(const NoiseClass& noiseClass, const NoiseKernels& kernels);
+
+// The functions of noise objects, each with the one that does the same for many samples.
+std::array<std::pair<const void*, BlockFunction>, 2> NoiseBlockForms();
 
 // Puts all classes into the registry of noise classes. Those that are there stay.
 void PublishNoiseClasses();

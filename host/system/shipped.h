@@ -2,6 +2,8 @@
 // table of the same name holds the same functions at the same places.
 #pragma once
 
+#include "velto/types.h"
+
 #include <array>
 #include <span>
 
@@ -13,6 +15,16 @@ using ShippedFunctions = std::span<const void* const>;
 // One for each use of `VELTO_SHIP_FUNCTIONS`.
 ShippedFunctions ShippedConversions();
 ShippedFunctions ShippedBlends();
+
+// An argument of many samples: their values, or one that all share.
+struct BlockArgument
+{
+    const void* values = nullptr;
+    Int isShared = 0;
+};
+
+// Calls for `count` samples what is called for an object; `results` has as many values.
+using BlockFunction = void (*)(const void* object, Int count, const BlockArgument* arguments, void* results);
 
 } // namespace velto::host
 
