@@ -287,6 +287,52 @@ TEST_P(NoiseClassTest, StrangeNumbersGiveANumber)
 INSTANTIATE_TEST_SUITE_P(All, NoiseClassTest, ::testing::ValuesIn(NoiseClasses().begin(), NoiseClasses().end()),
     [](const ::testing::TestParamInfo<NoiseClass>& info) { return std::string(info.param.name); });
 
+// All kernels, still and moving, with octaves of every number, filters of every width and places that are no numbers.
+TEST_P(NoiseClassTest, ManyAtOnceAreAsOneByOne)
+{
+    constexpr Int kCount = 61;
+    constexpr float kNone = std::numeric_limits<float>::quiet_NaN();
+    Numbers numbers;
+    std::vector<float> x(kCount), y(kCount), z(kCount), filter(kCount), values(kCount);
+    const auto fill = [&](Int i) {
+        const auto at = static_cast<std::size_t>(i);
+        const float size = i % 8 == 0 ? 1e9f : 10.0f;
+        x[at] = i == 5 ? kNone : numbers.Next(-size, size);
+        y[at] = i == 6 ? std::numeric_limits<float>::infinity() : numbers.Next(-size, size);
+        z[at] = numbers.Next(-size, size);
+        filter[at] = i % 4 == 0 ? 0.0f : i == 7 ? kNone : numbers.Next(0.0, 1.0);
+    };
+    for (const NoiseKernels* const kernels : AllNoiseKernels())
+    {
+        noise_ = MakeNoise(GetParam(), *kernels);
+        Init(3, 1.9, 0.6, kernels == AllNoiseKernels()[0] ? 1.0 : 1.7);
+        for (const float octaves : {0.0f, 0.4f, 1.0f, 2.5f, 8.0f, 20.0f})
+        {
+            for (const float time : {0.0f, 1.7f, 1e8f})
+            {
+                for (const bool isFlat : {false, true})
+                {
+                    for (Int i = 0; i < kCount; ++i)
+                        fill(i);
+                    const Bool isAbsolute = octaves != 2.5f;
+                    std::vector<BlockArgument> arguments{{x.data(), 0}, {y.data(), 0}};
+                    if (!isFlat)
+                        arguments.push_back({z.data(), 0});
+                    arguments.insert(
+                        arguments.end(), {{&time, 1}, {&octaves, 1}, {&isAbsolute, 1}, {filter.data(), 0}});
+                    NoiseBlockForms()[isFlat ? 1 : 0].second(noise_.Get(), kCount, arguments.data(), values.data());
+                    for (std::size_t i = 0; i < values.size(); ++i)
+                        ASSERT_EQ(isFlat ? Flat(x[i], y[i], time, octaves, isAbsolute, filter[i])
+                                         : At(x[i], y[i], z[i], time, octaves, isAbsolute, filter[i]),
+                            values[i])
+                            << kernels->name << ", " << octaves << " octaves at " << x[i] << ", " << y[i] << ", "
+                            << z[i] << ", filter " << filter[i];
+                }
+            }
+        }
+    }
+}
+
 TEST(RenderNoiseTest, ClassesAreInTheRegistryAndReportThatThereIsNoMemory)
 {
     Services();
