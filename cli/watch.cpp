@@ -89,11 +89,13 @@ void WatchedFiles::WaitForChange()
     };
     while (!HaveChanged())
         drain(kGlanceMilliseconds);
+    // Until it is quiet, or somebody writes without end.
+    int settles = 0;
     do
     {
         HaveChanged();
     }
-    while (drain(kSettleMilliseconds));
+    while (drain(kSettleMilliseconds) && ++settles < kMostSettles);
 }
 
 } // namespace velto::cli
