@@ -368,6 +368,11 @@ class Test:
         with Editor(self, self.file()) as editor:
             first = editor.small_pixels()
             editor.script("document.activeElement.blur()")
+            costs = lambda: [each.text for each in editor.all(".node header span") if each.text.endswith(" ns")]
+            editor.keys("h")
+            editor.until(lambda: len(costs()) == 2, "the cost of both nodes")
+            editor.keys("h")
+            editor.until(lambda: not costs(), "no cost")
             editor.keys("a", "exposure", Keys.ENTER)
             editor.until(lambda: editor.chosen() == "exposure", "the new node is chosen")
             editor.keys("/", "tint", Keys.ENTER)
