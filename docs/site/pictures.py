@@ -42,8 +42,8 @@ class Baker:
 
     def tool_digest(self):
         folder = self.velto.parent
-        # The command holds its commit; the same host is in the library.
-        host = folder / "host/libvelto.so"
+        # The command holds its commit; what it is linked of does not.
+        host = folder / "host/libvelto_host.a"
         binaries = [host if host.exists() else self.velto, *sorted(folder.glob("libvelto*.so")),
                     *sorted((folder / "modules").glob("*.module"))]
         descriptions = [path for module in sorted((folder / "resource/modules").iterdir())

@@ -26,6 +26,16 @@ list(JOIN headers "\n" headers)
 file(WRITE ${work}/headers.cpp "${headers}\n#include <string.h>\nsize_t length = strlen(\"\");\n")
 run(ignored ${CXX} -std=c++20 -fsyntax-only -I${prefix}/include -I${prefix}/include/velto-host ${work}/headers.cpp)
 
+# The library exports what is declared for programs, and nothing of what it is made of.
+file(GLOB_RECURSE library ${prefix}/lib*/libvelto.so)
+if(library)
+    run(symbols ${NM} -D -C --defined-only ${library})
+    string(REGEX REPLACE "[^\n]* [A-Za-z] ([a-z ]+ for )?(velto::host::[A-Z]|velto::slots<|VELTO_)[^\n]*\n" "" others "${symbols}")
+    if(others OR NOT symbols MATCHES "velto::host::LoadGraph")
+        message(FATAL_ERROR "libvelto.so exports ${others}")
+    endif()
+endif()
+
 run(ignored ${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/embed -B ${work}/embed -G ${GENERATOR}
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=${BUILD_TYPE})
 run(ignored ${CMAKE_COMMAND} --build ${work}/embed)
