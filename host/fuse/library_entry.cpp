@@ -5,6 +5,7 @@
 #include <llvm/IR/Verifier.h>
 #include <llvm/Support/TargetSelect.h>
 #include <llvm/Support/raw_ostream.h>
+#include <llvm/Transforms/Utils/SplitModule.h>
 
 #include <dlfcn.h>
 
@@ -136,6 +137,68 @@ Error Build(const FuseRequest& request, Target& target, LLVMContext& context, st
     }
 }
 
+// In pieces, each of stages and what they alone use, between which it can be given up.
+Error Generate(std::unique_ptr<llvm::Module> module, std::unique_ptr<LLVMContext> context, Target& target,
+    const FuseRequest& request, FuseAnswer& answer)
+{
+    auto jit = orc::LLJITBuilder().setJITTargetMachineBuilder(target.builder).create();
+    if (!jit)
+        return jit.takeError();
+    auto search = orc::DynamicLibrarySearchGenerator::GetForCurrentProcess((*jit)->getDataLayout().getGlobalPrefix());
+    if (!search)
+        return search.takeError();
+    (*jit)->getMainJITDylib().addGenerator(std::move(*search));
+    orc::SymbolMap own;
+    const auto define = [&](const char* name, auto* function) {
+        own[(*jit)->mangleAndIntern(name)] =
+            JITEvaluatedSymbol(pointerToJITTargetAddress(function), JITSymbolFlags::Exported);
+    };
+    define("velto_enter", &Enter);
+    define("velto_current_frame", &CurrentFrame);
+    define("velto_count", &Count);
+    define("velto_reset_value", &ResetValueAt);
+    if (Error failed = (*jit)->getMainJITDylib().define(orc::absoluteSymbols(std::move(own))))
+        return failed;
+    constexpr unsigned kPieces = 16;
+    const orc::ThreadSafeContext shared(std::move(context));
+    std::vector<std::string> names; // of a function of each piece
+    Error failure = Error::success();
+    const auto add = [&](std::unique_ptr<llvm::Module> piece) {
+        for (const Function& function : *piece)
+        {
+            if (function.isDeclaration() || function.hasLocalLinkage())
+                continue;
+            names.push_back(function.getName().str());
+            failure =
+                joinErrors(std::move(failure), (*jit)->addIRModule(orc::ThreadSafeModule(std::move(piece), shared)));
+            return;
+        }
+    };
+    for (Function& function : *module)
+    {
+        if (function.getName().startswith(kStageName))
+            function.setLinkage(GlobalValue::ExternalLinkage);
+    }
+    SplitModule(*module, kPieces, add, true);
+    module.reset();
+    if (failure)
+        return failure;
+    for (const std::string& name : names)
+    {
+        if (request.stop && *request.stop)
+            return createStringError(inconvertibleErrorCode(), "stopped");
+        if (auto made = (*jit)->lookup(name); !made)
+            return made.takeError();
+    }
+    auto entry = (*jit)->lookup(kKernelName);
+    if (!entry)
+        return entry.takeError();
+    answer.kernel.shape = request.shape;
+    answer.kernel.entry = entry->toPtr<SampleKernel::Entry>();
+    answer.kernel.code = std::shared_ptr<const void>(std::shared_ptr<orc::LLJIT>(std::move(*jit)));
+    return Error::success();
+}
+
 Error Compile(const FuseRequest& request, FuseAnswer& answer)
 {
     static const bool isReady = !InitializeNativeTarget() && !InitializeNativeTargetAsmPrinter();
@@ -157,33 +220,7 @@ Error Compile(const FuseRequest& request, FuseAnswer& answer)
         return createStringError(inconvertibleErrorCode(), "stopped");
     for (const Function& function : bitcode->Module())
         answer.instructions += function.getInstructionCount();
-    auto jit = orc::LLJITBuilder().setJITTargetMachineBuilder(target->builder).create();
-    if (!jit)
-        return jit.takeError();
-    auto search = orc::DynamicLibrarySearchGenerator::GetForCurrentProcess((*jit)->getDataLayout().getGlobalPrefix());
-    if (!search)
-        return search.takeError();
-    (*jit)->getMainJITDylib().addGenerator(std::move(*search));
-    orc::SymbolMap own;
-    const auto define = [&](const char* name, auto* function) {
-        own[(*jit)->mangleAndIntern(name)] =
-            JITEvaluatedSymbol(pointerToJITTargetAddress(function), JITSymbolFlags::Exported);
-    };
-    define("velto_enter", &Enter);
-    define("velto_current_frame", &CurrentFrame);
-    define("velto_count", &Count);
-    define("velto_reset_value", &ResetValueAt);
-    if (Error failed = (*jit)->getMainJITDylib().define(orc::absoluteSymbols(std::move(own))))
-        return failed;
-    if (Error failed = (*jit)->addIRModule(orc::ThreadSafeModule(bitcode->Release(), std::move(context))))
-        return failed;
-    auto entry = (*jit)->lookup(kKernelName);
-    if (!entry)
-        return entry.takeError();
-    answer.kernel.shape = request.shape;
-    answer.kernel.entry = entry->toPtr<SampleKernel::Entry>();
-    answer.kernel.code = std::shared_ptr<const void>(std::shared_ptr<orc::LLJIT>(std::move(*jit)));
-    return Error::success();
+    return Generate(bitcode->Release(), std::move(context), *target, request, answer);
 }
 
 } // namespace
